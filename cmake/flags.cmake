@@ -1,0 +1,49 @@
+# Flags as properties of targets. What decides the numeric results stands in tarvu_arithmetic, which every target links that
+# holds arithmetic of its own: the kernels, the tests and the benchmarks.
+
+add_library(tarvu_arithmetic INTERFACE)
+target_compile_options(
+  tarvu_arithmetic
+  INTERFACE
+    # A fused multiply-add rounds once where the results are stated with two roundings; GCC fuses even separate intrinsics.
+    -ffp-contract=off
+    # These two change no result: nobody reads floating-point traps or errno, and vector loops need both.
+    -fno-trapping-math
+    -fno-math-errno)
+if(TARVU_ARM64)
+  target_compile_options(tarvu_arithmetic INTERFACE -march=armv8-a -mtune=cortex-a55)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
+  target_compile_options(tarvu_arithmetic INTERFACE -march=${TARVU_HOST_LEVEL})
+endif()
+
+add_library(tarvu_product_code INTERFACE)
+target_compile_options(
+  tarvu_product_code
+  INTERFACE
+    -fvisibility=hidden
+    -fvisibility-inlines-hidden
+    -fno-semantic-interposition
+    -fno-stack-protector # on arm64 its guard adds the loader to the libraries needed
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
+    -ffile-prefix-map=${PROJECT_BINARY_DIR}=build
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions>
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti>
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-threadsafe-statics>)
+
+add_library(tarvu_warnings INTERFACE)
+target_compile_options(tarvu_warnings INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wundef -Wformat=2
+                                                -Wimplicit-fallthrough -Wno-psabi -Werror
+                                                # GCC 12 sees overlaps in std::string that cannot happen.
+                                                $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
+
+add_library(tarvu_product_warnings INTERFACE)
+target_compile_options(tarvu_product_warnings INTERFACE -Wpedantic -Wcast-qual -Wdouble-promotion -Wmissing-declarations
+                                                        -Wvla $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>)
+target_link_libraries(tarvu_product_warnings INTERFACE tarvu_warnings)
+
+add_library(tarvu_shared_link INTERFACE)
+target_link_options(tarvu_shared_link INTERFACE -Wl,-Bsymbolic-functions -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack
+                    -Wl,--as-needed)
+if(NOT TARVU_INSTRUMENTED)
+  target_link_options(tarvu_shared_link INTERFACE -static-libstdc++ -static-libgcc -Wl,-z,defs)
+endif()

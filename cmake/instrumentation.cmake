@@ -1,0 +1,31 @@
+# Sanitizers and coverage reach every target of the tree, GoogleTest included: mixed builds miss or invent findings.
+
+if(TARVU_SANITIZE)
+  add_compile_options(-fsanitize=${TARVU_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${TARVU_SANITIZE})
+  if(TARVU_SANITIZE MATCHES "undefined")
+    # The library has no virtual functions, and the check for them needs the type information that it is built without.
+    # A float that its target integer cannot hold is undefined as well, but is not part of the default set.
+    add_compile_options(-fno-sanitize=vptr -fsanitize=float-cast-overflow)
+    add_link_options(-fsanitize=float-cast-overflow)
+  endif()
+  add_compile_definitions(_GLIBCXX_ASSERTIONS)
+endif()
+
+if(TARVU_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
+
+# What only a build without instrumentation can hold: the library's imports, exports and sections.
+if(TARVU_SANITIZE OR TARVU_COVERAGE)
+  set(TARVU_INSTRUMENTED ON)
+else()
+  set(TARVU_INSTRUMENTED OFF)
+endif()
+
+# Every program links this: what its sanitizers need to run under the emulator.
+add_library(tarvu_program INTERFACE)
+if(TARVU_SANITIZE MATCHES "address" AND CMAKE_CROSSCOMPILING)
+  target_sources(tarvu_program INTERFACE ${PROJECT_SOURCE_DIR}/cmake/sanitizer_defaults.c)
+endif()
