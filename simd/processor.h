@@ -1,0 +1,139 @@
+/// \file processor.h
+/// The target processor, and the 64-bit Arm rules for scalar integers and conversions as named functions: one instruction each
+/// on Arm, the same results in software elsewhere.
+#ifndef TARVU_SIMD_PROCESSOR_H
+#define TARVU_SIMD_PROCESSOR_H
+
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+#if defined(__aarch64__)
+#define TARVU_NEON 1
+#include <arm_neon.h>
+#else
+#define TARVU_NEON 0
+#endif
+
+#if defined(__clang__)
+/// In front of a loop: no iteration reads what an earlier one writes, so the loop may go into lanes.
+#define TARVU_INDEPENDENT_ITERATIONS _Pragma("clang loop vectorize(assume_safety)")
+#else
+#define TARVU_INDEPENDENT_ITERATIONS _Pragma("GCC ivdep")
+#endif
+
+namespace tarvu {
+
+/// An element at any address, of any effective type: tensors are the caller's bytes.
+template <class T>
+struct [[gnu::packed, gnu::may_alias]] Unaligned {
+  T value;
+};
+
+template <class T>
+inline T load(const void *address) {
+  T value;
+  std::memcpy(&value, address, sizeof value);
+  return value;
+}
+
+template <class T>
+inline void store(void *address, T value) {
+  std::memcpy(address, &value, sizeof value);
+}
+
+/// A tensor address of a parameter block.
+template <class T = uint8_t>
+inline T *pointer(uint64_t address) {
+  return reinterpret_cast<T *>(address);
+}
+
+/// Wrapping 32-bit arithmetic.
+constexpr int32_t add(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b)); }
+constexpr int32_t subtract(int32_t a, int32_t b) {
+  return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
+}
+constexpr int32_t multiply(int32_t a, int32_t b) {
+  return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
+}
+
+/// Shifts of a 32-bit word by a variable: the count is taken modulo 32. A right shift of a signed word is arithmetic.
+constexpr int32_t shift_left(int32_t x, int32_t count) { return static_cast<int32_t>(static_cast<uint32_t>(x) << (count & 31)); }
+constexpr uint32_t shift_left(uint32_t x, int32_t count) { return x << (count & 31); }
+constexpr int32_t shift_right(int32_t x, int32_t count) { return x >> (count & 31); }
+constexpr uint32_t shift_right(uint32_t x, int32_t count) { return x >> (count & 31); }
+
+/// Shifts of a 64-bit word: the count is taken modulo 64.
+constexpr int64_t shift_left(int64_t x, int32_t count) { return static_cast<int64_t>(static_cast<uint64_t>(x) << (count & 63)); }
+constexpr int64_t shift_right(int64_t x, int32_t count) { return x >> (count & 63); }
+
+/// Truncating division. A division by 0 gives 0; the least integer divided by -1 gives itself.
+inline int32_t divide(int32_t numerator, int32_t divisor) {
+#if TARVU_NEON
+  int32_t quotient;
+  __asm__("sdiv %w0, %w1, %w2" : "=r"(quotient) : "r"(numerator), "r"(divisor));
+  return quotient;
+#else
+  return divisor == 0 ? 0 : static_cast<int32_t>(int64_t{numerator} / divisor);
+#endif
+}
+inline uint32_t divide(uint32_t numerator, uint32_t divisor) {
+#if TARVU_NEON
+  uint32_t quotient;
+  __asm__("udiv %w0, %w1, %w2" : "=r"(quotient) : "r"(numerator), "r"(divisor));
+  return quotient;
+#else
+  return divisor == 0 ? 0 : numerator / divisor;
+#endif
+}
+
+/// Float to integer: truncates towards zero, saturates at the limits of the integer, NaN gives 0.
+inline int32_t to_s32(float x) {
+#if TARVU_NEON
+  return vcvts_s32_f32(x);
+#else
+  // Selections without branches: loops of it go into lanes.
+  float within = x < 0x1.fffffep30f ? x : 0x1.fffffep30f;
+  within = within > -0x1p31f ? within : -0x1p31f;
+  int32_t result = static_cast<int32_t>(within);
+  result = x >= 0x1p31f ? std::numeric_limits<int32_t>::max() : result;
+  return x == x ? result : 0;
+#endif
+}
+inline uint32_t to_u32(float x) {
+#if TARVU_NEON
+  return vcvts_u32_f32(x);
+#else
+  const uint32_t top = x >= 0x1p31f ? 0x80000000u : 0u;
+  float rest = x >= 0x1p31f ? x - 0x1p31f : x;
+  rest = rest < 0x1.fffffep30f ? rest : 0x1.fffffep30f;
+  rest = rest > 0.0f ? rest : 0.0f;
+  uint32_t result = static_cast<uint32_t>(static_cast<int32_t>(rest)) | top;
+  result = x >= 0x1p32f ? std::numeric_limits<uint32_t>::max() : result;
+  return x == x ? result : 0;
+#endif
+}
+inline int32_t to_s32(double x) {
+#if TARVU_NEON
+  int32_t result;
+  __asm__("fcvtzs %w0, %d1" : "=r"(result) : "w"(x));
+  return result;
+#else
+  if (!(x < 0x1p31)) return x != x ? 0 : std::numeric_limits<int32_t>::max();
+  return x < -0x1p31 ? std::numeric_limits<int32_t>::min() : static_cast<int32_t>(x);
+#endif
+}
+inline uint32_t to_u32(double x) {
+#if TARVU_NEON
+  uint32_t result;
+  __asm__("fcvtzu %w0, %d1" : "=r"(result) : "w"(x));
+  return result;
+#else
+  if (!(x < 0x1p32)) return x != x ? 0 : std::numeric_limits<uint32_t>::max();
+  return x > 0.0 ? static_cast<uint32_t>(x) : 0;
+#endif
+}
+
+}  // namespace tarvu
+
+#endif  // TARVU_SIMD_PROCESSOR_H
