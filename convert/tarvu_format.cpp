@@ -1,0 +1,111 @@
+// Integer re-formatting without a way through float, and the entry points that convert runs by format and scale.
+#include <cstring>
+
+#include "convert/format_entry.h"
+#include "frame/tarvu_util.h"
+#include "simd/saturating_shift.h"
+
+namespace tarvu {
+namespace {
+
+/// Whether blocks may be loaded and stored whole: apart, or with no store ahead of a load.
+bool blocks_keep_order(const uint8_t *from, size_t from_bytes, const uint8_t *to, size_t to_bytes) {
+  const auto source = reinterpret_cast<uintptr_t>(from);
+  const auto destination = reinterpret_cast<uintptr_t>(to);
+  const bool apart = source + from_bytes <= destination || destination + to_bytes <= source;
+  return apart || (destination <= source && to_bytes <= from_bytes);
+}
+
+template <class In, class Out>
+void reformat(const uint8_t *from, uint8_t *to, uint32_t count, int shift) {
+  if (shift <= kLongestExactShift<In> && blocks_keep_order(from, count * sizeof(In), to, count * sizeof(Out))) {
+    shift_and_clamp_run<In, Out>(from, to, count, shift);
+    return;
+  }
+  // Kept: ascending, one element at a time. A wider output in place overwrites elements before they are read, and a long left
+  // shift wraps before the clamp.
+  for (uint32_t i = 0; i < count; ++i) {
+    store(to + i * sizeof(Out), shift_and_clamp<In, Out>(load<In>(from + i * sizeof(In)), shift));
+  }
+}
+
+/// Signedness of both sides is the output's.
+template <class Byte, class Half>
+void reformat_between(int in_width, int out_width, const uint8_t *from, uint8_t *to, uint32_t count, int shift) {
+  if (in_width == 8) {
+    out_width == 8 ? reformat<Byte, Byte>(from, to, count, shift) : reformat<Byte, Half>(from, to, count, shift);
+  } else {
+    out_width == 8 ? reformat<Half, Byte>(from, to, count, shift) : reformat<Half, Half>(from, to, count, shift);
+  }
+}
+
+}  // namespace
+}  // namespace tarvu
+
+void tarvu_convert_fmt_c(const void *source, void *destination, uint32_t count, const _NN_FMT *in_fmt, const _NN_FMT *out_fmt,
+                         const _NN_SCALE *, const _NN_SCALE *) {
+  if (count == 0) return;
+  // Kept: widths are sums of a byte, modulo 256.
+  const int in_width = static_cast<int8_t>(tarvu::width_bits(*in_fmt));
+  const int out_width = static_cast<int8_t>(tarvu::width_bits(*out_fmt));
+  const bool in_narrow = in_width == 8 || in_width == 16;
+  const bool out_narrow = out_width == 8 || out_width == 16;
+  if (!in_narrow || !out_narrow) return;
+  const int right = in_fmt->frac_bits - out_fmt->frac_bits;
+  if (in_width == out_width && right == 0) {
+    // Kept: a copy whatever the signs, with no clamp.
+    if (source != destination) std::memmove(destination, source, size_t{count} * static_cast<size_t>(in_width / 8));
+    return;
+  }
+  const int shift = right >= 0 ? -(right & 31) : (-right & 31);
+  const auto *from = static_cast<const uint8_t *>(source);
+  auto *to = static_cast<uint8_t *>(destination);
+  if (out_fmt->sign_bits != 0) {
+    tarvu::reformat_between<int8_t, int16_t>(in_width, out_width, from, to, count, shift);
+  } else {
+    tarvu::reformat_between<uint8_t, uint16_t>(in_width, out_width, from, to, count, shift);
+  }
+}
+
+void tarvu_fixtofloat_neon(const void *source, float *destination, uint32_t count, const _NN_FMT *fmt,
+                           const _NN_SCALE *scale) {
+  tarvu::with_element_type(*fmt, [=](auto element) {
+    using T = decltype(element);
+    tarvu::Kernels<T>::to_floats(static_cast<const T *>(source), destination, fmt->frac_bits, count, tarvu::scale_of(*scale));
+  });
+}
+
+void tarvu_floattofix_neon(const float *source, void *destination, uint32_t count, const _NN_FMT *fmt,
+                           const _NN_SCALE *scale) {
+  tarvu::with_element_type(*fmt, [=](auto element) {
+    using T = decltype(element);
+    tarvu::Kernels<T>::from_floats(source, static_cast<T *>(destination), fmt->frac_bits, count, tarvu::scale_of(*scale));
+  });
+}
+
+void tarvu_floattofix_rnd_neon(const float *source, void *destination, uint32_t count, const _NN_FMT *fmt,
+                               const _NN_SCALE *scale, uint32_t rounding_code) {
+  tarvu::with_element_type(*fmt, [=](auto element) {
+    using T = decltype(element);
+    tarvu::Kernels<T>::from_floats_rounded(source, static_cast<T *>(destination), fmt->frac_bits, count, rounding_code,
+                                           tarvu::scale_of(*scale));
+  });
+}
+
+void tarvu_fixtofloat_1d_neon(const void *source, float *destination, uint32_t count, const _NN_FMT *fmt,
+                              const _NN_SCALE *scale, int32_t zero_point) {
+  tarvu::with_element_type(*fmt, [=](auto element) {
+    using T = decltype(element);
+    tarvu::Kernels<T>::to_floats_1d(static_cast<const T *>(source), destination, count, fmt->frac_bits, zero_point,
+                                    tarvu::scale_of(*scale));
+  });
+}
+
+void tarvu_floattofix_1d_neon(const float *source, void *destination, uint32_t count, const _NN_FMT *fmt,
+                              const _NN_SCALE *scale, int32_t zero_point) {
+  tarvu::with_element_type(*fmt, [=](auto element) {
+    using T = decltype(element);
+    tarvu::Kernels<T>::from_floats_1d(source, static_cast<T *>(destination), count, fmt->frac_bits, zero_point,
+                                      tarvu::scale_of(*scale));
+  });
+}

@@ -1,0 +1,106 @@
+/// \file saturating_shift.h
+/// Shifts whole runs of 8-bit and 16-bit integers by a power of two and stores them saturated to 8 or 16 bits.
+#ifndef TARVU_SIMD_SATURATING_SHIFT_H
+#define TARVU_SIMD_SATURATING_SHIFT_H
+
+#include <algorithm>
+#include <limits>
+
+#include "simd/lanes.h"
+
+namespace tarvu {
+
+/// One element: shifted in 32 bits by `shift` (left if positive, else right; -31 to 31), then clamped to Out. A left shift may
+/// wrap before the clamp. In and Out are both signed or both unsigned.
+template <class In, class Out>
+inline Out shift_and_clamp(In x, int shift) {
+  using Word = std::conditional_t<std::is_signed_v<In>, int32_t, uint32_t>;
+  const Word word = x;
+  const Word moved = shift >= 0 ? shift_left(word, shift) : shift_right(word, -shift);
+  return static_cast<Out>(std::clamp<Word>(moved, std::numeric_limits<Out>::min(), std::numeric_limits<Out>::max()));
+}
+
+/// The largest left shift of an In that no element can wrap in 32 bits.
+template <class In>
+inline constexpr int kLongestExactShift = 32 - std::numeric_limits<std::make_unsigned_t<In>>::digits;
+
+#if TARVU_NEON
+/// 16 elements that have been loaded, shifted by a count in every lane (right if negative) and saturated to Out.
+template <class In, class Out>
+inline void shift_block(const uint8_t *from, uint8_t *to, int8x16_t shift) {
+  const int16x8_t wide_shift = vmovl_s8(vget_low_s8(shift));
+  if constexpr (sizeof(In) == 1 && sizeof(Out) == 1) {
+    if constexpr (std::is_signed_v<In>) {
+      vst1q_u8(to, vreinterpretq_u8_s8(vqshlq_s8(vreinterpretq_s8_u8(vld1q_u8(from)), shift)));
+    } else {
+      vst1q_u8(to, vqshlq_u8(vld1q_u8(from), shift));
+    }
+  } else if constexpr (std::is_signed_v<In>) {
+    int16x8_t low, high;
+    if constexpr (sizeof(In) == 1) {
+      const int8x16_t narrow = vreinterpretq_s8_u8(vld1q_u8(from));
+      low = vmovl_s8(vget_low_s8(narrow));
+      high = vmovl_high_s8(narrow);
+    } else {
+      low = vreinterpretq_s16_u8(vld1q_u8(from));
+      high = vreinterpretq_s16_u8(vld1q_u8(from + 16));
+    }
+    low = vqshlq_s16(low, wide_shift);
+    high = vqshlq_s16(high, wide_shift);
+    if constexpr (sizeof(Out) == 1) {
+      vst1q_u8(to, vreinterpretq_u8_s8(vqmovn_high_s16(vqmovn_s16(low), high)));
+    } else {
+      vst1q_u8(to, vreinterpretq_u8_s16(low));
+      vst1q_u8(to + 16, vreinterpretq_u8_s16(high));
+    }
+  } else {
+    uint16x8_t low, high;
+    if constexpr (sizeof(In) == 1) {
+      const uint8x16_t narrow = vld1q_u8(from);
+      low = vmovl_u8(vget_low_u8(narrow));
+      high = vmovl_high_u8(narrow);
+    } else {
+      low = vreinterpretq_u16_u8(vld1q_u8(from));
+      high = vreinterpretq_u16_u8(vld1q_u8(from + 16));
+    }
+    low = vqshlq_u16(low, wide_shift);
+    high = vqshlq_u16(high, wide_shift);
+    if constexpr (sizeof(Out) == 1) {
+      vst1q_u8(to, vqmovn_high_u16(vqmovn_u16(low), high));
+    } else {
+      vst1q_u8(to, vreinterpretq_u8_u16(low));
+      vst1q_u8(to + 16, vreinterpretq_u8_u16(high));
+    }
+  }
+}
+#endif
+
+/// shift_and_clamp() over a run, for shifts that cannot wrap: -31 to kLongestExactShift. Either the two runs lie apart, or the
+/// destination starts at or below the source and Out is no wider than In.
+template <class In, class Out>
+inline void shift_and_clamp_run(const uint8_t *from, uint8_t *to, uint32_t count, int shift) {
+  uint32_t i = 0;
+#if TARVU_NEON
+  const int8x16_t lanes_shift = vdupq_n_s8(static_cast<int8_t>(shift));
+  for (; count - i >= 64; i += 64, from += 64 * sizeof(In), to += 64 * sizeof(Out)) {
+    for (size_t k = 0; k < 64; k += 16) shift_block<In, Out>(from + k * sizeof(In), to + k * sizeof(Out), lanes_shift);
+  }
+  for (; count - i >= 16; i += 16, from += 16 * sizeof(In), to += 16 * sizeof(Out)) {
+    shift_block<In, Out>(from, to, lanes_shift);
+  }
+#endif
+  const auto *source = reinterpret_cast<const Unaligned<In> *>(from);
+  auto *destination = reinterpret_cast<Unaligned<Out> *>(to);
+  const uint32_t rest = count - i;
+  if (shift >= 0) {
+    TARVU_INDEPENDENT_ITERATIONS
+    for (uint32_t k = 0; k < rest; ++k) destination[k].value = shift_and_clamp<In, Out>(source[k].value, shift);
+  } else {
+    TARVU_INDEPENDENT_ITERATIONS
+    for (uint32_t k = 0; k < rest; ++k) destination[k].value = shift_and_clamp<In, Out>(source[k].value, shift);
+  }
+}
+
+}  // namespace tarvu
+
+#endif  // TARVU_SIMD_SATURATING_SHIFT_H
