@@ -1,0 +1,81 @@
+// Flat conversion between integer runs and floats with one multiplier, and two shuffles of interleaved bytes.
+#include "convert/multiplier.h"
+#include "simd/conversion.h"
+#include "simd/rearrange.h"
+#include "tarvu.h"
+
+namespace tarvu {
+namespace {
+
+template <class T>
+void from_floats(const float *source, T *destination, int frac_bits, uint32_t count, float scale) {
+  const float multiplier = multiplier_from_float(frac_bits, scale);
+  if (frac_bits >= 0) {
+    floats_to_integers<T>(source, destination, count, [=](auto x) { return x * fill<decltype(x)>(multiplier); });
+    return;
+  }
+  // Kept: half a unit of the output is added ahead of the scale, so it is half a unit for a scale of 1.0 only.
+  const float bias = power_of_two(-frac_bits - 1);
+  floats_to_integers<T>(source, destination, count,
+                        [=](auto x) { return (x + fill<decltype(x)>(bias)) * fill<decltype(x)>(multiplier); });
+}
+
+template <class T>
+void to_floats(const T *source, float *destination, int frac_bits, uint32_t count, float scale) {
+  const float multiplier = multiplier_to_float(frac_bits, scale);
+  integers_to_floats<T>(source, destination, count, [=](auto x) {
+    const auto as_float = to_f32(x);
+    return as_float * fill<std::remove_cv_t<decltype(as_float)>>(multiplier);
+  });
+}
+
+}  // namespace
+}  // namespace tarvu
+
+void floattouint32_neon(const float *source, uint32_t *destination, int16_t frac_bits, uint32_t count, float scale) {
+  tarvu::from_floats(source, destination, frac_bits, count, scale);
+}
+void floattoint32_neon(const float *source, int32_t *destination, int16_t frac_bits, uint32_t count, float scale) {
+  tarvu::from_floats(source, destination, frac_bits, count, scale);
+}
+void floattouint16_neon(const float *source, uint16_t *destination, int16_t frac_bits, uint32_t count, float scale) {
+  tarvu::from_floats(source, destination, frac_bits, count, scale);
+}
+void floattoint16_neon(const float *source, int16_t *destination, int16_t frac_bits, uint32_t count, float scale) {
+  tarvu::from_floats(source, destination, frac_bits, count, scale);
+}
+void floattouint8_neon(const float *source, uint8_t *destination, int16_t frac_bits, uint32_t count, float scale) {
+  tarvu::from_floats(source, destination, frac_bits, count, scale);
+}
+void floattoint8_neon(const float *source, int8_t *destination, int16_t frac_bits, uint32_t count, float scale) {
+  tarvu::from_floats(source, destination, frac_bits, count, scale);
+}
+
+void uint32tofloat_neon(const uint32_t *source, float *destination, int16_t frac_bits, uint32_t count, float scale) {
+  tarvu::to_floats(source, destination, frac_bits, count, scale);
+}
+void int32tofloat_neon(const int32_t *source, float *destination, int16_t frac_bits, uint32_t count, float scale) {
+  tarvu::to_floats(source, destination, frac_bits, count, scale);
+}
+void uint16tofloat_neon(const uint16_t *source, float *destination, int16_t frac_bits, uint32_t count, float scale) {
+  tarvu::to_floats(source, destination, frac_bits, count, scale);
+}
+void int16tofloat_neon(const int16_t *source, float *destination, int16_t frac_bits, uint32_t count, float scale) {
+  tarvu::to_floats(source, destination, frac_bits, count, scale);
+}
+void uint8tofloat_neon(const uint8_t *source, float *destination, int16_t frac_bits, uint32_t count, float scale) {
+  tarvu::to_floats(source, destination, frac_bits, count, scale);
+}
+void int8tofloat_neon(const int8_t *source, float *destination, int16_t frac_bits, uint32_t count, float scale) {
+  tarvu::to_floats(source, destination, frac_bits, count, scale);
+}
+
+void permute_data_in(const uint8_t *source, uint8_t *destination, uint32_t lanes, uint32_t total_bytes) {
+  const uint32_t groups = tarvu::divide(total_bytes, lanes);
+  tarvu::transpose<uint8_t>(source, lanes, destination, groups, groups, lanes);
+}
+
+void permute_data_out(const uint8_t *source, uint8_t *destination, uint32_t lanes, uint32_t total_bytes) {
+  const uint32_t groups = tarvu::divide(total_bytes, lanes);
+  tarvu::transpose<uint8_t>(source, groups, destination, lanes, lanes, groups);
+}
