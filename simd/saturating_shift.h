@@ -25,15 +25,21 @@ template <class In>
 inline constexpr int kLongestExactShift = 32 - std::numeric_limits<std::make_unsigned_t<In>>::digits;
 
 #if TARVU_NEON
-/// 16 elements that have been loaded, shifted by a count in every lane (right if negative) and saturated to Out.
+/// 16 elements as stored: one vector of 8-bit, two of 16-bit ones.
+template <class Out>
+struct ShiftedBlock {
+  uint8x16_t vectors[sizeof(Out)];
+};
+
+/// Loads 16 elements and shifts them by a count in every lane (right if negative), saturated to Out.
 template <class In, class Out>
-inline void shift_block(const uint8_t *from, uint8_t *to, int8x16_t shift) {
+inline ShiftedBlock<Out> shift_block(const uint8_t *from, int8x16_t shift) {
   const int16x8_t wide_shift = vmovl_s8(vget_low_s8(shift));
   if constexpr (sizeof(In) == 1 && sizeof(Out) == 1) {
     if constexpr (std::is_signed_v<In>) {
-      vst1q_u8(to, vreinterpretq_u8_s8(vqshlq_s8(vreinterpretq_s8_u8(vld1q_u8(from)), shift)));
+      return {{vreinterpretq_u8_s8(vqshlq_s8(vreinterpretq_s8_u8(vld1q_u8(from)), shift))}};
     } else {
-      vst1q_u8(to, vqshlq_u8(vld1q_u8(from), shift));
+      return {{vqshlq_u8(vld1q_u8(from), shift)}};
     }
   } else if constexpr (std::is_signed_v<In>) {
     int16x8_t low, high;
@@ -48,10 +54,9 @@ inline void shift_block(const uint8_t *from, uint8_t *to, int8x16_t shift) {
     low = vqshlq_s16(low, wide_shift);
     high = vqshlq_s16(high, wide_shift);
     if constexpr (sizeof(Out) == 1) {
-      vst1q_u8(to, vreinterpretq_u8_s8(vqmovn_high_s16(vqmovn_s16(low), high)));
+      return {{vreinterpretq_u8_s8(vqmovn_high_s16(vqmovn_s16(low), high))}};
     } else {
-      vst1q_u8(to, vreinterpretq_u8_s16(low));
-      vst1q_u8(to + 16, vreinterpretq_u8_s16(high));
+      return {{vreinterpretq_u8_s16(low), vreinterpretq_u8_s16(high)}};
     }
   } else {
     uint16x8_t low, high;
@@ -66,12 +71,16 @@ inline void shift_block(const uint8_t *from, uint8_t *to, int8x16_t shift) {
     low = vqshlq_u16(low, wide_shift);
     high = vqshlq_u16(high, wide_shift);
     if constexpr (sizeof(Out) == 1) {
-      vst1q_u8(to, vqmovn_high_u16(vqmovn_u16(low), high));
+      return {{vqmovn_high_u16(vqmovn_u16(low), high)}};
     } else {
-      vst1q_u8(to, vreinterpretq_u8_u16(low));
-      vst1q_u8(to + 16, vreinterpretq_u8_u16(high));
+      return {{vreinterpretq_u8_u16(low), vreinterpretq_u8_u16(high)}};
     }
   }
+}
+
+template <class Out>
+inline void store_block(const ShiftedBlock<Out> &block, uint8_t *to) {
+  for (size_t k = 0; k < sizeof(Out); ++k) vst1q_u8(to + 16 * k, block.vectors[k]);
 }
 #endif
 
@@ -82,11 +91,17 @@ inline void shift_and_clamp_run(const uint8_t *from, uint8_t *to, uint32_t count
   uint32_t i = 0;
 #if TARVU_NEON
   const int8x16_t lanes_shift = vdupq_n_s8(static_cast<int8_t>(shift));
-  for (; count - i >= 64; i += 64, from += 64 * sizeof(In), to += 64 * sizeof(Out)) {
-    for (size_t k = 0; k < 64; k += 16) shift_block<In, Out>(from + k * sizeof(In), to + k * sizeof(Out), lanes_shift);
+  const auto two_blocks = [=](const uint8_t *source, uint8_t *destination) {
+    const ShiftedBlock<Out> first = shift_block<In, Out>(source, lanes_shift);
+    const ShiftedBlock<Out> second = shift_block<In, Out>(source + 16 * sizeof(In), lanes_shift);
+    store_block(first, destination);
+    store_block(second, destination + 16 * sizeof(Out));
+  };
+  for (; count - i >= 128; i += 128, from += 128 * sizeof(In), to += 128 * sizeof(Out)) {
+    for (size_t k = 0; k < 128; k += 32) two_blocks(from + k * sizeof(In), to + k * sizeof(Out));
   }
   for (; count - i >= 16; i += 16, from += 16 * sizeof(In), to += 16 * sizeof(Out)) {
-    shift_block<In, Out>(from, to, lanes_shift);
+    store_block(shift_block<In, Out>(from, lanes_shift), to);
   }
 #endif
   const auto *source = reinterpret_cast<const Unaligned<In> *>(from);
