@@ -84,6 +84,47 @@ inline void store_block(const ShiftedBlock<Out> &block, uint8_t *to) {
 }
 #endif
 
+#if !TARVU_NEON
+/// 16 elements of 16 bits to 8 by shift_and_clamp(), in 16-bit words. What is beyond Out before a left shift is so after it,
+/// and 8 bits to the left take any value but 0 beyond Out. The shift is -15 to 16.
+template <class In, class Out>
+inline void narrow_block(const uint8_t *from, uint8_t *to, int shift) {
+  typedef In Words __attribute__((vector_size(32)));
+  typedef Out Narrow __attribute__((vector_size(16)));
+  const Words least = Words{} + std::numeric_limits<Out>::min();
+  const Words most = Words{} + std::numeric_limits<Out>::max();
+  Words words = load<Words>(from) >> std::clamp(-shift, 0, 15);
+  words = words < least ? least : words > most ? most : words;
+  words *= static_cast<In>(1 << std::clamp(shift, 0, 8));
+  words = words < least ? least : words > most ? most : words;
+  store(to, __builtin_convertvector(words, Narrow));
+}
+
+/// 32 elements of 8 bits by shift_and_clamp(), two in a 16-bit word, where a mask keeps them apart. The shift is -7 to 7.
+template <class T>
+inline void shift_bytes_block(const uint8_t *from, uint8_t *to, int shift) {
+  typedef T Bytes __attribute__((vector_size(32)));
+  typedef uint8_t Raw __attribute__((vector_size(32)));
+  typedef uint16_t Words __attribute__((vector_size(32)));
+  constexpr int kMost = std::numeric_limits<T>::max();
+  constexpr int kLeast = std::numeric_limits<T>::min();
+  const auto x = load<Bytes>(from);
+  if (shift >= 0) {
+    const Raw kept = Raw{} + static_cast<uint8_t>(0xFF << shift);
+    const Bytes moved = Bytes(Raw(Words(x) << shift) & kept);
+    const Bytes high = Bytes{} + static_cast<T>(kMost >> shift);
+    const Bytes low = Bytes{} + static_cast<T>(kLeast >> shift);
+    store(to, x > high ? Bytes{} + static_cast<T>(kMost) : x < low ? Bytes{} + static_cast<T>(kLeast) : moved);
+  } else {
+    // The offset -kLeast makes the values non-negative, so that a logical shift does for both signednesses.
+    const Raw offset = Raw{} + static_cast<uint8_t>(-kLeast);
+    const Raw kept = Raw{} + static_cast<uint8_t>(0xFF >> -shift);
+    const Raw moved = Raw(Words(Raw(x) + offset) >> -shift) & kept;
+    store(to, moved - (Raw{} + static_cast<uint8_t>(-kLeast >> -shift)));
+  }
+}
+#endif
+
 /// shift_and_clamp() over a run, for shifts that cannot wrap: -31 to kLongestExactShift. Either the two runs lie apart, or the
 /// destination starts at or below the source and Out is no wider than In.
 template <class In, class Out>
@@ -102,6 +143,15 @@ inline void shift_and_clamp_run(const uint8_t *from, uint8_t *to, uint32_t count
   }
   for (; count - i >= 16; i += 16, from += 16 * sizeof(In), to += 16 * sizeof(Out)) {
     store_block(shift_block<In, Out>(from, lanes_shift), to);
+  }
+#endif
+#if !TARVU_NEON
+  if constexpr (sizeof(In) == 1 && sizeof(Out) == 1) {
+    for (; shift >= -7 && shift <= 7 && count - i >= 32; i += 32, from += 32, to += 32) {
+      shift_bytes_block<In>(from, to, shift);
+    }
+  } else if constexpr (sizeof(In) == 2 && sizeof(Out) == 1) {
+    for (; shift >= -15 && count - i >= 16; i += 16, from += 32, to += 16) narrow_block<In, Out>(from, to, shift);
   }
 #endif
   const auto *source = reinterpret_cast<const Unaligned<In> *>(from);
