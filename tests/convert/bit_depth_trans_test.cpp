@@ -181,13 +181,13 @@ TEST(BytePermutation, AgreesWithTheTwinForAllLanesAndLengths) {
       support::Differential differential;
       differential.track(source, "source");
       differential.track(destination, "destination");
-      EXPECT_TRUE(differential.same(
-          [&] { ::permute_data_in(source.data(), destination.data(), lanes, total); },
-          [&] { reference::permute_data_in(source.data(), destination.data(), lanes, total); }))
+      EXPECT_TRUE(
+          differential.same([&] { ::permute_data_in(source.data(), destination.data(), lanes, total); },
+                            [&] { reference::permute_data_in(source.data(), destination.data(), lanes, total); }))
           << "in, lanes " << lanes << ", bytes " << total;
-      EXPECT_TRUE(differential.same(
-          [&] { ::permute_data_out(source.data(), destination.data(), lanes, total); },
-          [&] { reference::permute_data_out(source.data(), destination.data(), lanes, total); }))
+      EXPECT_TRUE(
+          differential.same([&] { ::permute_data_out(source.data(), destination.data(), lanes, total); },
+                            [&] { reference::permute_data_out(source.data(), destination.data(), lanes, total); }))
           << "out, lanes " << lanes << ", bytes " << total;
     }
   }

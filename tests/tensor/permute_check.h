@@ -92,10 +92,11 @@ inline testing::AssertionResult agrees(const _NN_PERMUTE_PARM &parm, support::Ra
   permute.attach(&_NN_PERMUTE_PARM::out_addr, out, "output");
   testing::AssertionResult outcome = permute.same(tarvu_permute_process, reference::tarvu_permute_process);
   if (!outcome) {
-    outcome << "; batch " << extents[0] << ", channel " << extents[1] << ", height " << extents[2] << ", width " << extents[3]
-            << ", order " << int{parm.order[0]} << int{parm.order[1]} << int{parm.order[2]} << int{parm.order[3]} << ", "
-            << width_bits(parm.in_fmt) << " to " << width_bits(parm.out_fmt) << " bits, input steps " << from[0] << " "
-            << from[1] << " " << from[2] << " " << from[3] << ", output steps " << to[0] << " " << to[1] << " " << to[2];
+    outcome << "; batch " << extents[0] << ", channel " << extents[1] << ", height " << extents[2] << ", width "
+            << extents[3] << ", order " << int{parm.order[0]} << int{parm.order[1]} << int{parm.order[2]}
+            << int{parm.order[3]} << ", " << width_bits(parm.in_fmt) << " to " << width_bits(parm.out_fmt)
+            << " bits, input steps " << from[0] << " " << from[1] << " " << from[2] << " " << from[3]
+            << ", output steps " << to[0] << " " << to[1] << " " << to[2];
   }
   return outcome;
 }

@@ -111,7 +111,8 @@ TEST(PermuteRandom, LinesOfAnyTwoFormatsAgreeWithTheTwin) {
   for (int round = 0; round < 1000; ++round) {
     Order order = {0, 1, 2, 3};
     for (size_t i = 2; i > 0; --i) std::swap(order[i], order[random.below(static_cast<uint32_t>(i + 1))]);
-    _NN_PERMUTE_PARM parm = dense_block({1 + random.below(3), 1 + random.below(4), 1 + random.below(4), random.below(50)}, order);
+    _NN_PERMUTE_PARM parm =
+        dense_block({1 + random.below(3), 1 + random.below(4), 1 + random.below(4), random.below(50)}, order);
     parm.in_fmt = any_format(random, random.pick({8, 16, 24, 32}));
     parm.out_fmt = random.one_in(2) ? parm.in_fmt : any_format(random, random.pick({8, 16, 24, 32}));
     if (random.one_in(4)) {

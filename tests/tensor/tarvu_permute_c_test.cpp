@@ -182,7 +182,10 @@ TEST(Permute, LinesInEqualRecordsOfAnyWidthAreCopiedByWholeBytes) {
   const struct {
     _NN_FMT fmt;
     size_t bytes;
-  } cases[] = {{format(24, 4, 1), 3}, {format(12, 4, 1), 1}, {format(7, 4, 1), 0}, {format(0, 0, 0), 0},
+  } cases[] = {{format(24, 4, 1), 3},
+               {format(12, 4, 1), 1},
+               {format(7, 4, 1), 0},
+               {format(0, 0, 0), 0},
                {{127, 127, 10, 0}, 33}};
   for (const auto &c : cases) {
     _NN_PERMUTE_PARM parm = dense_block({1, 1, 1, 2}, {0, 2, 1, 3}, c.fmt);
@@ -282,8 +285,8 @@ void expect_refused(_NN_PERMUTE_PARM parm, const std::string &what, int type) {
   parm.in_addr = parm.out_addr = support::unreadable_address();
   support::StdoutCapture capture;
   const _QX_RESULT result = tarvu_permute_process(&parm);
-  EXPECT_EQ(capture.text(), "\033[1;31mERR:tarvu_permute_process() unsupported " + what + " type " + std::to_string(type) +
-                                "\r\n\033[0m");
+  EXPECT_EQ(capture.text(), "\033[1;31mERR:tarvu_permute_process() unsupported " + what + " type " +
+                                std::to_string(type) + "\r\n\033[0m");
   EXPECT_EQ(result, QX_ERR_UNSUPPORTED);
 }
 

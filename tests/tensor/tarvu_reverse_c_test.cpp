@@ -238,7 +238,10 @@ TEST(Reverse, AnUnsupportedInputFormatPrintsItsLineAndTouchesNoTensor) {
   const struct {
     _NN_FMT fmt;
     int type;
-  } cases[] = {{format(32, 16, 1), 4}, {format(32, 16, 0), 4}, {format(24, 4, 1), -1}, {format(0, 0, 0), -1},
+  } cases[] = {{format(32, 16, 1), 4},
+               {format(32, 16, 0), 4},
+               {format(24, 4, 1), -1},
+               {format(0, 0, 0), -1},
                {{127, 127, 10, 0}, -1}};
   for (const auto &c : cases) {
     for (const int axis : {kBatch, kChannel, kHeight, kWidth, 7, -1}) {
@@ -247,8 +250,8 @@ TEST(Reverse, AnUnsupportedInputFormatPrintsItsLineAndTouchesNoTensor) {
       parm.in_addr = parm.out_addr = support::unreadable_address();
       support::StdoutCapture capture;
       const _QX_RESULT result = tarvu_reverse_process(&parm);
-      EXPECT_EQ(capture.text(), "\033[1;31mERR:tarvu_reverse_process() unsupported input type " + std::to_string(c.type) +
-                                    "\r\n\033[0m");
+      EXPECT_EQ(capture.text(), "\033[1;31mERR:tarvu_reverse_process() unsupported input type " +
+                                    std::to_string(c.type) + "\r\n\033[0m");
       EXPECT_EQ(result, QX_ERR_UNSUPPORTED);
     }
   }
@@ -322,8 +325,8 @@ testing::AssertionResult agrees(_NN_REVERSE_PARM parm, Random &random, const std
   testing::AssertionResult outcome = reverse.same(tarvu_reverse_process, reference::tarvu_reverse_process);
   if (!outcome) {
     outcome << "; " << what << ", axis " << axis << ", batch " << extent[0] << ", channel " << extent[1] << ", height "
-            << extent[2] << ", width " << extent[3] << ", element " << element << ", input step " << slice << ", output step "
-            << out_step[axis];
+            << extent[2] << ", width " << extent[3] << ", element " << element << ", input step " << slice
+            << ", output step " << out_step[axis];
   }
   return outcome;
 }
@@ -335,8 +338,8 @@ TEST(Reverse, AgreesWithTheTwinForRandomShapesStepsAndFormats) {
     const Formats formats = any_formats(random);
     const uint32_t element = formats.in.frac_bits + formats.in.int_bits + formats.in.sign_bits == 8 ? 1 : 2;
     const auto extent = [&] { return static_cast<int>(random.one_in(12) ? 0 : 1 + random.below(5)); };
-    _NN_REVERSE_PARM parm = dense_block(extent(), extent(), extent(), random.one_in(4) ? random.between(0, 70) : extent(),
-                                        random.between(0, 3));
+    _NN_REVERSE_PARM parm = dense_block(extent(), extent(), extent(),
+                                        random.one_in(4) ? random.between(0, 70) : extent(), random.between(0, 3));
     parm.in_fmt = formats.in;
     parm.out_fmt = formats.out;
     const auto padding = [&] { return random.one_in(2) ? 0 : random.below(9); };
@@ -355,8 +358,9 @@ TEST(Reverse, AgreesWithTheTwinForAnySteps) {
   SCOPED_TRACE(random.trace());
   for (int round = 0; round < 3000; ++round) {
     const Formats formats = any_formats(random);
-    _NN_REVERSE_PARM parm = dense_block(random.between(1, 4), random.between(1, 4), random.between(1, 5),
-                                        random.one_in(3) ? random.between(1, 80) : random.between(1, 5), random.between(0, 3));
+    _NN_REVERSE_PARM parm =
+        dense_block(random.between(1, 4), random.between(1, 4), random.between(1, 5),
+                    random.one_in(3) ? random.between(1, 80) : random.between(1, 5), random.between(0, 3));
     parm.in_fmt = formats.in;
     parm.out_fmt = formats.out;
     const auto step = [&] { return random.pick({random.below(4), random.below(20), random.below(140)}); };
@@ -418,7 +422,8 @@ TEST(Reverse, OutputLinesThatShareBytesHoldWhatWasWrittenLast) {
         if (random.one_in(2)) parm.out_fmt = format(bits, 5, 1);
         parm.in_line_ofs = static_cast<uint32_t>(width * bits / 8);
         parm.out_line_ofs = out_line_ofs;
-        EXPECT_TRUE(agrees(parm, random, "line of " + std::to_string(width) + ", lines " + std::to_string(out_line_ofs) + " apart"));
+        EXPECT_TRUE(agrees(parm, random,
+                           "line of " + std::to_string(width) + ", lines " + std::to_string(out_line_ofs) + " apart"));
       }
     }
   }
