@@ -17,9 +17,9 @@
 
 namespace bench {
 
-/// The two calls that are measured against each other. Both do the same work on the same input. The plain one is the twin of
-/// tests/reference/, or, where the twin decides something anew for each element, the loop that anyone would write for this case;
-/// both are compiled at -O2 without vectorisation.
+/// The two calls that are measured against each other. Both do the same work on the same input. The plain one is the
+/// twin of tests/reference/, or, where the twin decides something anew for each element, the loop that anyone would
+/// write for this case; both are compiled at -O2 without vectorisation.
 struct Calls {
   std::function<void()> ours;
   std::function<void()> plain;
@@ -31,11 +31,12 @@ enum class Baseline { kMemcpy, kMemset };
 /// One case of the suite. Name, variant and unit are those of goals.csv.
 struct Workload {
   std::string name;
-  std::string variant;             ///< "default", or what the goals tell apart under one name
-  std::string unit;                ///< what is counted: "element", "output", ...
-  size_t count = 0;                ///< units in one call
-  size_t bytes_moved = 0;          ///< bytes that the baseline copies or sets: the larger of what a call reads and writes
-  std::function<Calls()> prepare;  ///< makes the data, which the calls own; called once, just before the case is measured
+  std::string variant;     ///< "default", or what the goals tell apart under one name
+  std::string unit;        ///< what is counted: "element", "output", ...
+  size_t count = 0;        ///< units in one call
+  size_t bytes_moved = 0;  ///< bytes that the baseline copies or sets: the larger of what a call reads and writes
+  std::function<Calls()>
+      prepare;  ///< makes the data, which the calls own; called once, just before the case is measured
   Baseline baseline = Baseline::kMemcpy;
 };
 
@@ -92,8 +93,8 @@ struct Times {
   double baseline;
 };
 
-/// Measures the three rows of a case in one run, their repeats interleaved. Where the build has no Google Benchmark it ends the
-/// program with a message.
+/// Measures the three rows of a case in one run, their repeats interleaved. Where the build has no Google Benchmark
+/// it ends the program with a message.
 Times measure_times(const Workload &workload, const Calls &calls);
 
 }  // namespace bench

@@ -15,7 +15,8 @@
 
 namespace {
 
-/// What operators print must not stand between the suite's lines: it goes nowhere, and the lines to where it would have gone.
+/// What operators print must not stand between the suite's lines: it goes nowhere, and the lines to where it would
+/// have gone.
 FILE *take_standard_output() {
   std::fflush(stdout);
   const int lines = dup(STDOUT_FILENO);
@@ -49,7 +50,9 @@ bool matches(const char *pattern, const char *text) {
 }
 
 void print_line(FILE *out, const bench::Workload &workload, const char *peer, const char *key, double total) {
-  std::fprintf(out, R"({"case": "%s", "peer": "%s", "variant": "%s", "unit": "%s", "elems": %zu, "%s": %.6g})" "\n",
+  std::fprintf(out,
+               R"({"case": "%s", "peer": "%s", "variant": "%s", "unit": "%s", "elems": %zu, "%s": %.6g})"
+               "\n",
                workload.name.c_str(), peer, workload.variant.c_str(), workload.unit.c_str(), workload.count, key,
                total / static_cast<double>(workload.count));
   std::fflush(out);

@@ -39,9 +39,7 @@ inline constexpr float kMost = static_cast<float>(std::numeric_limits<T>::max())
 inline float round_by_parity(float y, float even, float odd) {
   return (static_cast<uint32_t>(to_s32(y)) & 1u) != 0 ? odd : even;
 }
-#if TARVU_NEON
-inline f32x4 round_by_parity(f32x4 y, f32x4 even, f32x4 odd) { return (to_s32(y) & 1) != 0 ? odd : even; }
-#endif
+inline f32xn round_by_parity(f32xn y, f32xn even, f32xn odd) { return (to_s32(y) & 1) != 0 ? odd : even; }
 
 /// Block form of the codes that round in one way: all in float, for one value and for four.
 /// Kept apart from the tail: sums are rounded to float here, so 0x1.fffffep-2 with kHalfUp is 1, and 0 in the tail.

@@ -19,7 +19,8 @@ inline void zero_point_to_floats(const T *source, float *destination, uint32_t c
     if constexpr (kLanes<Word> == 1) {
       return to_f32(subtract(static_cast<int32_t>(word), zero_point)) * multiplier;
     } else {
-      return to_f32(s32x4(u32x4(word) - fill<u32x4>(static_cast<uint32_t>(zero_point)))) * fill<f32x4>(multiplier);
+      const auto difference = s32xn(u32xn(word) - static_cast<uint32_t>(zero_point));
+      return to_f32(difference) * fill<f32xn>(multiplier);
     }
   });
 }
@@ -39,7 +40,7 @@ inline void floats_to_zero_point_in_block(const float *source, T *destination, u
     if constexpr (kLanes<V> == 1) {
       return static_cast<Word>(static_cast<uint32_t>(rounded) + static_cast<uint32_t>(zero_point));
     } else {
-      return Word(u32x4(rounded) + fill<u32x4>(static_cast<uint32_t>(zero_point)));
+      return Word(u32xn(rounded) + static_cast<uint32_t>(zero_point));
     }
   });
 }

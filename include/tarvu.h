@@ -596,6 +596,9 @@ TARVU_API _QX_RESULT tarvu_softmax_process_one_batch(const _NN_SOFTMAX_PARM *par
 ///   of L consecutive elements from the start, none if L is 0; what lies behind them is as above. For any axis but 3
 ///   these are not the elements along the axis.
 ///
+/// `batch` must not be 0 but for axis 0, which then has no groups: the groups of one item are computed all the same, on
+/// scratch memory that nobody sized.
+///
 /// Scratch: two arrays of `batch * channel * height * width` floats.
 /// \return QX_OK, with no line printed, for any axis
 TARVU_API _QX_RESULT tarvu_softmax_process_0(const _NN_SOFTMAX_PARM *parm);

@@ -1,6 +1,6 @@
 /// \file conversion.h
 /// Runs of floats to integers and back. The caller gives the arithmetic of one element as a step that works on one float and
-/// on four lanes alike; loads, saturating conversion, narrowing and stores are here.
+/// on the target's lanes alike; loads, saturating conversion, narrowing and stores are here.
 #ifndef TARVU_SIMD_CONVERSION_H
 #define TARVU_SIMD_CONVERSION_H
 
@@ -35,32 +35,22 @@ inline WordOf<T> round_down_to_word(float x) {
   return to_word<T>(round_down(x));
 }
 
-/// A float to T, towards zero with saturation; NaN gives 0. Clamped as a float where T is narrow: the result is the same, and a
-/// loop of it goes into lanes on processors whose conversion does not saturate.
+/// A float to T, towards zero with saturation; NaN gives 0.
 template <class T>
 inline T to_integer(float x) {
-#if TARVU_NEON
   return saturate<T>(to_word<T>(x));
-#else
-  if constexpr (sizeof(T) == 4) {
-    return to_word<T>(x);
-  } else {
-    constexpr auto kLeast = static_cast<float>(std::numeric_limits<T>::min());
-    constexpr auto kMost = static_cast<float>(std::numeric_limits<T>::max());
-    float clamped = x < kMost ? x : kMost;
-    clamped = clamped > kLeast ? clamped : kLeast;
-    clamped = x == x ? clamped : 0.0f;
-    return static_cast<T>(static_cast<int32_t>(clamped));
-  }
-#endif
 }
 
-#if TARVU_NEON
+#if TARVU_NEON || TARVU_AVX2
 template <class T>
-using WordLanesOf = std::conditional_t<std::is_signed_v<T>, s32x4, u32x4>;
+using WordLanesOf = std::conditional_t<std::is_signed_v<T>, s32xn, u32xn>;
+
+/// Elements of a block, and the vectors of floats or words that hold them.
+inline constexpr int kConversionBlock = 16;
+inline constexpr int kBlockVectors = kConversionBlock / kLanes<f32xn>;
 
 template <class T>
-inline WordLanesOf<T> to_word(f32x4 x) {
+inline WordLanesOf<T> to_word(f32xn x) {
   if constexpr (std::is_signed_v<T>) {
     return to_s32(x);
   } else {
@@ -69,15 +59,17 @@ inline WordLanesOf<T> to_word(f32x4 x) {
 }
 
 template <class T>
-inline WordLanesOf<T> round_down_to_word(f32x4 x) {
+inline WordLanesOf<T> round_down_to_word(f32xn x) {
   if constexpr (std::is_signed_v<T>) {
-    return vcvtmq_s32_f32(x);
+    return round_down_to_s32(x);
   } else {
-    return vcvtmq_u32_f32(x);
+    return round_down_to_u32(x);
   }
 }
+#endif
 
-/// Stores 16 words saturated to T.
+#if TARVU_NEON
+/// Stores a block of words saturated to T.
 template <class T>
 inline void store_saturated(const WordLanesOf<T> (&words)[4], T *to) {
   if constexpr (sizeof(T) == 4) {
@@ -103,7 +95,19 @@ inline void store_saturated(const WordLanesOf<T> (&words)[4], T *to) {
   }
 }
 
-/// Loads 16 elements widened to words.
+/// Stores a block of floats as T: towards zero, saturated, NaN as 0.
+template <class T>
+inline void store_converted(const f32x4 (&floats)[4], T *to) {
+  WordLanesOf<T> words[4];
+  for (int k = 0; k < 4; ++k) words[k] = to_word<T>(floats[k]);
+  store_saturated<T>(words, to);
+}
+
+inline void store_floats(const f32x4 (&floats)[4], float *to) {
+  vst1q_f32_x4(to, {{floats[0], floats[1], floats[2], floats[3]}});
+}
+
+/// Loads a block of elements widened to words.
 template <class T>
 inline void load_words(const T *from, WordLanesOf<T> (&words)[4]) {
   if constexpr (sizeof(T) == 4) {
@@ -138,78 +142,128 @@ inline void load_words(const T *from, WordLanesOf<T> (&words)[4]) {
     words[3] = vmovl_high_u16(high);
   }
 }
+#elif TARVU_AVX2
+/// Stores a block of signed words, none above the largest T, raised to the least T where they are below it.
+template <class T>
+inline void store_packed(__m256i low, __m256i high, T *to) {
+  constexpr int kInOrder = 0xD8;  // packing works in 128-bit halves
+  if constexpr (sizeof(T) == 2 && std::is_unsigned_v<T>) {
+    store(to, _mm256_permute4x64_epi64(_mm256_packus_epi32(low, high), kInOrder));
+  } else {
+    const __m256i halves = _mm256_permute4x64_epi64(_mm256_packs_epi32(low, high), kInOrder);
+    if constexpr (sizeof(T) == 2) {
+      store(to, halves);
+    } else {
+      const __m128i first = _mm256_castsi256_si128(halves);
+      const __m128i last = _mm256_extracti128_si256(halves, 1);
+      store(to, std::is_signed_v<T> ? _mm_packs_epi16(first, last) : _mm_packus_epi16(first, last));
+    }
+  }
+}
+
+template <class T>
+inline void store_saturated(const WordLanesOf<T> (&words)[2], T *to) {
+  if constexpr (sizeof(T) == 4) {
+    store(to, words[0]);
+    store(to + 8, words[1]);
+  } else if constexpr (std::is_signed_v<T>) {
+    store_packed<T>(__m256i(words[0]), __m256i(words[1]), to);
+  } else {
+    const __m256i most = _mm256_set1_epi32(std::numeric_limits<T>::max());
+    store_packed<T>(_mm256_min_epu32(__m256i(words[0]), most), _mm256_min_epu32(__m256i(words[1]), most), to);
+  }
+}
+
+/// Narrow types: NaN becomes 0, what is too large the largest T; what is too small is left to the packing, since the
+/// conversion gives the least integer for all that it cannot hold.
+template <class T>
+inline void store_converted(const f32xn (&floats)[2], T *to) {
+  if constexpr (sizeof(T) == 4) {
+    for (int k = 0; k < 2; ++k) store(to + 8 * k, to_word<T>(floats[k]));
+  } else {
+    const auto words = [](f32xn x) {
+      const auto number = f32xn(s32xn(x) & s32xn(x == x));
+      return _mm256_cvttps_epi32(__m256(smaller(number, fill<f32xn>(std::numeric_limits<T>::max()))));
+    };
+    store_packed<T>(words(floats[0]), words(floats[1]), to);
+  }
+}
+
+inline void store_floats(const f32xn (&floats)[2], float *to) {
+  store(to, floats[0]);
+  store(to + 8, floats[1]);
+}
+
+template <class T>
+inline void load_words(const T *from, WordLanesOf<T> (&words)[2]) {
+  for (int k = 0; k < 2; ++k, from += 8) {
+    __m256i wide;
+    if constexpr (sizeof(T) == 4) {
+      wide = load<__m256i>(from);
+    } else if constexpr (sizeof(T) == 2) {
+      const auto narrow = load<__m128i>(from);
+      wide = std::is_signed_v<T> ? _mm256_cvtepi16_epi32(narrow) : _mm256_cvtepu16_epi32(narrow);
+    } else {
+      const __m128i narrow = _mm_cvtsi64_si128(load<int64_t>(from));
+      wide = std::is_signed_v<T> ? _mm256_cvtepi8_epi32(narrow) : _mm256_cvtepu8_epi32(narrow);
+    }
+    words[k] = WordLanesOf<T>(wide);
+  }
+}
 #endif
 
-/// to[i] = saturate(finish(to_word(step(from[i])))): `step` maps floats (one or four lanes) to floats; the word is signed or
-/// unsigned as T is.
+/// to[i] = towards zero of step(from[i]), saturated; NaN gives 0. `step` maps floats to floats, one or f32xn at a time.
 template <class T, class Step>
 inline void floats_to_integers(const float *from, T *to, uint32_t count, Step step) {
-  uint32_t i = 0;
-#if TARVU_NEON
+#if TARVU_NEON || TARVU_AVX2
   const auto block = [&](const float *source, T *destination) {
-    WordLanesOf<T> words[4];
-    for (int k = 0; k < 4; ++k) words[k] = to_word<T>(step(load<f32x4>(source + 4 * k)));
-    store_saturated<T>(words, destination);
+    f32xn floats[kBlockVectors];
+    for (int k = 0; k < kBlockVectors; ++k) floats[k] = step(load<f32xn>(source + kLanes<f32xn> * k));
+    store_converted<T>(floats, destination);
   };
-  for (; count - i >= 32; i += 32) {
-    block(from + i, to + i);
-    block(from + i + 16, to + i + 16);
+  for (; count >= 64; count -= 64, from += 64, to += 64) {
+    for (int k = 0; k < 64; k += kConversionBlock) block(from + k, to + k);
   }
-  if (count - i >= 16) {
-    block(from + i, to + i);
-    i += 16;
-  }
+  for (; count >= 16; count -= 16, from += 16, to += 16) block(from, to);
 #endif
-  const auto *source = reinterpret_cast<const Unaligned<float> *>(from + i);
-  auto *destination = reinterpret_cast<Unaligned<T> *>(to + i);
-  const uint32_t rest = count - i;
-  TARVU_INDEPENDENT_ITERATIONS
-  for (uint32_t k = 0; k < rest; ++k) destination[k].value = to_integer<T>(step(float{source[k].value}));
+  for (uint32_t k = 0; k < count; ++k) store(to + k, to_integer<T>(step(load<float>(from + k))));
 }
 
-/// As floats_to_integers(), with words in between: `step` maps floats to words of T (one or four lanes, unsigned lanes for
-/// wrapping sums), which are saturated to T.
+/// to[i] = step(from[i]) saturated: `step` maps floats to words of T (one or f32xn at a time).
 template <class T, class Step>
 inline void floats_to_words_to_integers(const float *from, T *to, uint32_t count, Step step) {
-  uint32_t i = 0;
-#if TARVU_NEON
-  for (; count - i >= 16; i += 16) {
-    WordLanesOf<T> words[4];
-    for (uint32_t k = 0; k < 4; ++k) words[k] = step(load<f32x4>(from + i + 4 * k));
-    store_saturated<T>(words, to + i);
+#if TARVU_NEON || TARVU_AVX2
+  const auto block = [&](const float *source, T *destination) {
+    WordLanesOf<T> words[kBlockVectors];
+    for (int k = 0; k < kBlockVectors; ++k) words[k] = step(load<f32xn>(source + kLanes<f32xn> * k));
+    store_saturated<T>(words, destination);
+  };
+  for (; count >= 32; count -= 32, from += 32, to += 32) {
+    block(from, to);
+    block(from + 16, to + 16);
   }
+  for (; count >= 16; count -= 16, from += 16, to += 16) block(from, to);
 #endif
-  const auto *source = reinterpret_cast<const Unaligned<float> *>(from + i);
-  auto *destination = reinterpret_cast<Unaligned<T> *>(to + i);
-  const uint32_t rest = count - i;
-  TARVU_INDEPENDENT_ITERATIONS
-  for (uint32_t k = 0; k < rest; ++k) destination[k].value = saturate<T>(step(float{source[k].value}));
+  for (uint32_t k = 0; k < count; ++k) store(to + k, saturate<T>(step(load<float>(from + k))));
 }
 
-/// to[i] = step(word of from[i]): `step` maps words (one or four lanes, signed or unsigned as T is) to floats.
+/// to[i] = step(word of from[i]): `step` maps words (signed or unsigned as T is, one or as many as f32xn has) to floats.
 template <class T, class Step>
 inline void integers_to_floats(const T *from, float *to, uint32_t count, Step step) {
-  uint32_t i = 0;
-#if TARVU_NEON
+#if TARVU_NEON || TARVU_AVX2
   const auto block = [&](const T *source, float *destination) {
-    WordLanesOf<T> words[4];
+    WordLanesOf<T> words[kBlockVectors];
     load_words<T>(source, words);
-    for (int k = 0; k < 4; ++k) store(destination + 4 * k, step(words[k]));
+    f32xn floats[kBlockVectors];
+    for (int k = 0; k < kBlockVectors; ++k) floats[k] = step(words[k]);
+    store_floats(floats, destination);
   };
-  for (; count - i >= 32; i += 32) {
-    block(from + i, to + i);
-    block(from + i + 16, to + i + 16);
+  for (; count >= 64; count -= 64, from += 64, to += 64) {
+    for (int k = 0; k < 64; k += kConversionBlock) block(from + k, to + k);
   }
-  if (count - i >= 16) {
-    block(from + i, to + i);
-    i += 16;
-  }
+  for (; count >= 16; count -= 16, from += 16, to += 16) block(from, to);
 #endif
-  const auto *source = reinterpret_cast<const Unaligned<T> *>(from + i);
-  auto *destination = reinterpret_cast<Unaligned<float> *>(to + i);
-  const uint32_t rest = count - i;
-  TARVU_INDEPENDENT_ITERATIONS
-  for (uint32_t k = 0; k < rest; ++k) destination[k].value = step(static_cast<WordOf<T>>(source[k].value));
+  for (uint32_t k = 0; k < count; ++k) store(to + k, step(static_cast<WordOf<T>>(load<T>(from + k))));
 }
 
 }  // namespace tarvu

@@ -23,6 +23,17 @@ typedef uint16_t u16x8 __attribute__((vector_size(16)));
 typedef int8_t s8x16 __attribute__((vector_size(16)));
 typedef uint8_t u8x16 __attribute__((vector_size(16)));
 
+/// The widest lanes that the target computes in at once: what a loop over a long run steps by. One source serves both.
+#if TARVU_AVX2
+typedef float f32xn __attribute__((vector_size(32)));
+typedef int32_t s32xn __attribute__((vector_size(32)));
+typedef uint32_t u32xn __attribute__((vector_size(32)));
+#else
+typedef f32x4 f32xn;
+typedef s32x4 s32xn;
+typedef u32x4 u32xn;
+#endif
+
 /// The element type of a lane type, and the number of its lanes; a plain scalar is its own single lane.
 template <class V>
 struct LaneOf {

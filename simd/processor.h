@@ -10,9 +10,15 @@
 
 #if defined(__aarch64__)
 #define TARVU_NEON 1
+#define TARVU_AVX2 0
 #include <arm_neon.h>
+#elif defined(__AVX2__)
+#define TARVU_NEON 0
+#define TARVU_AVX2 1
+#include <immintrin.h>
 #else
 #define TARVU_NEON 0
+#define TARVU_AVX2 0
 #endif
 
 #if defined(__clang__)

@@ -1,6 +1,7 @@
 /// \file rounding.h
-/// Rounding of floats to integral floats and to integers, for four lanes and for one. Integral floats, infinities and the sign
-/// of zero stay as they are; NaN stays NaN. Conversions to integers truncate (or round down) and saturate; NaN gives 0.
+/// Rounding of floats to integral floats and to integers, for one value, for four lanes and for the target's widest lanes.
+/// Integral floats, infinities and the sign of zero stay as they are; NaN stays NaN. Conversions to integers truncate and
+/// saturate; NaN gives 0.
 #ifndef TARVU_SIMD_ROUNDING_H
 #define TARVU_SIMD_ROUNDING_H
 
@@ -15,6 +16,10 @@ inline float round_up(float x) { return std::ceil(x); }
 inline float round_to_zero(float x) { return std::trunc(x); }
 inline float round_by_environment(float x) { return std::rint(x); }
 inline float absolute(float x) { return std::fabs(x); }
+
+/// The larger and the smaller; NaN if either is. The sign of a zero result is not fixed.
+inline float larger(float a, float b) { return a > b || a != a ? a : b; }
+inline float smaller(float a, float b) { return a < b || a != a ? a : b; }
 
 /// To nearest, ties away from zero, whatever the rounding environment.
 inline float round_half_away(float x) {
@@ -38,7 +43,12 @@ inline float round_half_even(float x) {
 #endif
 }
 
-/// The same for four lanes.
+/// Integers to the nearest float, ties to even.
+inline float to_f32(int32_t x) { return static_cast<float>(x); }
+inline float to_f32(uint32_t x) { return static_cast<float>(x); }
+inline f32x4 to_f32(s32x4 x) { return __builtin_convertvector(x, f32x4); }
+inline f32x4 to_f32(u32x4 x) { return __builtin_convertvector(x, f32x4); }
+
 #if TARVU_NEON
 inline f32x4 round_down(f32x4 x) { return vrndmq_f32(x); }
 inline f32x4 round_up(f32x4 x) { return vrndpq_f32(x); }
@@ -47,35 +57,137 @@ inline f32x4 round_by_environment(f32x4 x) { return vrndiq_f32(x); }
 inline f32x4 round_half_away(f32x4 x) { return vrndaq_f32(x); }
 inline f32x4 round_half_even(f32x4 x) { return vrndnq_f32(x); }
 inline f32x4 absolute(f32x4 x) { return vabsq_f32(x); }
-inline s32x4 to_s32(f32x4 x) { return vcvtq_s32_f32(x); }
-inline u32x4 to_u32(f32x4 x) { return vcvtq_u32_f32(x); }
-#else
-inline f32x4 round_down(f32x4 x) { return map_lanes<f32x4>(x, [](float y) { return round_down(y); }); }
-inline f32x4 round_up(f32x4 x) { return map_lanes<f32x4>(x, [](float y) { return round_up(y); }); }
-inline f32x4 round_to_zero(f32x4 x) { return map_lanes<f32x4>(x, [](float y) { return round_to_zero(y); }); }
-inline f32x4 round_by_environment(f32x4 x) { return map_lanes<f32x4>(x, [](float y) { return round_by_environment(y); }); }
-inline f32x4 round_half_away(f32x4 x) { return map_lanes<f32x4>(x, [](float y) { return round_half_away(y); }); }
-inline f32x4 round_half_even(f32x4 x) { return map_lanes<f32x4>(x, [](float y) { return round_half_even(y); }); }
-inline f32x4 absolute(f32x4 x) { return map_lanes<f32x4>(x, [](float y) { return absolute(y); }); }
-inline s32x4 to_s32(f32x4 x) { return map_lanes<s32x4>(x, [](float y) { return to_s32(y); }); }
-inline u32x4 to_u32(f32x4 x) { return map_lanes<u32x4>(x, [](float y) { return to_u32(y); }); }
-#endif
-
-/// Integers to the nearest float, ties to even.
-inline f32x4 to_f32(s32x4 x) { return __builtin_convertvector(x, f32x4); }
-inline f32x4 to_f32(u32x4 x) { return __builtin_convertvector(x, f32x4); }
-inline float to_f32(int32_t x) { return static_cast<float>(x); }
-inline float to_f32(uint32_t x) { return static_cast<float>(x); }
-
-/// The larger and the smaller; NaN if either is. The sign of a zero result is not fixed.
-inline float larger(float a, float b) { return a > b || a != a ? a : b; }
-inline float smaller(float a, float b) { return a < b || a != a ? a : b; }
-#if TARVU_NEON
 inline f32x4 larger(f32x4 a, f32x4 b) { return vmaxq_f32(a, b); }
 inline f32x4 smaller(f32x4 a, f32x4 b) { return vminq_f32(a, b); }
+inline s32x4 to_s32(f32x4 x) { return vcvtq_s32_f32(x); }
+inline u32x4 to_u32(f32x4 x) { return vcvtq_u32_f32(x); }
+inline s32x4 round_down_to_s32(f32x4 x) { return vcvtmq_s32_f32(x); }
+inline u32x4 round_down_to_u32(f32x4 x) { return vcvtmq_u32_f32(x); }
 #else
-inline f32x4 larger(f32x4 a, f32x4 b) { return ((a > b) | (a != a)) ? a : b; }
-inline f32x4 smaller(f32x4 a, f32x4 b) { return ((a < b) | (a != a)) ? a : b; }
+/// The same in compiler vectors of any length, where the processor's own form of an operation is not at hand.
+template <class F>
+concept FloatLanes = std::is_same_v<F, f32x4> || std::is_same_v<F, f32xn>;
+
+/// The integer lanes of as many lanes.
+template <FloatLanes F>
+using SignedLanes = std::conditional_t<sizeof(F) == 16, s32x4, s32xn>;
+template <FloatLanes F>
+using UnsignedLanes = std::conditional_t<sizeof(F) == 16, u32x4, u32xn>;
+
+#if TARVU_AVX2
+template <int mode, FloatLanes F>
+inline F round_lanes(F x) {
+  if constexpr (sizeof(F) == 16) {
+    return F(_mm_round_ps(__m128(x), mode | _MM_FROUND_NO_EXC));
+  } else {
+    return F(_mm256_round_ps(__m256(x), mode | _MM_FROUND_NO_EXC));
+  }
+}
+template <FloatLanes F>
+inline F round_down(F x) {
+  return round_lanes<_MM_FROUND_TO_NEG_INF>(x);
+}
+template <FloatLanes F>
+inline F round_up(F x) {
+  return round_lanes<_MM_FROUND_TO_POS_INF>(x);
+}
+template <FloatLanes F>
+inline F round_to_zero(F x) {
+  return round_lanes<_MM_FROUND_TO_ZERO>(x);
+}
+template <FloatLanes F>
+inline F round_by_environment(F x) {
+  return round_lanes<_MM_FROUND_CUR_DIRECTION>(x);
+}
+template <FloatLanes F>
+inline F round_half_even(F x) {
+  return round_lanes<_MM_FROUND_TO_NEAREST_INT>(x);
+}
+/// MINPS and MAXPS give the second operand if either is NaN: `b` must not be NaN.
+template <FloatLanes F>
+inline F larger(F a, F b) {
+  if constexpr (sizeof(F) == 16) {
+    return F(_mm_max_ps(__m128(b), __m128(a)));
+  } else {
+    return F(_mm256_max_ps(__m256(b), __m256(a)));
+  }
+}
+template <FloatLanes F>
+inline F smaller(F a, F b) {
+  if constexpr (sizeof(F) == 16) {
+    return F(_mm_min_ps(__m128(b), __m128(a)));
+  } else {
+    return F(_mm256_min_ps(__m256(b), __m256(a)));
+  }
+}
+#else
+template <FloatLanes F>
+inline F round_down(F x) {
+  return map_lanes<F>(x, [](float y) { return round_down(y); });
+}
+template <FloatLanes F>
+inline F round_up(F x) {
+  return map_lanes<F>(x, [](float y) { return round_up(y); });
+}
+template <FloatLanes F>
+inline F round_to_zero(F x) {
+  return map_lanes<F>(x, [](float y) { return round_to_zero(y); });
+}
+template <FloatLanes F>
+inline F round_by_environment(F x) {
+  return map_lanes<F>(x, [](float y) { return round_by_environment(y); });
+}
+template <FloatLanes F>
+inline F round_half_even(F x) {
+  return map_lanes<F>(x, [](float y) { return round_half_even(y); });
+}
+template <FloatLanes F>
+inline F larger(F a, F b) {
+  return ((a > b) | (a != a)) ? a : b;
+}
+template <FloatLanes F>
+inline F smaller(F a, F b) {
+  return ((a < b) | (a != a)) ? a : b;
+}
+#endif
+
+template <FloatLanes F>
+inline F absolute(F x) {
+  return F(UnsignedLanes<F>(x) & 0x7FFFFFFFu);
+}
+template <FloatLanes F>
+inline F round_half_away(F x) {
+  const F whole = round_to_zero(x);
+  const F one = F((UnsignedLanes<F>(x) & 0x80000000u) | 0x3F800000u);  // with the sign of x
+  return absolute(x - whole) >= 0.5f ? whole + one : whole;
+}
+template <FloatLanes F>
+inline SignedLanes<F> to_s32(F x) {
+  using S = SignedLanes<F>;
+  const F within = smaller(larger(F(S(x) & S(x == x)), fill<F>(-0x1p31f)), fill<F>(0x1.fffffep30f));
+  return x >= 0x1p31f ? S{} + std::numeric_limits<int32_t>::max() : __builtin_convertvector(within, S);
+}
+template <FloatLanes F>
+inline UnsignedLanes<F> to_u32(F x) {
+  using U = UnsignedLanes<F>;
+  using S = SignedLanes<F>;
+  const F rest = larger(x >= 0x1p31f ? x - 0x1p31f : x, F{});
+  const U top = U(x >= 0x1p31f) & 0x80000000u;
+  const U bits = U(to_s32(rest)) | top;
+  return S(x >= 0x1p32f) ? U{} - 1u : bits;
+}
+template <FloatLanes F>
+inline SignedLanes<F> round_down_to_s32(F x) {
+  return to_s32(round_down(x));
+}
+template <FloatLanes F>
+inline UnsignedLanes<F> round_down_to_u32(F x) {
+  return to_u32(round_down(x));
+}
+#endif
+#if TARVU_AVX2
+inline f32xn to_f32(s32xn x) { return __builtin_convertvector(x, f32xn); }
+inline f32xn to_f32(u32xn x) { return __builtin_convertvector(x, f32xn); }
 #endif
 
 }  // namespace tarvu

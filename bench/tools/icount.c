@@ -1,14 +1,14 @@
 /// \file icount.c
-/// Plugin of the user-mode emulator (QEMU 7.2, plugin interface version 1): counts the instructions that a program executes
-/// between its calls of two marker functions.
+/// Plugin of the user-mode emulator (QEMU 7.2, plugin interface version 1): counts the instructions that a program
+/// executes between its calls of two marker functions.
 ///
 ///   qemu-aarch64 -plugin libtarvu_icount.so,begin=bench_mark_begin,end=bench_mark_end -d plugin -D report.txt program
 ///
 /// The program must keep its symbol table. Every section from one marker to the other adds a line to the report:
 ///   icount total=N vec=N ld=N st=N br=N other=N
-/// by class of the A64 encoding: vec is SIMD and floating-point data processing; ld and st are loads and stores of any register,
-/// one for each instruction; br is branches, exceptions and system. With dump=1 the 40 hottest blocks follow, with the symbol
-/// that each lies in.
+/// by class of the A64 encoding: vec is SIMD and floating-point data processing; ld and st are loads and stores of
+/// any register, one for each instruction; br is branches, exceptions and system. With dump=1 the 40 hottest blocks
+/// follow, with the symbol that each lies in.
 ///
 /// Distributions build the emulator with plugins but do not ship the header, so what is used of it is declared here.
 #include <inttypes.h>
@@ -66,7 +66,7 @@ static unsigned classify(uint32_t word) {
   if (group == 7 || group == 15) return kVector;
   if ((group & 14) == 10) return kBranch;
   if ((group & 5) != 4) return kOther;
-  if ((bits(word, 24, 8) & 0x3B) == 0x18) return kLoad;        // literal
+  if ((bits(word, 24, 8) & 0x3B) == 0x18) return kLoad;                   // literal
   if (bits(word, 27, 3) == 5) return bits(word, 22, 1) ? kLoad : kStore;  // pairs
   if (bits(word, 27, 3) == 7) {
     const uint32_t operation = bits(word, 22, 2);
@@ -127,8 +127,8 @@ static void section_ends(unsigned processor, void *data) {
   counting = false;
   char line[kLineBytes];
   snprintf(line, sizeof line,
-           "icount total=%" PRIu64 " vec=%" PRIu64 " ld=%" PRIu64 " st=%" PRIu64 " br=%" PRIu64 " other=%" PRIu64 "\n", total,
-           total_of_class[kVector], total_of_class[kLoad], total_of_class[kStore], total_of_class[kBranch],
+           "icount total=%" PRIu64 " vec=%" PRIu64 " ld=%" PRIu64 " st=%" PRIu64 " br=%" PRIu64 " other=%" PRIu64 "\n",
+           total, total_of_class[kVector], total_of_class[kLoad], total_of_class[kStore], total_of_class[kBranch],
            total_of_class[kOther]);
   qemu_plugin_outs(line);
   if (dump_blocks) report_blocks();

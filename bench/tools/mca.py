@@ -6,8 +6,9 @@ usage: mca.py FILE.s [ELEMENTS PER TURN]
   aarch64-linux-gnu-g++ -O2 -ffp-contract=off -S kernel.cpp -o kernel.s
 
 An inner loop is a label whose block ends in a conditional branch back to it with no other label between. LLVM 19 models
-cortex-a53, cortex-a55 and neoverse-n1; for cortex-a76 it takes an older core silently, so neoverse-n1, which is of the same
-design, stands for it. All loads hit the first-level cache; the figures of the in-order cores depend on the order of the code.
+cortex-a53, cortex-a55 and neoverse-n1; for cortex-a76 it takes an older core silently, so neoverse-n1, which is of the
+same design, stands for it. All loads hit the first-level cache; the figures of the in-order cores depend on the order
+of the code.
 """
 import re
 import shutil
