@@ -1,0 +1,234 @@
+/// \file pool_operations.h
+/// What happens to a window: its maximum, or its average with the padding counted or not.
+///
+/// An operation tells the walk over the plane which windows exist (extra_column_limit, extra_line_limit), what it is about to walk
+/// (start_line), and takes folded columns (finish) or the reduction of one window (put).
+#ifndef TARVU_POOL_POOL_OPERATIONS_H
+#define TARVU_POOL_POOL_OPERATIONS_H
+
+#include <type_traits>
+
+#include "pool/pool_geometry.h"
+#include "pool/pool_output_stage.h"
+#include "pool/pool_pass.h"
+
+namespace tarvu {
+
+/// Some columns of an output line: `count` of them from column `first`, whose windows start `stride` words apart in `words`. The
+/// words are the columns of the input folded down the window's lines, with the fold of nothing where there is padding.
+template <class Word>
+struct FoldedColumns {
+  const Word *words;
+  uint32_t first;
+  uint32_t count;
+  uint8_t *to;
+};
+
+/// Where the maximum of every word passes through the output unchanged.
+template <class In, class Out>
+inline bool passes_unchanged(const OutputTerms &terms) {
+  const int32_t multiplier = multiply(terms.in_multiplier, terms.out_multiplier);
+  // A right shift takes back what the multiplier did, and half of it below is lost. Up to 15 bits no element can wrap.
+  return std::is_same_v<In, Out> && terms.right <= 15 && multiplier == shift_left(1, terms.right) &&
+         terms.round >= 0 && terms.round < multiplier;
+}
+
+/// Maxima to the output, in the quickest way that the types and terms allow.
+template <class In, class Out>
+class MaximumOutput {
+ public:
+  explicit MaximumOutput(const OutputTerms &terms) : step_(terms), unchanged_(passes_unchanged<In, Out>(terms)), lanes_(terms) {
+    if constexpr (kMapped) {
+      for (uint32_t byte = 0; byte < 256; ++byte) map_[byte] = static_cast<uint8_t>(element(static_cast<In>(byte)));
+    }
+  }
+
+  /// Calls use(stage).
+  template <class Use>
+  void with_stage(Use use) const {
+    if constexpr (std::is_same_v<In, Out>) {
+      if (unchanged_) return use(IdentityStage<In>{});
+    }
+    if constexpr (kMapped) {
+      use(MapStage<In, Out>(map_));
+    } else {
+      use(StepStage<Out, MaximumStep<Words>>{lanes_});
+    }
+  }
+
+  Out element(int32_t maximum) const { return clamped<Out>(step_(maximum)); }
+
+ private:
+  static constexpr bool kMapped = kMapsBytes && sizeof(In) == 1 && sizeof(Out) == 1;
+  MaximumStep<int32_t> step_;
+  bool unchanged_;
+  MaximumStep<Words> lanes_;
+  uint8_t map_[kMapped ? 256 : 1] = {};
+};
+
+/// The maximum of no element.
+constexpr int32_t kMaximumOfNothing = std::numeric_limits<int32_t>::min();
+
+template <class In, class OutElement>
+class MaximumOperation {
+ public:
+  using Fold = MaximumFold<In>;
+  using Out = OutElement;
+  static constexpr int32_t kOfNothing = kMaximumOfNothing;
+  static int32_t both(int32_t a, int32_t b) { return std::max(a, b); }
+
+  MaximumOperation(const Axis &columns, const Axis &lines, const OutputTerms &terms)
+      : columns_(columns), lines_(lines), output_(terms) {
+    first_filled_ = columns.window(0).end > 0 ? 0 : 1;
+    // Windows start inside the input up to here.
+    end_filled_ = columns.is_regular() && columns.kernel > 0
+                      ? static_cast<uint32_t>(columns.extent + columns.pad_near + columns.stride - 1) /
+                            static_cast<uint32_t>(columns.stride)
+                      : 0;
+  }
+
+  int32_t extra_column_limit(Place) const { return columns_.extent; }
+  int32_t extra_line_limit() const { return lines_.extent; }
+  void start_line(const Window &line) { empty_line_ = line.end <= line.begin; }
+
+  void put(uint8_t *to, int32_t maximum, const Window &) const { store(to, output_.element(maximum)); }
+
+  /// Kept: an empty window is written too, as the maximum of nothing.
+  void finish(const FoldedColumns<In> &columns) const {
+    const uint32_t end = columns.first + columns.count;
+    if (empty_line_ || end_filled_ == 0) return fill_empty(columns, columns.first, end);
+    output_.with_stage([&](const auto &stage) {
+      pass_windows<Fold>(columns.words, static_cast<uint32_t>(columns_.kernel), static_cast<uint32_t>(columns_.stride),
+                         columns.count, stage, columns.to);
+    });
+    fill_empty(columns, columns.first, first_filled_);
+    fill_empty(columns, std::max(columns.first, end_filled_), end);
+  }
+
+ private:
+  void fill_empty(const FoldedColumns<In> &columns, uint32_t begin, uint32_t end) const {
+    if (begin >= end) return;
+    const Out element = output_.element(kOfNothing);
+    for (uint32_t i = begin; i < end; ++i) store(columns.to + (i - columns.first) * sizeof(Out), element);
+  }
+
+  Axis columns_;
+  Axis lines_;
+  MaximumOutput<In, Out> output_;
+  uint32_t first_filled_;  ///< the columns from here to end_filled_ hold elements, the others none
+  uint32_t end_filled_;
+  bool empty_line_ = false;
+};
+
+/// What an average divides by along one axis, with the padding counted.
+struct PaddingCounted {
+  static int32_t counted(const Axis &axis, const Window &window) {
+    switch (window.place) {
+      case Place::kFirst:
+        return std::min(axis.kernel, axis.padded_extent());
+      case Place::kInner:
+        return axis.kernel;
+      default:
+        return axis.extent + axis.pad_far - axis.last;
+    }
+  }
+  static int32_t divisor(int32_t columns, int32_t lines, Place) { return multiply(columns, lines); }
+  static int32_t extra_limit(const Axis &axis) { return axis.extent; }
+};
+
+/// The same with the padding left out.
+struct PaddingNotCounted {
+  static int32_t counted(const Axis &axis, const Window &window) {
+    switch (window.place) {
+      case Place::kFirst:
+        // Kept: cut at the end of the padding, so a first window that crosses the whole line counts the padding behind it.
+        return std::max(0, std::min(axis.padded_extent(), axis.kernel - axis.pad_near));
+      case Place::kInner:
+        return std::min(window.end - window.begin, axis.kernel);
+      default:
+        return axis.extent - axis.last;
+    }
+  }
+  static int32_t divisor(int32_t columns, int32_t lines, Place column) {
+    const int32_t product = multiply(columns, lines);
+    return column == Place::kExtra ? std::max(product, 1) : product;
+  }
+  static int32_t extra_limit(const Axis &axis) { return axis.extent + axis.pad_far; }
+};
+
+/// `Counting` is PaddingCounted or PaddingNotCounted, `Sum` the fold that holds a window's sum.
+template <class Sum, class OutElement, class Counting>
+class AverageOperation {
+ public:
+  using Fold = Sum;
+  using Out = OutElement;
+  using Word = typename Fold::Word;
+  static constexpr int32_t kOfNothing = 0;
+  static int32_t both(int32_t a, int32_t b) { return add(a, b); }
+
+  AverageOperation(const Axis &columns, const Axis &lines, const OutputTerms &terms)
+      : columns_(columns), lines_(lines), terms_(terms) {
+    first_full_ = Counting::counted(columns, columns.window(0)) == columns.kernel ? 0 : 1;
+    uint32_t full = 1;
+    const int32_t regular = columns.regular();
+    if (regular > 1 && Counting::counted(columns, columns.window(regular - 1)) == columns.kernel) {
+      full = static_cast<uint32_t>(regular);
+    } else if (columns.is_regular()) {
+      const int32_t room = columns.extent + columns.pad_near - columns.kernel;
+      full = room < columns.stride ? 1 : static_cast<uint32_t>(std::min(room / columns.stride + 1, regular));
+    }
+    end_full_ = full;
+  }
+
+  /// Kept: in the extra line the extra column starts inside the input or does not exist, whatever is counted.
+  int32_t extra_column_limit(Place line) const {
+    return line == Place::kExtra ? columns_.extent : Counting::extra_limit(columns_);
+  }
+  int32_t extra_line_limit() const { return Counting::extra_limit(lines_); }
+  void start_line(const Window &line) { counted_lines_ = Counting::counted(lines_, line); }
+
+  void put(uint8_t *to, int32_t sum, const Window &column) const {
+    const int32_t divisor = Counting::divisor(Counting::counted(columns_, column), counted_lines_, column.place);
+    const AverageStep<int32_t, AnyDivisor> step(terms_, divisor / 2, AnyDivisor{divisor});
+    store(to, clamped<Out>(step(sum)));
+  }
+
+  void finish(const FoldedColumns<Word> &columns) const {
+    const uint32_t end = columns.first + columns.count;
+    const int32_t divisor = multiply(columns_.kernel, counted_lines_);
+    uint32_t full = std::max(columns.first, first_full_);
+    uint32_t full_end = std::min(end, end_full_);
+    if (full >= full_end || divisor < 2) full = full_end = end;
+    if (columns.first < full) put_each(columns, columns.first, full);
+    if (full < full_end) {
+      const auto stride = static_cast<uint32_t>(columns_.stride);
+      const StepStage<Out, FullStep> stage{FullStep(terms_, divisor / 2, Reciprocal<Words>(divisor))};
+      pass_windows<Fold>(columns.words + (full - columns.first) * stride, static_cast<uint32_t>(columns_.kernel), stride,
+                         full_end - full, stage, columns.to + (full - columns.first) * sizeof(Out));
+    }
+    if (full_end < end) put_each(columns, full_end, end);
+  }
+
+ private:
+  using FullStep = AverageStep<Words, Reciprocal<Words>>;
+
+  void put_each(const FoldedColumns<Word> &columns, uint32_t begin, uint32_t end) const {
+    for (uint32_t i = begin; i < end; ++i) {
+      const uint32_t place = i - columns.first;
+      const Word sum = fold_window<Fold>(columns.words + place * static_cast<uint32_t>(columns_.stride),
+                                         static_cast<uint32_t>(columns_.kernel));
+      put(columns.to + place * sizeof(Out), static_cast<int32_t>(sum), columns_.window(static_cast<int32_t>(i)));
+    }
+  }
+
+  Axis columns_;
+  Axis lines_;
+  OutputTerms terms_;
+  uint32_t first_full_;  ///< these columns have the divisor of a whole window
+  uint32_t end_full_;
+  int32_t counted_lines_ = 0;
+};
+
+}  // namespace tarvu
+
+#endif  // TARVU_POOL_POOL_OPERATIONS_H
