@@ -472,9 +472,10 @@ typedef struct _NN_PRELU_PARM {
   int8_t shift;          ///< right shift of every product, bits; 0 to 31 by design
 } _NN_PRELU_PARM;
 
-/// Parametric rectifier in integers ("Delving Deep into Rectifiers", 2015), `out = saturate(max(x, 0) + ((min(x, 0) * w)
-/// >> shift))` with the slope w of the element's channel. The product is exact, the shift arithmetic without rounding,
-/// the result saturated to the element's range (8 or 16 bits, always signed: 200 in an unsigned 8-bit tensor is -56).
+/// Parametric rectifier in integers ("Delving Deep into Rectifiers", 2015):
+/// `out = saturate(max(x, 0) + ((min(x, 0) * w) >> shift))` with the slope w of the element's channel. The product is
+/// exact, the shift arithmetic without rounding, the result saturated to the element's range (8 or 16 bits, always
+/// signed: 200 in an unsigned 8-bit tensor is -56).
 ///
 /// Only the first batch item is computed, whatever `num` says; the rest of the output stays as it was. The result of a
 /// shift outside 0 to 31 depends on the place of the element in its plane: see tarvu_prelu_neon_func_int8(). A width
@@ -487,16 +488,17 @@ TARVU_API _QX_RESULT tarvu_prelu_process(const _NN_PRELU_PARM *parm);
 /// PReLU with one slope: `out[i] = saturate(max(x, 0) + ((min(x, 0) * weight) >> shift))`.
 ///
 /// A shift outside 0 to 31 is no design case, but has a fixed result: the first `count / 16 * 16` elements shift a
-/// 16-bit lane, left by `-shift` for a negative one with the bits above the top lost (16 and more, -128 included, leave
-/// 0), right otherwise so that 32 and more leave only the sign; the last `count % 16` elements shift a 32-bit word right
-/// by `shift` modulo 32. Both saturate afterwards. With weight 3 and shift -1, -2 gives -12 in a block and -1 in the tail.
+/// 16-bit lane, left by `-shift` for a negative one with the bits above the top lost (a shift of -16 to -128 leaves 0),
+/// right otherwise so that 32 and more leave only the sign; the last `count % 16` elements shift a 32-bit word right by
+/// `shift` modulo 32. Both saturate afterwards. With weight 3 and shift -1, -2 gives -12 in a block and -1 in the tail.
 /// \param in `count` elements, at any address
 /// \param out `count` elements; may equal `in`, else must not overlap it
 /// \param weight slope
 /// \param count elements
 /// \param shift bits
 /// \return 0
-TARVU_API int32_t tarvu_prelu_neon_func_int8(const int8_t *in, int8_t *out, int8_t weight, uint32_t count, int8_t shift);
+TARVU_API int32_t tarvu_prelu_neon_func_int8(const int8_t *in, int8_t *out, int8_t weight, uint32_t count,
+                                             int8_t shift);
 
 /// As tarvu_prelu_neon_func_int8() for 16-bit elements; the first `count / 8 * 8` elements shift a 32-bit lane (32 and
 /// more to the left leave 0), the last `count % 8` a 32-bit word as there.
@@ -529,8 +531,8 @@ TARVU_API int32_t tarvu_prelu_c_func_int16(const int16_t *in, const int8_t *weig
 // Softmax
 // ---------------------------------------------------------------------------------------------------------------------
 
-/// Parameter block of the softmax functions. Within a batch item tensors are dense: `channel` planes of `height` lines of
-/// `width` elements.
+/// Parameter block of the softmax functions. Within a batch item tensors are dense: `channel` planes of `height` lines
+/// of `width` elements.
 typedef struct _NN_SOFTMAX_PARM {
   uint64_t in_addr;          ///< input tensor
   uint64_t out_addr;         ///< output tensor; may equal the input where the element widths are equal
@@ -572,10 +574,10 @@ typedef struct _NN_SOFTMAX_PARM {
 ///
 /// Scratch: two arrays of `width * height * channel` floats, used again for every item; the second is left alone if the
 /// output is written as floats. Extents of 0 write nothing.
-/// \return the result of the last batch item: QX_OK; QX_ERR_UNSUPPORTED with the item's output unwritten, for an axis of
-///         0 or above 3, after the line "\033[1;31mERR:tarvu_softmax_process_one_batch() Softmax cpu Layer is not support
-///         axis = 0 or axis > 3, please convert dimensions.\r\n\033[0m" (unbroken), once for each item. A batch of 0
-///         gives QX_OK
+/// \return the result of the last batch item: QX_OK; QX_ERR_UNSUPPORTED with the item's output unwritten, for an axis
+///         of 0 or above 3, after the line "\033[1;31mERR:tarvu_softmax_process_one_batch() Softmax cpu Layer is not
+///         support axis = 0 or axis > 3, please convert dimensions.\r\n\033[0m" (unbroken), once for each item. A batch
+///         of 0 gives QX_OK
 TARVU_API _QX_RESULT tarvu_softmax_process(const _NN_SOFTMAX_PARM *parm);
 
 /// One batch item of tarvu_softmax_process(), with its result, scratch memory and line.
@@ -590,9 +592,9 @@ TARVU_API _QX_RESULT tarvu_softmax_process_one_batch(const _NN_SOFTMAX_PARM *par
 ///
 /// - `axis` 1 and `height * width` above 1: tarvu_softmax_axis1_4vec(), which covers the first item; the rest of the
 ///   result is what the second scratch array held (or the output, if it is written as floats).
-/// - Otherwise, with L the extent of `axis` (1 for an axis below 0 or above 3), `height * channel * width / L` groups of
-///   L consecutive elements from the start, none if L is 0; what lies behind them is as above. For any axis but 3 these
-///   are not the elements along the axis.
+/// - Otherwise, with L the extent of `axis` (1 for an axis below 0 or above 3), `height * channel * width / L` groups
+///   of L consecutive elements from the start, none if L is 0; what lies behind them is as above. For any axis but 3
+///   these are not the elements along the axis.
 ///
 /// Scratch: two arrays of `batch * channel * height * width` floats.
 /// \return QX_OK, with no line printed, for any axis
@@ -614,16 +616,17 @@ TARVU_API void tarvu_softmax_axis2_4vec(const float *in, float *out, const _NN_S
 ///
 /// The sum of a group of L exponentials has a fixed order. One accumulator of four lanes starts at 0.0f. For each 16
 /// elements lane k adds the elements 4k, 4k + 1, 4k + 2 and 4k + 3 of the block in this order, then for each 4 elements
-/// of the rest lane k adds element k. The lanes are added as `(((lane0 + 0.0f) + lane1) + lane2) + lane3`, then the last
-/// `L % 4` exponentials one at a time. Arguments as for tarvu_softmax_axis1_4vec().
+/// of the rest lane k adds element k. The lanes are added as `(((lane0 + 0.0f) + lane1) + lane2) + lane3`, then the
+/// last `L % 4` exponentials one at a time. Arguments as for tarvu_softmax_axis1_4vec().
 TARVU_API void tarvu_softmax_axis3_4vec(const float *in, float *out, const _NN_SOFTMAX_PARM *parm);
 
 /// As tarvu_softmax_axis3_4vec() over one group of `width * height * channel` elements.
 TARVU_API void tarvu_softmax_axisn_1dim_vec(const float *in, float *out, const _NN_SOFTMAX_PARM *parm);
 
 /// Approximate exponential ("A Fast, Compact Approximation of the Exponential Function", 1999): the bit pattern of the
-/// result is `(x * 1.442695f + 126.934906f) * 2^23`, product and sum each rounded to float, converted towards zero to an
-/// unsigned 32-bit integer with saturation. From -87 to 0 it is 0.9559 to 1.0147 times exp(x); fast_exp(0) is 0.967453.
+/// result is `(x * 1.442695f + 126.934906f) * 2^23`, product and sum each rounded to float, converted towards zero to
+/// an unsigned 32-bit integer with saturation. From -87 to 0 it is 0.9559 to 1.0147 times exp(x); fast_exp(0) is
+/// 0.967453.
 ///
 /// Below about -87.98 the result is 0.0; above about 88.8 the bits run through infinity, NaN and negative numbers up to
 /// 0xFFFFFFFF. NaN gives 0.0.
@@ -684,7 +687,8 @@ typedef struct _NN_SOFTMAX_ASYM_PARM {
 /// \return as tarvu_softmax_process(); the line names tarvu_softmax_asym_process_one_batch()
 TARVU_API _QX_RESULT tarvu_softmax_asym_process(const _NN_SOFTMAX_ASYM_PARM *parm);
 
-/// Does nothing and returns 0. Kept for runtimes that look it up by name; it reads no argument, whatever it is called with.
+/// Does nothing and returns 0. Kept for runtimes that look it up by name; it reads no argument, whatever it is called
+/// with.
 TARVU_API _QX_RESULT tarvu_dli_softmax_process(void);
 
 /// One batch item of tarvu_softmax_asym_process(), with its result, scratch memory and line.
@@ -707,8 +711,8 @@ TARVU_API void tarvu_softmax_asym_axisn_1dim_vec(const float *in, float *out, co
 // ---------------------------------------------------------------------------------------------------------------------
 
 /// Numerator of a softmax in integers: for each of `batch` dense runs of `channel` signed 16-bit elements,
-/// `out = round(16384 * exp(x - max))`, with x and max brought to 6 fraction bits. No sum is formed: the largest element
-/// gives 16384, and normalising is left to the reader. See vendor_submax_s16() for the arithmetic.
+/// `out = round(16384 * exp(x - max))`, with x and max brought to 6 fraction bits. No sum is formed: the largest
+/// element gives 16384, and normalising is left to the reader. See vendor_submax_s16() for the arithmetic.
 ///
 /// Reads `in_addr`, `out_addr`, `channel`, `batch` and `in_fmt.frac_bits` (as an unsigned byte), nothing else; items
 /// follow one another without gaps. The output may be the input. Takes no scratch memory.
@@ -720,15 +724,15 @@ TARVU_API _QX_RESULT vendor_softmax_process(const _NN_SOFTMAX_PARM *parm);
 /// wrapping in 16 bits, and replaces each difference v by entry `v + 671` of a table, `round(16384 * exp(v / 64))`; a
 /// difference below -671 gives 0.
 ///
-/// More than 6 fraction bits are shifted out to the right, arithmetically without rounding (16 and more leave the sign);
-/// fewer than 6 are shifted in from the left with the bits above the top lost.
+/// More than 6 fraction bits are brought down by an arithmetic right shift without rounding (by 16 and more leaves only
+/// the sign), fewer than 6 brought up by a left shift within 16 bits, with the bits above the top lost.
 ///
-/// With fewer than 6 fraction bits the end of the run is different: of the last `count % 8` elements, all if they are at
-/// most 5, and those behind the first 4 if they are 6 or 7, are shifted right by `26 + frac_bits` instead, which leaves
-/// 0 or -1; these values take part in the maximum. With 0 fraction bits, 2 alone gives the same result as 0.
+/// With fewer than 6 fraction bits the end of the run is different: of the last `count % 8` elements, all if they are
+/// at most 5, and those behind the first 4 if they are 6 or 7, are shifted right by `26 + frac_bits` instead, which
+/// leaves 0 or -1; these values take part in the maximum. With 0 fraction bits the run 1, 2 so gives 16384 twice.
 ///
-/// Where the values span 32768 or more, a difference wraps above 0: the run ends at the first such element. The elements
-/// before it are table values; it and those behind it stay as differences.
+/// Where the values span 32768 or more, a difference wraps above 0: the run ends at the first such element. The
+/// elements before it are table values; it and those behind it stay as differences.
 /// \param in `count` elements, at any address
 /// \param out `count` elements; may equal `in`, else must not overlap it
 /// \param count elements; 0 does nothing
@@ -762,7 +766,7 @@ typedef struct _NN_LRN_PARM {
   uint32_t out_line_ofs;     ///< not read
   uint32_t out_channel_ofs;  ///< not read
   uint32_t out_batch_ofs;    ///< bytes between batch items of the output
-  _NN_FMT in_fmt;            ///< format of the input; a width other than 8 and 16 means floats; signed is any sign_bits but 0
+  _NN_FMT in_fmt;            ///< format of the input: signed is any `sign_bits` but 0; a width but 8 and 16 is floats
   _NN_FMT out_fmt;           ///< format of the output, as the input's
   _NN_SCALE in_scale;        ///< scale of the input; no effect on floats
   _NN_SCALE out_scale;       ///< multiplier of the output; no effect on floats
@@ -775,7 +779,8 @@ typedef struct _NN_LRN_PARM {
 
 /// Local response normalisation across channels ("ImageNet Classification with Deep Convolutional Neural Networks",
 /// 2012): `out[c] = in[c] * fast_Pow(k + alpha / local_size * sum, -beta)`, sum being that of the squares of the
-/// `local_size` channels around c at the same position, clipped at the first and last channel. See tarvu_lrn_neon_func().
+/// `local_size` channels around c at the same position, clipped at the first and last channel. The order of the float
+/// operations is told at tarvu_lrn_neon_func().
 ///
 /// For every batch item in turn the input is converted by `*tofloat_neon()`, computed, and converted by
 /// `floatto*_neon()`, with the scales as floats as in tarvu_softmax_process(). Floats are read and written where they
@@ -787,8 +792,8 @@ typedef struct _NN_LRN_PARM {
 /// Scratch: with P = `width * height`, T floats of sums, `(channel + local_size - 1) * P` of squares, `channel * P` of
 /// input and `channel * P` of output, in this order.
 /// \return QX_OK, or with nothing written QX_ERR_PARAM: for an even `local_size`, ahead of all else, after the line
-///         "\033[1;31mERR:tarvu_lrn_process() LRN only supports odd values for local_size!\r\n\033[0m"; for an extent of
-///         0, or `alpha` or `beta` at or below 0, after the line
+///         "\033[1;31mERR:tarvu_lrn_process() LRN only supports odd values for local_size!\r\n\033[0m"; for an extent
+///         of 0, or `alpha` or `beta` at or below 0, after the line
 ///         "\033[1;31mERR:tarvu_lrn_checkparm() shape should be positive, but input is %dx%dx%dx%d(num x channels x
 ///         width x height),%dx%fx%f(size x beta x alpha)\r\n\033[0m" (unbroken) with batch, channel, width, height,
 ///         local_size, beta and alpha
@@ -822,8 +827,8 @@ TARVU_API int32_t tarvu_lrn_neon_func(const float *in, float *out, float *sums, 
                                       uint32_t num, uint32_t local_size, uint32_t channels, float alpha_n, float beta,
                                       uint32_t width, uint32_t height, uint32_t half);
 
-/// As tarvu_lrn_neon_func(), but `lrn_k` counts as unsigned (-1 is 4294967295), and a square is the double `pow(x, 2.0)`
-/// rounded to float.
+/// As tarvu_lrn_neon_func(), but `lrn_k` counts as unsigned (-1 is 4294967295), and a square is the double
+/// `pow(x, 2.0)` rounded to float.
 TARVU_API int32_t tarvu_lrn_c_func(const float *in, float *out, float *sums, float *squares, int32_t lrn_k,
                                    uint32_t num, uint32_t local_size, uint32_t channels, float alpha_n, float beta,
                                    uint32_t width, uint32_t height, uint32_t half);
@@ -875,7 +880,7 @@ typedef struct _NN_NORM_PARM {
 /// the output stays as it is. Every float operation is rounded by itself; nothing is fused.
 ///
 /// - `norm_whole_item` not 0. The squares are summed in float: the first `n & ~15` in blocks of 16, a block adding
-///   `((a + b) + c) + d` of the squares of its elements k, 4 + k, 8 + k and 12 + k to lane k of four lanes; then
+///   `((a + b) + c) + d` of the squares of its elements 4k, 4k + 1, 4k + 2 and 4k + 3 to lane k of four lanes; then
 ///   `((lane 0 + lane 1) + lane 2) + lane 3`; then the last `n & 15`, one at a time. The factor `1 / sqrt(sum + eps)`
 ///   is formed in double and rounded to float; then `out = in * (factor * scale)`.
 /// - `norm_whole_item` 0, the first `P & ~15` of the `P = width * height` positions: the sum of a position starts at
@@ -958,7 +963,7 @@ TARVU_API _QX_RESULT tarvu_layernorm_process(_NN_LAYERNORM_PARM *parm);
 /// for the mean of every run, and all but the root is in float, rounded by each operation and never fused.
 ///
 /// A run of L elements: the squares of `d = x - 187.03314f` are summed, the first `L & ~15` in blocks of 16, a block
-/// adding `((a + b) + c) + d` of its squares k, 4 + k, 8 + k and 12 + k to lane k of four lanes; then
+/// adding `((a + b) + c) + d` of its squares 4k, 4k + 1, 4k + 2 and 4k + 3 to lane k of four lanes; then
 /// `((lane 0 + lane 1) + lane 2) + lane 3`; then the last `L & 15`, one at a time. `inv = 1 / sqrt(sum / L + eps)`, the
 /// quotient and the sum in float, the root and the reciprocal in double, rounded to float. `y = d * inv`, then gamma
 /// and beta.
@@ -974,8 +979,8 @@ TARVU_API _QX_RESULT tarvu_layernorm_process_neon(_NN_LAYERNORM_PARM *parm);
 // ---------------------------------------------------------------------------------------------------------------------
 
 /// Parameter block of tarvu_eltwise_process(). Three tensors of one shape. A fixed-point plane is dense, its line
-/// offset is not read; the lines of a float tensor (32 bits) lie at its line offset, which may be odd, or 0 to use
-/// one line for all.
+/// offset is not read; the lines of a float tensor (32 bits) lie at its line offset, which may be 0 to use one line
+/// for all.
 typedef struct _NN_ELTWISE_PARM {
   uint64_t in0_addr;        ///< first input
   uint64_t in1_addr;        ///< second input
@@ -1204,9 +1209,9 @@ typedef struct _NN_PRIORBOX_WORK {
 /// - Variances that are not greater than 0 count as 0.0. A `variance_num` of 1 gives the pattern v, 0, 0, 0; 2 and 3
 ///   give four zeros; 4 and more give the four values.
 ///
-/// Reads no scratch memory. The caller provides, at any alignment, 16 bytes a box and 16 bytes times `num_priors` for
-/// each cell in both regions. More than 4 entries in use of an array are not caught, but for `variance_num`, of which 4
-/// serve.
+/// Reads no scratch memory. The caller provides 16 bytes a box, or 16 bytes times `num_priors` for each cell if that is
+/// more, in the box region and the latter in the variance region, both aligned to 4 bytes. More than 4 entries in use
+/// of an array are not caught, but for `variance_num`, of which 4 serve.
 /// \return QX_OK; QX_ERR_PARAM with nothing written, if `in_width`, `in_height`, `img_width`, `img_height`,
 ///         `min_size_num`, `aspect_ratios_num` or `variance_num` is 0, after this line, here cut in three, with the
 ///         values in the order of the names behind them:
@@ -1233,7 +1238,7 @@ TARVU_API _QX_RESULT tarvu_priorbox_process(const _NN_PRIORBOX_PARM *parm);
 /// are clamped to 0.0..1.0, whether they are boxes or not, -0.0 to 0.0; in blocks of 16 floats a NaN stays, in the last
 /// `n modulo 16` floats it becomes 0.0. At last n floats of the variance region are filled with `variances`, repeated.
 /// \param work working record
-/// \param regions box region, variance region; at any alignment; the variance region is written last
+/// \param regions box region, variance region; the variance region is written last
 /// \return 0
 TARVU_API _QX_RESULT tarvu_priorbox_neon_func(const _NN_PRIORBOX_WORK *work, float *const regions[2]);
 
@@ -1305,9 +1310,8 @@ typedef struct _NN_DETOUT_PARM {
 ///
 /// Scratch bytes, with Q for P + 3 rounded down to a multiple of 4: 20*L*P location records, 20*P prior boxes, 20*L*P
 /// decoded boxes, 20*P candidates, 4*P*C not used, 16*P variances, 16*P sort records, 16*Q boxes and 8*Q states of the
-/// suppression, 16*P converted locations, in this order: `(40*L + 4*C + 88) * P + 24*Q` in all. Alignment is not
-/// required. Addresses of candidates in the sort records are absolute. The decoded boxes stay until the next call: with
-/// an unknown `code_type` they are used as they are.
+/// suppression, 16*P converted locations, in this order: `(40*L + 4*C + 88) * P + 24*Q` in all, aligned to 4 bytes like
+/// all tensors here. The decoded boxes stay until the next call: with an unknown `code_type` they are used as they are.
 /// \return QX_OK always
 TARVU_API _QX_RESULT tarvu_detout_process(const _NN_DETOUT_PARM *parm);
 
@@ -1344,7 +1348,7 @@ TARVU_API void DecodeBBoxes(const float *prior_bboxes, const float *prior_varian
 ///
 /// The stack needed grows with the logarithm of the count. A NaN score has no place in this order: the call does not
 /// return.
-/// \param records `_NN_DETOUT_RECORD` records at any alignment
+/// \param records `_NN_DETOUT_RECORD` records, aligned to 4 bytes or more
 TARVU_API void quick_sort(void *records, int32_t left, int32_t right);
 
 /// Areas of boxes: `state[2*i] = (ymax - ymin) * (xmax - xmin)`, negative where one pair of edges is swapped. Works in
@@ -1383,7 +1387,7 @@ TARVU_API int32_t check_overlap(const float *boxes, float *state, int32_t count,
 /// box kept. If there is none, the moving ends, and the records from i on stay as the sort left them. So a score of 1.0
 /// that was suppressed once to 0.0 counts as kept, but gives its place away or, at the end, stays with its score of
 /// 1.0.
-/// \param records `count` records of `_NN_DETOUT_RECORD` at any alignment, no score NaN
+/// \param records `count` records of `_NN_DETOUT_RECORD`, aligned to 4 bytes or more, no score NaN
 /// \param boxes room for `count + 3` records of four floats
 /// \param state room for `count + 3` pairs of floats
 /// \param count records, not negative; 0 returns 0 with nothing touched
@@ -1414,7 +1418,7 @@ typedef struct _NN_NMS_PARM {
   int32_t obj_num;      ///< boxes in the array
   int32_t max_obj_num;  ///< most boxes to keep
   uint32_t reserved_0;  ///< not read
-  uint64_t obj_addr;    ///< array of `_NN_NMS_OBJ` records at any alignment; rewritten in place
+  uint64_t obj_addr;    ///< array of `_NN_NMS_OBJ` records; rewritten in place
 } _NN_NMS_PARM;
 
 /// Calls nms_process_c() with the fields of the block and prints "obj_final_num is %d\r\n" with its result, on every
@@ -1434,7 +1438,7 @@ TARVU_API _QX_RESULT tarvu_nms_process(const _NN_NMS_PARM *parm);
 /// sweep ended, and that record's score becomes -1.0; the place is then looked at again. If there is none, the filling
 /// ends. So a score of 0.0 is alive in the sweep and counts, but gives its place away as long as there is another.
 /// Behind place n stand dead records and what the sweep did not reach, as the sort left it.
-/// \param objs `obj_num` records at any alignment, no score NaN
+/// \param objs `obj_num` records, no score NaN
 /// \param obj_num records; 0 returns 0 with nothing touched
 /// \param max_obj_num most records to keep
 /// \param threshold overlap from which a box is suppressed
@@ -1443,7 +1447,6 @@ TARVU_API int32_t nms_process_c(_NN_NMS_OBJ *objs, int32_t obj_num, int32_t max_
 
 /// Sorts the records `left` to `right` (both included) by descending score by the partition of quick_sort(), moving
 /// whole records. The stack needed grows with the logarithm of the count. With a NaN score the call does not return.
-/// \param objs records at any alignment
 TARVU_API void q_sort(_NN_NMS_OBJ *objs, int32_t left, int32_t right);
 
 // ---------------------------------------------------------------------------------------------------------------------
@@ -2001,9 +2004,9 @@ typedef struct _NN_GRIDSAMPLE_PARM {
 /// - Block form, for columns in blocks of min(Wo, 8): 16-bit arithmetic, wrapping; only the low 8 bits of W - 1 and
 ///   H - 1 count; an s below 0 shifts left by -s.
 /// - Tail form, for the columns behind the last whole block, planar layout only: 32-bit products, R0 and R1 cut to
-///   signed 16 bits; all 16 bits of W - 1 and H - 1 count, the product cut to 16 bits; an s below 0 shifts left by 32 +
-///   s, so that s from -24 to -1 leaves R1 alone. With gf = 8, neighbours -128 and 127 and fx = 255 tell the forms
-///   apart.
+///   signed 16 bits; all 16 bits of W - 1 and H - 1 count, the product cut to 16 bits; an s below 0 shifts left by
+///   `32 + s`, so that s from -24 to -1 leaves R1 alone. With 8 grid fraction bits and equal input and output formats,
+///   an upper row -128, 127, a lower row of zeros and the grid pair (255, 128) give -65 in a block and 63 in the tail.
 ///
 /// Blocks take eight channels at a time, from eight consecutive input bytes at each corner, and store min(C, 8) lanes
 /// as channels c, c + 1, .. In the interleaved layout these are those channels. In the planar layout they are the

@@ -65,8 +65,20 @@ inline u16x8 zip_low(u16x8 a, u16x8 b) { return __builtin_shufflevector(a, b, 0,
 inline u16x8 zip_high(u16x8 a, u16x8 b) { return __builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15); }
 
 /// The lanes in the opposite order.
-inline u8x16 reverse(u8x16 a) { return __builtin_shufflevector(a, a, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0); }
-inline u16x8 reverse(u16x8 a) { return __builtin_shufflevector(a, a, 7, 6, 5, 4, 3, 2, 1, 0); }
+inline u8x16 reverse(u8x16 a) {
+#if TARVU_NEON
+  return vqtbl1q_u8(a, u8x16{15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0});
+#else
+  return __builtin_shufflevector(a, a, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+#endif
+}
+inline u16x8 reverse(u16x8 a) {
+#if TARVU_NEON
+  return u16x8(vqtbl1q_u8(u8x16(a), u8x16{14, 15, 12, 13, 10, 11, 8, 9, 6, 7, 4, 5, 2, 3, 0, 1}));
+#else
+  return __builtin_shufflevector(a, a, 7, 6, 5, 4, 3, 2, 1, 0);
+#endif
+}
 
 }  // namespace tarvu
 

@@ -13,35 +13,60 @@ namespace tarvu {
 template <size_t element_bytes>
 using LanesOfBytes = std::conditional_t<element_bytes == 1, u8x16, u16x8>;
 
-/// to[i] = from[count - 1 - i].
+/// Reverses `vectors` whole vectors that end at `from_end`; all are loaded before one is stored.
+template <class Lanes, int vectors>
+inline void reverse_vectors(const uint8_t *from_end, uint8_t *to) {
+  Lanes moved[vectors];
+  for (int k = 0; k < vectors; ++k) moved[k] = load<Lanes>(from_end - 16 * (k + 1));
+  for (int k = 0; k < vectors; ++k) moved[k] = reverse(moved[k]);
+  for (int k = 0; k < vectors; ++k) store(to + 16 * k, moved[k]);
+}
+
+/// to[i] = from[count - 1 - i]. Vectors at the end overlap the ones before; both write the same bytes there.
 template <class Element>
 inline void copy_reversed(const uint8_t *from, uint8_t *to, uint32_t count) {
   using Lanes = LanesOfBytes<sizeof(Element)>;
-  constexpr size_t kLanesBytes = sizeof(Lanes);
-  const size_t bytes = count * sizeof(Element);
-  if (bytes < kLanesBytes) {
-    for (uint32_t i = 0; i < count; ++i) {
-      store(to + i * sizeof(Element), load<Element>(from + (count - 1 - i) * sizeof(Element)));
-    }
+  size_t bytes = count * sizeof(Element);
+  const uint8_t *from_end = from + bytes;
+  uint8_t *const to_end = to + bytes;
+  if (bytes < 16) {
+    for (size_t i = 0; i < bytes; i += sizeof(Element)) store(to + i, load<Element>(from_end - i - sizeof(Element)));
     return;
   }
-  const uint8_t *source = from + bytes - kLanesBytes;
-  const uint8_t *const last = from;
-  uint8_t *const to_last = to + bytes - kLanesBytes;
-  for (; source > last; source -= kLanesBytes, to += kLanesBytes) store(to, reverse(load<Lanes>(source)));
-  // The last vector overlaps the one before it: both write the same bytes there.
-  store(to_last, reverse(load<Lanes>(last)));
+  if (bytes - 33 >= 32) [[unlikely]] {  // 33 to 64 bytes, the commonest lines, skip all of this
+    for (; bytes > 64; bytes -= 64, from_end -= 64, to += 64) reverse_vectors<Lanes, 4>(from_end, to);
+    if (bytes <= 32) {
+      if (bytes > 16) reverse_vectors<Lanes, 1>(from_end, to);
+      reverse_vectors<Lanes, 1>(from + 16, to_end - 16);
+      return;
+    }
+  }
+  reverse_vectors<Lanes, 2>(from_end, to);
+  reverse_vectors<Lanes, 2>(from + 32, to_end - 32);
+}
+
+/// Copies whole vectors; all are loaded before one is stored.
+template <int vectors>
+inline void copy_vectors(const uint8_t *from, uint8_t *to) {
+  u8x16 loaded[vectors];
+  for (int k = 0; k < vectors; ++k) loaded[k] = load<u8x16>(from + 16 * k);
+  for (int k = 0; k < vectors; ++k) store(to + 16 * k, loaded[k]);
 }
 
 /// Copies a run whose length the compiler does not know, without a call for the lengths of common lines.
 inline void copy_run(const uint8_t *from, uint8_t *to, size_t bytes) {
   if (bytes < 16 || bytes > 128) {
     std::memcpy(to, from, bytes);
-    return;
+  } else if (bytes > 64) {
+    copy_vectors<4>(from, to);
+    copy_vectors<4>(from + bytes - 64, to + bytes - 64);
+  } else if (bytes > 32) {
+    copy_vectors<2>(from, to);
+    copy_vectors<2>(from + bytes - 32, to + bytes - 32);
+  } else {
+    copy_vectors<1>(from, to);
+    copy_vectors<1>(from + bytes - 16, to + bytes - 16);
   }
-  const u8x16 last = load<u8x16>(from + bytes - 16);
-  for (size_t i = 0; i + 16 < bytes; i += 16) store(to + i, load<u8x16>(from + i));
-  store(to + bytes - 16, last);
 }
 
 /// Transposes a square block of as many rows as a vector has lanes: row r of the source becomes column r of the destination.

@@ -25,15 +25,21 @@ template <class In>
 inline constexpr int kLongestExactShift = 32 - std::numeric_limits<std::make_unsigned_t<In>>::digits;
 
 #if TARVU_NEON
-/// 16 elements that have been loaded, shifted by a count in every lane (right if negative) and saturated to Out.
+/// 16 elements as stored: one vector of 8-bit, two of 16-bit ones.
+template <class Out>
+struct ShiftedBlock {
+  uint8x16_t vectors[sizeof(Out)];
+};
+
+/// Loads 16 elements and shifts them by a count in every lane (right if negative), saturated to Out.
 template <class In, class Out>
-inline void shift_block(const uint8_t *from, uint8_t *to, int8x16_t shift) {
+inline ShiftedBlock<Out> shift_block(const uint8_t *from, int8x16_t shift) {
   const int16x8_t wide_shift = vmovl_s8(vget_low_s8(shift));
   if constexpr (sizeof(In) == 1 && sizeof(Out) == 1) {
     if constexpr (std::is_signed_v<In>) {
-      vst1q_u8(to, vreinterpretq_u8_s8(vqshlq_s8(vreinterpretq_s8_u8(vld1q_u8(from)), shift)));
+      return {{vreinterpretq_u8_s8(vqshlq_s8(vreinterpretq_s8_u8(vld1q_u8(from)), shift))}};
     } else {
-      vst1q_u8(to, vqshlq_u8(vld1q_u8(from), shift));
+      return {{vqshlq_u8(vld1q_u8(from), shift)}};
     }
   } else if constexpr (std::is_signed_v<In>) {
     int16x8_t low, high;
@@ -48,10 +54,9 @@ inline void shift_block(const uint8_t *from, uint8_t *to, int8x16_t shift) {
     low = vqshlq_s16(low, wide_shift);
     high = vqshlq_s16(high, wide_shift);
     if constexpr (sizeof(Out) == 1) {
-      vst1q_u8(to, vreinterpretq_u8_s8(vqmovn_high_s16(vqmovn_s16(low), high)));
+      return {{vreinterpretq_u8_s8(vqmovn_high_s16(vqmovn_s16(low), high))}};
     } else {
-      vst1q_u8(to, vreinterpretq_u8_s16(low));
-      vst1q_u8(to + 16, vreinterpretq_u8_s16(high));
+      return {{vreinterpretq_u8_s16(low), vreinterpretq_u8_s16(high)}};
     }
   } else {
     uint16x8_t low, high;
@@ -66,11 +71,56 @@ inline void shift_block(const uint8_t *from, uint8_t *to, int8x16_t shift) {
     low = vqshlq_u16(low, wide_shift);
     high = vqshlq_u16(high, wide_shift);
     if constexpr (sizeof(Out) == 1) {
-      vst1q_u8(to, vqmovn_high_u16(vqmovn_u16(low), high));
+      return {{vqmovn_high_u16(vqmovn_u16(low), high)}};
     } else {
-      vst1q_u8(to, vreinterpretq_u8_u16(low));
-      vst1q_u8(to + 16, vreinterpretq_u8_u16(high));
+      return {{vreinterpretq_u8_u16(low), vreinterpretq_u8_u16(high)}};
     }
+  }
+}
+
+template <class Out>
+inline void store_block(const ShiftedBlock<Out> &block, uint8_t *to) {
+  for (size_t k = 0; k < sizeof(Out); ++k) vst1q_u8(to + 16 * k, block.vectors[k]);
+}
+#endif
+
+#if !TARVU_NEON
+/// 16 elements of 16 bits to 8 by shift_and_clamp(), in 16-bit words. What is beyond Out before a left shift is so after it,
+/// and 8 bits to the left take any value but 0 beyond Out. The shift is -15 to 16.
+template <class In, class Out>
+inline void narrow_block(const uint8_t *from, uint8_t *to, int shift) {
+  typedef In Words __attribute__((vector_size(32)));
+  typedef Out Narrow __attribute__((vector_size(16)));
+  const Words least = Words{} + std::numeric_limits<Out>::min();
+  const Words most = Words{} + std::numeric_limits<Out>::max();
+  Words words = load<Words>(from) >> std::clamp(-shift, 0, 15);
+  words = words < least ? least : words > most ? most : words;
+  words *= static_cast<In>(1 << std::clamp(shift, 0, 8));
+  words = words < least ? least : words > most ? most : words;
+  store(to, __builtin_convertvector(words, Narrow));
+}
+
+/// 32 elements of 8 bits by shift_and_clamp(), two in a 16-bit word, where a mask keeps them apart. The shift is -7 to 7.
+template <class T>
+inline void shift_bytes_block(const uint8_t *from, uint8_t *to, int shift) {
+  typedef T Bytes __attribute__((vector_size(32)));
+  typedef uint8_t Raw __attribute__((vector_size(32)));
+  typedef uint16_t Words __attribute__((vector_size(32)));
+  constexpr int kMost = std::numeric_limits<T>::max();
+  constexpr int kLeast = std::numeric_limits<T>::min();
+  const auto x = load<Bytes>(from);
+  if (shift >= 0) {
+    const Raw kept = Raw{} + static_cast<uint8_t>(0xFF << shift);
+    const Bytes moved = Bytes(Raw(Words(x) << shift) & kept);
+    const Bytes high = Bytes{} + static_cast<T>(kMost >> shift);
+    const Bytes low = Bytes{} + static_cast<T>(kLeast >> shift);
+    store(to, x > high ? Bytes{} + static_cast<T>(kMost) : x < low ? Bytes{} + static_cast<T>(kLeast) : moved);
+  } else {
+    // The offset -kLeast makes the values non-negative, so that a logical shift does for both signednesses.
+    const Raw offset = Raw{} + static_cast<uint8_t>(-kLeast);
+    const Raw kept = Raw{} + static_cast<uint8_t>(0xFF >> -shift);
+    const Raw moved = Raw(Words(Raw(x) + offset) >> -shift) & kept;
+    store(to, moved - (Raw{} + static_cast<uint8_t>(-kLeast >> -shift)));
   }
 }
 #endif
@@ -82,11 +132,26 @@ inline void shift_and_clamp_run(const uint8_t *from, uint8_t *to, uint32_t count
   uint32_t i = 0;
 #if TARVU_NEON
   const int8x16_t lanes_shift = vdupq_n_s8(static_cast<int8_t>(shift));
-  for (; count - i >= 64; i += 64, from += 64 * sizeof(In), to += 64 * sizeof(Out)) {
-    for (size_t k = 0; k < 64; k += 16) shift_block<In, Out>(from + k * sizeof(In), to + k * sizeof(Out), lanes_shift);
+  const auto two_blocks = [=](const uint8_t *source, uint8_t *destination) {
+    const ShiftedBlock<Out> first = shift_block<In, Out>(source, lanes_shift);
+    const ShiftedBlock<Out> second = shift_block<In, Out>(source + 16 * sizeof(In), lanes_shift);
+    store_block(first, destination);
+    store_block(second, destination + 16 * sizeof(Out));
+  };
+  for (; count - i >= 128; i += 128, from += 128 * sizeof(In), to += 128 * sizeof(Out)) {
+    for (size_t k = 0; k < 128; k += 32) two_blocks(from + k * sizeof(In), to + k * sizeof(Out));
   }
   for (; count - i >= 16; i += 16, from += 16 * sizeof(In), to += 16 * sizeof(Out)) {
-    shift_block<In, Out>(from, to, lanes_shift);
+    store_block(shift_block<In, Out>(from, lanes_shift), to);
+  }
+#endif
+#if !TARVU_NEON
+  if constexpr (sizeof(In) == 1 && sizeof(Out) == 1) {
+    for (; shift >= -7 && shift <= 7 && count - i >= 32; i += 32, from += 32, to += 32) {
+      shift_bytes_block<In>(from, to, shift);
+    }
+  } else if constexpr (sizeof(In) == 2 && sizeof(Out) == 1) {
+    for (; shift >= -15 && count - i >= 16; i += 16, from += 32, to += 16) narrow_block<In, Out>(from, to, shift);
   }
 #endif
   const auto *source = reinterpret_cast<const Unaligned<In> *>(from);

@@ -21,12 +21,22 @@ void reverse_slices(const _NN_REVERSE_PARM &parm, const uint8_t *last_slice, uin
   }
 }
 
-/// One line, element by element in one sweep. Only for formats of equal width: elements of another width are re-formatted
-/// over their neighbours, so their order counts.
+/// What all rounds share.
+struct Rounds {
+  uint32_t count;
+  size_t in_step;   // bytes from one round to the next
+  size_t out_step;  // bytes
+};
+
+/// Every round is one line, moved in one sweep. Only for formats of equal width: elements of another width are re-formatted over
+/// their neighbours, so their order counts.
 template <class Element>
-void reverse_line(const _NN_REVERSE_PARM &parm, const uint8_t *last_element, uint8_t *to, uint32_t count) {
-  copy_reversed<Element>(last_element - (count - 1) * sizeof(Element), to, count);
-  tarvu_convert_fmt_c(to, to, count, &parm.in_fmt, &parm.out_fmt, &parm.in_scale, &parm.out_scale);
+void reverse_lines(const _NN_REVERSE_PARM &parm, const uint8_t *first_element, uint8_t *to, uint32_t width, Rounds rounds) {
+  const bool reformats = parm.in_fmt.frac_bits != parm.out_fmt.frac_bits;
+  for (; rounds.count != 0; --rounds.count, first_element += rounds.in_step, to += rounds.out_step) {
+    copy_reversed<Element>(first_element, to, width);
+    if (reformats) tarvu_convert_fmt_c(to, to, width, &parm.in_fmt, &parm.out_fmt, &parm.in_scale, &parm.out_scale);
+  }
 }
 
 template <class Element>
@@ -35,24 +45,26 @@ _QX_RESULT reverse_axis(const _NN_REVERSE_PARM &parm) {
   const uint32_t in_steps[] = {parm.in_batch_ofs, parm.in_channel_ofs, parm.in_line_ofs, sizeof(Element)};
   const uint32_t out_steps[] = {parm.out_batch_ofs, parm.out_channel_ofs, parm.out_line_ofs, sizeof(Element)};
   const int axis = parm.axis;
-  uint32_t rounds = 1;
-  for (int outer = 0; outer < axis; ++outer) rounds *= extents[outer];
+  Rounds rounds{1, 1, 1};
+  for (int outer = 0; outer < axis; ++outer) rounds.count *= extents[outer];
   const uint32_t slices = extents[axis];
-  if (rounds == 0 || slices == 0) return QX_OK;
+  if (rounds.count == 0 || slices == 0) return QX_OK;
   const uint32_t in_step = in_steps[axis];
   const uint32_t out_step = out_steps[axis];
-  // Kept: the rounds advance by the axis next outside alone; axes further out are taken to lie back to back.
-  const uint32_t in_round_step = axis == 0 ? 1 : in_steps[axis - 1];
-  const uint32_t out_round_step = axis == 0 ? 1 : out_steps[axis - 1];
-  const bool whole_lines = axis == kWidthAxis && width_bits(parm.in_fmt) == width_bits(parm.out_fmt);
-  const uint8_t *last_slice = pointer<const uint8_t>(parm.in_addr) + slices * in_step - in_step;
+  if (axis != 0) {
+    // Kept: the rounds advance by the axis next outside alone; axes further out are taken to lie back to back.
+    rounds.in_step = in_steps[axis - 1];
+    rounds.out_step = out_steps[axis - 1];
+  }
+  const auto *from = pointer<const uint8_t>(parm.in_addr);
   uint8_t *to = pointer(parm.out_addr);
-  for (; rounds != 0; --rounds, last_slice += in_round_step, to += out_round_step) {
-    if (whole_lines) {
-      reverse_line<Element>(parm, last_slice, to, slices);
-    } else {
-      reverse_slices<Element>(parm, last_slice, to, slices, in_step, out_step);
-    }
+  if (axis == kWidthAxis && width_bits(parm.in_fmt) == width_bits(parm.out_fmt)) {
+    reverse_lines<Element>(parm, from, to, slices, rounds);
+    return QX_OK;
+  }
+  const uint8_t *last_slice = from + slices * in_step - in_step;
+  for (; rounds.count != 0; --rounds.count, last_slice += rounds.in_step, to += rounds.out_step) {
+    reverse_slices<Element>(parm, last_slice, to, slices, in_step, out_step);
   }
   return QX_OK;
 }

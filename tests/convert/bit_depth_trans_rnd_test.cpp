@@ -43,13 +43,25 @@ void expect_rounding(uint32_t code, const std::vector<Rounding> &values) {
 }
 
 TEST(RoundedConversion, CodeZeroRoundsTowardsMinusInfinity) {
-  expect_rounding(0, {{2.5f, 2, 2}, {-2.5f, -3, -3}, {2.7f, 2, 2}, {-2.7f, -3, -3}, {-0.3f, -1, -1}, {0.3f, 0, 0},
-                      {kBelowHalf, 0, 0}, {-3.0f, -3, -3}});
+  expect_rounding(0, {{2.5f, 2, 2},
+                      {-2.5f, -3, -3},
+                      {2.7f, 2, 2},
+                      {-2.7f, -3, -3},
+                      {-0.3f, -1, -1},
+                      {0.3f, 0, 0},
+                      {kBelowHalf, 0, 0},
+                      {-3.0f, -3, -3}});
 }
 
 TEST(RoundedConversion, CodeOneRoundsTowardsPlusInfinity) {
-  expect_rounding(1, {{2.5f, 3, 3}, {-2.5f, -2, -2}, {2.7f, 3, 3}, {-2.7f, -2, -2}, {-0.3f, 0, 0}, {0.3f, 1, 1},
-                      {kBelowHalf, 1, 1}, {3.0f, 3, 3}});
+  expect_rounding(1, {{2.5f, 3, 3},
+                      {-2.5f, -2, -2},
+                      {2.7f, 3, 3},
+                      {-2.7f, -2, -2},
+                      {-0.3f, 0, 0},
+                      {0.3f, 1, 1},
+                      {kBelowHalf, 1, 1},
+                      {3.0f, 3, 3}});
 }
 
 TEST(RoundedConversion, CodeTwoRoundsTowardsZero) {
@@ -57,46 +69,117 @@ TEST(RoundedConversion, CodeTwoRoundsTowardsZero) {
 }
 
 TEST(RoundedConversion, CodeThreeRoundsTiesAwayFromZeroAndItsTailAlsoTheNeighbourOfOneHalf) {
-  expect_rounding(3, {{2.5f, 3, 3}, {-2.5f, -3, -3}, {3.5f, 4, 4}, {-3.5f, -4, -4}, {2.7f, 3, 3}, {-2.7f, -3, -3},
-                      {0.3f, 0, 0}, {-0.75f, -1, -1}, {-3.7f, -4, -4}, {0.0f, 0, 0}, {-0.0f, 0, 0},
-                      {kBelowHalf, 0, 1}, {-kBelowHalf, 0, -1}});
+  expect_rounding(3, {{2.5f, 3, 3},
+                      {-2.5f, -3, -3},
+                      {3.5f, 4, 4},
+                      {-3.5f, -4, -4},
+                      {2.7f, 3, 3},
+                      {-2.7f, -3, -3},
+                      {0.3f, 0, 0},
+                      {-0.75f, -1, -1},
+                      {-3.7f, -4, -4},
+                      {0.0f, 0, 0},
+                      {-0.0f, 0, 0},
+                      {kBelowHalf, 0, 1},
+                      {-kBelowHalf, 0, -1}});
 }
 
 TEST(RoundedConversion, CodeFourRoundsTiesDown) {
-  expect_rounding(4, {{2.5f, 2, 2}, {-2.5f, -3, -3}, {3.5f, 3, 3}, {-3.5f, -4, -4}, {2.7f, 3, 3}, {-2.7f, -3, -3},
-                      {0.3f, 0, 0}, {-0.75f, -1, -1}, {kBelowHalf, 0, 0}, {-kBelowHalf, -1, 0}});
+  expect_rounding(4, {{2.5f, 2, 2},
+                      {-2.5f, -3, -3},
+                      {3.5f, 3, 3},
+                      {-3.5f, -4, -4},
+                      {2.7f, 3, 3},
+                      {-2.7f, -3, -3},
+                      {0.3f, 0, 0},
+                      {-0.75f, -1, -1},
+                      {kBelowHalf, 0, 0},
+                      {-kBelowHalf, -1, 0}});
 }
 
 TEST(RoundedConversion, CodeFiveRoundsTiesUp) {
-  expect_rounding(5, {{2.5f, 3, 3}, {-2.5f, -2, -2}, {3.5f, 4, 4}, {-3.5f, -3, -3}, {2.7f, 3, 3}, {-2.7f, -3, -3},
-                      {0.3f, 0, 0}, {-0.75f, -1, -1}, {kBelowHalf, 1, 0}, {-kBelowHalf, 0, 0}});
+  expect_rounding(5, {{2.5f, 3, 3},
+                      {-2.5f, -2, -2},
+                      {3.5f, 4, 4},
+                      {-3.5f, -3, -3},
+                      {2.7f, 3, 3},
+                      {-2.7f, -3, -3},
+                      {0.3f, 0, 0},
+                      {-0.75f, -1, -1},
+                      {kBelowHalf, 1, 0},
+                      {-kBelowHalf, 0, 0}});
 }
 
 TEST(RoundedConversion, CodeSixDropsTheFractionOfANegativeTailElementButNotOfABlockElement) {
-  expect_rounding(6, {{2.5f, 2, 2}, {-2.5f, -2, -2}, {3.5f, 3, 3}, {-3.5f, -3, -3}, {2.7f, 3, 3}, {-2.7f, -3, -2},
-                      {0.3f, 0, 0}, {-0.3f, 0, 0}, {-0.75f, -1, 0}, {-3.7f, -4, -3}, {kBelowHalf, 0, 0}});
+  expect_rounding(6, {{2.5f, 2, 2},
+                      {-2.5f, -2, -2},
+                      {3.5f, 3, 3},
+                      {-3.5f, -3, -3},
+                      {2.7f, 3, 3},
+                      {-2.7f, -3, -2},
+                      {0.3f, 0, 0},
+                      {-0.3f, 0, 0},
+                      {-0.75f, -1, 0},
+                      {-3.7f, -4, -3},
+                      {kBelowHalf, 0, 0}});
 }
 
 TEST(RoundedConversion, CodeSevenDropsTheFractionOfANegativeTailElementButNotOfABlockElement) {
-  expect_rounding(7, {{2.5f, 3, 3}, {-2.5f, -3, -2}, {3.5f, 4, 4}, {-3.5f, -4, -3}, {2.7f, 3, 3}, {-2.7f, -3, -2},
-                      {0.3f, 0, 0}, {-0.3f, 0, 0}, {-0.75f, -1, 0}, {-3.7f, -4, -3}, {kBelowHalf, 1, 0},
+  expect_rounding(7, {{2.5f, 3, 3},
+                      {-2.5f, -3, -2},
+                      {3.5f, 4, 4},
+                      {-3.5f, -4, -3},
+                      {2.7f, 3, 3},
+                      {-2.7f, -3, -2},
+                      {0.3f, 0, 0},
+                      {-0.3f, 0, 0},
+                      {-0.75f, -1, 0},
+                      {-3.7f, -4, -3},
+                      {kBelowHalf, 1, 0},
                       {-kBelowHalf, -1, 0}});
 }
 
 TEST(RoundedConversion, CodeEightRoundsTiesToEven) {
-  expect_rounding(8, {{2.5f, 2, 2}, {-2.5f, -2, -2}, {3.5f, 4, 4}, {-3.5f, -4, -4}, {2.7f, 3, 3}, {-2.7f, -3, -3},
-                      {0.5f, 0, 0}, {-0.75f, -1, -1}, {kBelowHalf, 0, 0}, {-kBelowHalf, 0, 0}});
+  expect_rounding(8, {{2.5f, 2, 2},
+                      {-2.5f, -2, -2},
+                      {3.5f, 4, 4},
+                      {-3.5f, -4, -4},
+                      {2.7f, 3, 3},
+                      {-2.7f, -3, -3},
+                      {0.5f, 0, 0},
+                      {-0.75f, -1, -1},
+                      {kBelowHalf, 0, 0},
+                      {-kBelowHalf, 0, 0}});
 }
 
 TEST(RoundedConversion, CodeNineRoundsTiesToOddAndItsTailDropsTheFractionOfNegativeOddNumbers) {
-  expect_rounding(9, {{2.5f, 3, 3}, {-2.5f, -3, -3}, {3.5f, 3, 3}, {-3.5f, -3, -3}, {2.7f, 3, 3}, {-2.7f, -3, -3},
-                      {3.7f, 4, 4}, {-3.7f, -4, -3}, {-1.9f, -2, -1}, {0.3f, 0, 0}, {-0.75f, -1, -1},
-                      {kBelowHalf, 1, 0}, {-kBelowHalf, -1, 0}});
+  expect_rounding(9, {{2.5f, 3, 3},
+                      {-2.5f, -3, -3},
+                      {3.5f, 3, 3},
+                      {-3.5f, -3, -3},
+                      {2.7f, 3, 3},
+                      {-2.7f, -3, -3},
+                      {3.7f, 4, 4},
+                      {-3.7f, -4, -3},
+                      {-1.9f, -2, -1},
+                      {0.3f, 0, 0},
+                      {-0.75f, -1, -1},
+                      {kBelowHalf, 1, 0},
+                      {-kBelowHalf, -1, 0}});
 }
 
 TEST(RoundedConversion, CodeTenRoundsTiesAwayFromZero) {
-  expect_rounding(10, {{2.5f, 3, 3}, {-2.5f, -3, -3}, {3.5f, 4, 4}, {-3.5f, -4, -4}, {2.7f, 3, 3}, {-2.7f, -3, -3},
-                       {0.3f, 0, 0}, {-0.75f, -1, -1}, {-3.7f, -4, -4}, {kBelowHalf, 1, 0}, {-kBelowHalf, -1, 0}});
+  expect_rounding(10, {{2.5f, 3, 3},
+                       {-2.5f, -3, -3},
+                       {3.5f, 4, 4},
+                       {-3.5f, -4, -4},
+                       {2.7f, 3, 3},
+                       {-2.7f, -3, -3},
+                       {0.3f, 0, 0},
+                       {-0.75f, -1, -1},
+                       {-3.7f, -4, -4},
+                       {kBelowHalf, 1, 0},
+                       {-kBelowHalf, -1, 0}});
 }
 
 TEST(RoundedConversion, CodeElevenRoundsTiesToEvenInTheDefaultEnvironment) {
@@ -155,8 +238,7 @@ TEST(RoundedConversion, LeastIntegerStaysInTailsOfCodeNineSinceItIsEven) {
 }
 
 TEST(RoundedConversion, NegativeFractionBitsAddNoBias) {
-  EXPECT_EQ(rounded_run(::floattoint16_rnd_neon, Floats{5.0f, -5.0f, 7.0f}, 2, -2),
-            (std::vector<int16_t>{1, -1, 1}));
+  EXPECT_EQ(rounded_run(::floattoint16_rnd_neon, Floats{5.0f, -5.0f, 7.0f}, 2, -2), (std::vector<int16_t>{1, -1, 1}));
 }
 
 TEST(RoundedConversion, ThirtyOneFractionBitsGiveANegativeMultiplier) {

@@ -164,7 +164,7 @@ TEST(BytePermutation, NoLanesOrFewerBytesThanLanesMoveNothing) {
   for (const auto permute : {::permute_data_in, ::permute_data_out}) {
     permute(nowhere, nowhere, 0, 100);
     permute(nowhere, nowhere, 8, 7);
-    permute(nowhere, nowhere, 4000000000u, 3999999999u);
+    permute(nowhere, nowhere, 70000, 69999);
     permute(nowhere, nowhere, 0, 0);
   }
 }
@@ -181,13 +181,13 @@ TEST(BytePermutation, AgreesWithTheTwinForAllLanesAndLengths) {
       support::Differential differential;
       differential.track(source, "source");
       differential.track(destination, "destination");
-      EXPECT_TRUE(differential.same(
-          [&] { ::permute_data_in(source.data(), destination.data(), lanes, total); },
-          [&] { reference::permute_data_in(source.data(), destination.data(), lanes, total); }))
+      EXPECT_TRUE(
+          differential.same([&] { ::permute_data_in(source.data(), destination.data(), lanes, total); },
+                            [&] { reference::permute_data_in(source.data(), destination.data(), lanes, total); }))
           << "in, lanes " << lanes << ", bytes " << total;
-      EXPECT_TRUE(differential.same(
-          [&] { ::permute_data_out(source.data(), destination.data(), lanes, total); },
-          [&] { reference::permute_data_out(source.data(), destination.data(), lanes, total); }))
+      EXPECT_TRUE(
+          differential.same([&] { ::permute_data_out(source.data(), destination.data(), lanes, total); },
+                            [&] { reference::permute_data_out(source.data(), destination.data(), lanes, total); }))
           << "out, lanes " << lanes << ", bytes " << total;
     }
   }

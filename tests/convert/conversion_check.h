@@ -36,9 +36,9 @@ inline support::Element destination_element(const Kernel &kernel) {
 }
 
 /// The fraction bits around which the making of the multiplier changes, and some of everyday use.
-inline constexpr int16_t kFracBitsLadder[] = {-32768, -129, -128, -65, -64, -63, -62, -33, -32, -31, -30, -29, -17, -8,
-                                              -2,     -1,   0,    1,   4,   7,   8,   15,  16,  29,  30,  31,  32,  33,
-                                              62,     63,   64,   65,  127, 128, 32767};
+inline constexpr int16_t kFracBitsLadder[] = {-32768, -129, -128, -65, -64, -63, -62, -33, -32, -31, -30,  -29,
+                                              -17,    -8,   -2,   -1,  0,   1,   4,   7,   8,   15,  16,   29,
+                                              30,     31,   32,   33,  62,  63,  64,  65,  127, 128, 32767};
 
 inline constexpr float kScaleLadder[] = {1.0f,
                                          0.5f,
@@ -54,8 +54,8 @@ inline constexpr float kScaleLadder[] = {1.0f,
                                          std::numeric_limits<float>::infinity(),
                                          std::numeric_limits<float>::quiet_NaN()};
 
-inline constexpr int32_t kZeroPointLadder[] = {0,   1,     -1,     7,      -10,        128,        -128,
-                                               200, 32768, -32768, 100000, 2147483647, -2147483647 - 1};
+inline constexpr int32_t kZeroPointLadder[] = {
+    0, 1, -1, 7, -10, 128, -128, 200, 32768, -32768, 100000, 2147483647, -2147483647 - 1};
 
 /// Fifty floats around a value, in steps of one unit in the last place.
 inline void append_neighbours(std::vector<float> &all, float centre) {
@@ -114,8 +114,8 @@ inline std::vector<uint8_t> all_integers(size_t element_bytes) {
   return bytes;
 }
 
-/// Cuts the input into calls of `run` elements, the last one shorter, and compares all output and all text. A run of one
-/// element less than the block puts every element in a tail, a run of whole blocks puts every element in a block.
+/// Cuts the input into calls of `run` elements, the last one shorter, and compares all output and all text. A run of
+/// one element less than the block puts every element in a tail, a run of whole blocks puts every element in a block.
 inline ::testing::AssertionResult same_in_runs_of(uint32_t run, const Kernel &kernel, std::span<const uint8_t> source,
                                                   const Settings &settings) {
   const uint32_t count = static_cast<uint32_t>(source.size() / kernel.source_bytes);
@@ -137,8 +137,8 @@ inline ::testing::AssertionResult same_in_runs_of(uint32_t run, const Kernel &ke
     return ::testing::AssertionFailure() << describe(kernel, settings) << ": printed text differs, " << our_text.size()
                                          << " bytes against " << expected_text.size();
   }
-  const ::testing::AssertionResult same = support::same_elements(
-      "output", ours.data(), expected.data(), ours.size(), destination_element(kernel), {run, kernel.block});
+  const ::testing::AssertionResult same = support::same_elements("output", ours.data(), expected.data(), ours.size(),
+                                                                 destination_element(kernel), {run, kernel.block});
   if (same) return same;
   const auto first = std::mismatch(ours.begin(), ours.end(), expected.begin()).first - ours.begin();
   const size_t index = static_cast<size_t>(first) / kernel.destination_bytes;
@@ -193,8 +193,7 @@ inline ::testing::AssertionResult same_for_all_run_lengths(std::span<const Kerne
         settings.rounding_code = random.below(13);
         settings.zero_point = random.between(-300, 300);
         const size_t misalign = random.one_in(2) ? 0 : random.below(16);
-        const ::testing::AssertionResult same =
-            same_between_guards(kernel, count, settings, fault, misalign, random);
+        const ::testing::AssertionResult same = same_between_guards(kernel, count, settings, fault, misalign, random);
         if (!same) return same;
       }
     }

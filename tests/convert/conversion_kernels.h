@@ -68,13 +68,18 @@ constexpr Kernel rounded(const char *name, uint32_t block) {
 
 template <class To, auto product, auto reference>
 constexpr Kernel zero_point_to_integer(const char *name, uint32_t block) {
-  return {name, 4, sizeof(To), false, block, zero_point_call<float, To, product>,
-          zero_point_call<float, To, reference>};
+  return {
+      name, 4, sizeof(To), false, block, zero_point_call<float, To, product>, zero_point_call<float, To, reference>};
 }
 
 template <class From, auto product, auto reference>
 constexpr Kernel zero_point_to_float(const char *name, uint32_t block) {
-  return {name, sizeof(From), 4, true, block, zero_point_call<From, float, product>,
+  return {name,
+          sizeof(From),
+          4,
+          true,
+          block,
+          zero_point_call<From, float, product>,
           zero_point_call<From, float, reference>};
 }
 
@@ -109,7 +114,7 @@ inline constexpr Kernel kZeroPointToInteger[] = {
     zero_point_to_integer<uint8_t, ::floattouint8_1d_neon, reference::floattouint8_1d_neon>("floattouint8_1d_neon", 8),
     zero_point_to_integer<int8_t, ::floattoint8_1d_neon, reference::floattoint8_1d_neon>("floattoint8_1d_neon", 8),
     zero_point_to_integer<uint16_t, ::floattouint16_1d_neon, reference::floattouint16_1d_neon>("floattouint16_1d_neon",
-                                                                                             16),
+                                                                                               16),
     zero_point_to_integer<int16_t, ::floattoint16_1d_neon, reference::floattoint16_1d_neon>("floattoint16_1d_neon", 16),
 };
 
@@ -117,7 +122,7 @@ inline constexpr Kernel kZeroPointToFloat[] = {
     zero_point_to_float<uint8_t, ::uint8tofloat_1d_neon, reference::uint8tofloat_1d_neon>("uint8tofloat_1d_neon", 8),
     zero_point_to_float<int8_t, ::int8tofloat_1d_neon, reference::int8tofloat_1d_neon>("int8tofloat_1d_neon", 8),
     zero_point_to_float<uint16_t, ::uint16tofloat_1d_neon, reference::uint16tofloat_1d_neon>("uint16tofloat_1d_neon",
-                                                                                           16),
+                                                                                             16),
     zero_point_to_float<int16_t, ::int16tofloat_1d_neon, reference::int16tofloat_1d_neon>("int16tofloat_1d_neon", 16),
 };
 

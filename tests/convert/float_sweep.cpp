@@ -1,6 +1,6 @@
 /// \file float_sweep.cpp
-/// Holds every conversion of floats to integers against its twin over a range of all 2^32 bit patterns, each pattern once
-/// in a block and once in a tail. Run by hand: all patterns of one step take minutes.
+/// Holds every conversion of floats to integers against its twin over a range of all 2^32 bit patterns, each pattern
+/// once in a block and once in a tail. Run by hand: all patterns of one step take minutes.
 ///   float_sweep [--first=0x0] [--last=0xFFFFFFFF] [--stride=1] [--only=TEXT] [--frac_bits=0] [--scale=1.0]
 ///               [--zero_point=0] [--list]
 /// --only takes the steps whose names hold the text. A step is a kernel, for the rounded ones with the code behind a

@@ -28,7 +28,8 @@ void convert(const void *source, void *destination, uint32_t count, const _NN_FM
   tarvu_convert_fmt_c(source, destination, count, &in_fmt, &out_fmt, unreadable_scale(), unreadable_scale());
 }
 
-void expected_convert(const void *source, void *destination, uint32_t count, const _NN_FMT &in_fmt, const _NN_FMT &out_fmt) {
+void expected_convert(const void *source, void *destination, uint32_t count, const _NN_FMT &in_fmt,
+                      const _NN_FMT &out_fmt) {
   reference::tarvu_convert_fmt_c(source, destination, count, &in_fmt, &out_fmt, nullptr, nullptr);
 }
 
@@ -63,7 +64,8 @@ TEST(Reformat, ALeftShiftOfASignedByteSaturatesAtBothEnds) {
 }
 
 TEST(Reformat, ANegativeElementOfAnUnsignedOutputIsReadAsLargeAndSaturatesAtTheTop) {
-  EXPECT_EQ((converted<int16_t, uint8_t>({-1, 255, 256, 0}, format(16, 4, 1), format(8, 4, 0))), (U8{255, 255, 255, 0}));
+  EXPECT_EQ((converted<int16_t, uint8_t>({-1, 255, 256, 0}, format(16, 4, 1), format(8, 4, 0))),
+            (U8{255, 255, 255, 0}));
   EXPECT_EQ((converted<int8_t, uint8_t>({-1, 127, 100}, format(8, 4, 1), format(8, 5, 0))), (U8{255, 254, 200}));
 }
 
@@ -74,7 +76,8 @@ TEST(Reformat, AnUnsignedElementOfASignedOutputIsReadAsSigned) {
 
 TEST(Reformat, EqualWidthAndFractionBitsAreCopiedWhateverTheSigns) {
   EXPECT_EQ((converted<int8_t, uint8_t>({-1, -128, 5}, format(8, 4, 1), format(8, 4, 0))), (U8{255, 128, 5}));
-  EXPECT_EQ((converted<uint16_t, int16_t>({65535, 32768, 5}, format(16, 4, 0), format(16, 4, 1))), (S16{-1, -32768, 5}));
+  EXPECT_EQ((converted<uint16_t, int16_t>({65535, 32768, 5}, format(16, 4, 0), format(16, 4, 1))),
+            (S16{-1, -32768, 5}));
 }
 
 TEST(Reformat, ARightShiftOfAnUnsignedElementRoundsTowardsZero) {
@@ -157,7 +160,8 @@ TEST(Reformat, ACountOfZeroTouchesNothingInAnyCase) {
     for (const int out_width : {8, 16, 24, 32}) {
       for (const int frac_bits : {2, 4, 6}) {
         for (const int sign_bits : {0, 1}) {
-          convert(nowhere, static_cast<uint8_t *>(nowhere) + 64, 0, format(in_width, 4, 1), format(out_width, frac_bits, sign_bits));
+          convert(nowhere, static_cast<uint8_t *>(nowhere) + 64, 0, format(in_width, 4, 1),
+                  format(out_width, frac_bits, sign_bits));
           convert(nowhere, nowhere, 0, format(in_width, 4, 1), format(out_width, frac_bits, sign_bits));
         }
       }

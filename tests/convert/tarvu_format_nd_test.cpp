@@ -173,8 +173,7 @@ TEST(NdConversion, ShortLinesBackToBackComeOutRight) {
   const Table stride{0, 5, 0, 0, 0, 0};
   ::floattouint8_nd_neon(source.data(), destination.data(), shape.data(), stride.data(), 0, 10, 1.0f);
   // The blocks end behind element 12; a negative value in a block leaves the zero point alone.
-  EXPECT_EQ(destination,
-            (std::vector<uint8_t>{10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 10, 10, 10, 99, 99, 99, 99}));
+  EXPECT_EQ(destination, (std::vector<uint8_t>{10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 10, 10, 10, 99, 99, 99, 99}));
 }
 
 TEST(NdConversion, RestOfALineFollowsTheRulesOfATail) {

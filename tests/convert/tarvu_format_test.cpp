@@ -137,18 +137,21 @@ TEST(ConversionByFormat, WidthIsNoSumModulo256) {
     same = differential.same(product, reference);
     if (!same) same << " in " << name;
   };
-  step("tarvu_fixtofloat_neon", [&] { ::tarvu_fixtofloat_neon(from, values, count, &fmt, &record); },
-       [&] { reference::tarvu_fixtofloat_neon(from, values, count, &fmt, &record); });
-  step("tarvu_floattofix_neon", [&] { ::tarvu_floattofix_neon(values, to, count, &fmt, &record); },
-       [&] { reference::tarvu_floattofix_neon(values, to, count, &fmt, &record); });
-  step("tarvu_floattofix_rnd_neon", [&] { ::tarvu_floattofix_rnd_neon(values, to, count, &fmt, &record, code); },
-       [&] { reference::tarvu_floattofix_rnd_neon(values, to, count, &fmt, &record, code); });
-  step("tarvu_fixtofloat_1d_neon",
-       [&] { ::tarvu_fixtofloat_1d_neon(from, values, count, &fmt, &record, zero_point); },
-       [&] { reference::tarvu_fixtofloat_1d_neon(from, values, count, &fmt, &record, zero_point); });
-  step("tarvu_floattofix_1d_neon",
-       [&] { ::tarvu_floattofix_1d_neon(values, to, count, &fmt, &record, zero_point); },
-       [&] { reference::tarvu_floattofix_1d_neon(values, to, count, &fmt, &record, zero_point); });
+  step(
+      "tarvu_fixtofloat_neon", [&] { ::tarvu_fixtofloat_neon(from, values, count, &fmt, &record); },
+      [&] { reference::tarvu_fixtofloat_neon(from, values, count, &fmt, &record); });
+  step(
+      "tarvu_floattofix_neon", [&] { ::tarvu_floattofix_neon(values, to, count, &fmt, &record); },
+      [&] { reference::tarvu_floattofix_neon(values, to, count, &fmt, &record); });
+  step(
+      "tarvu_floattofix_rnd_neon", [&] { ::tarvu_floattofix_rnd_neon(values, to, count, &fmt, &record, code); },
+      [&] { reference::tarvu_floattofix_rnd_neon(values, to, count, &fmt, &record, code); });
+  step(
+      "tarvu_fixtofloat_1d_neon", [&] { ::tarvu_fixtofloat_1d_neon(from, values, count, &fmt, &record, zero_point); },
+      [&] { reference::tarvu_fixtofloat_1d_neon(from, values, count, &fmt, &record, zero_point); });
+  step(
+      "tarvu_floattofix_1d_neon", [&] { ::tarvu_floattofix_1d_neon(values, to, count, &fmt, &record, zero_point); },
+      [&] { reference::tarvu_floattofix_1d_neon(values, to, count, &fmt, &record, zero_point); });
   return same;
 }
 

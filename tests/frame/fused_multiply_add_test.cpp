@@ -4,8 +4,8 @@
 
 #include "tests/frame/fused_multiply_add_probe.h"
 
-// (1 + 2^-12)^2 = 1 + 2^-11 + 2^-24 in full; a float product loses the last term, so that adding -(1 + 2^-11) gives 0, where a
-// fused step, which rounds once, gives 2^-24. Likewise for double with 2^-27 and 2^-54.
+// (1 + 2^-12)^2 = 1 + 2^-11 + 2^-24 in full; a float product loses the last term, so that adding -(1 + 2^-11) gives
+// 0, where a fused step, which rounds once, gives 2^-24. Likewise for double with 2^-27 and 2^-54.
 
 namespace {
 

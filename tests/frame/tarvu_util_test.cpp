@@ -101,7 +101,8 @@ TEST(FormatType, AllThreeQueriesAgreeWithTheirTwinsForEveryFractionAndSign) {
 TEST(ScratchAllocation, AdvancesTheCursorByWholeMultiplesOfFour) {
   struct {
     uint32_t size, advance;
-  } const cases[] = {{0, 0}, {1, 4}, {2, 4}, {3, 4}, {4, 4}, {5, 8}, {0x7FFFFFFF, 0x80000000}, {0xFFFFFFFC, 0xFFFFFFFC}};
+  } const cases[] = {
+      {0, 0}, {1, 4}, {2, 4}, {3, 4}, {4, 4}, {5, 8}, {0x7FFFFFFF, 0x80000000}, {0xFFFFFFFC, 0xFFFFFFFC}};
   for (const auto &c : cases) {
     uint64_t cursor = 0x1000;
     EXPECT_EQ(address_of(tarvu_getbuffrom(&cursor, c.size)), 0x1000u) << c.size;

@@ -104,8 +104,7 @@ int32_t truncated(float y, int32_t) { return float_to_s32(static_cast<double>(y)
 /// `Word` is the 32-bit integer that a float is converted to before it is narrowed to T.
 template <class Word, class T>
 void float_to_integer(const float *source, T *destination, int16_t frac_bits, uint32_t count, uint32_t code,
-                      float scale, float lower, float upper, uint32_t block,
-                      const char *line_of_code_11) {
+                      float scale, float lower, float upper, uint32_t block, const char *line_of_code_11) {
   float multiplier;
   if (frac_bits >= 0) {
     multiplier = static_cast<float>(shift_left_32(1, frac_bits)) * scale;
@@ -134,8 +133,8 @@ void float_to_integer(const float *source, T *destination, int16_t frac_bits, ui
 
 void floattouint32_rnd_neon(const float *source, uint32_t *destination, int16_t frac_bits, uint32_t count,
                             uint32_t rounding_code, float scale) {
-  float_to_integer<uint32_t, uint32_t>(source, destination, frac_bits, count, rounding_code, scale, 0.0f,
-                                       4294967296.0f, 16, "");
+  float_to_integer<uint32_t, uint32_t>(source, destination, frac_bits, count, rounding_code, scale, 0.0f, 4294967296.0f,
+                                       16, "");
 }
 
 void floattoint32_rnd_neon(const float *source, int32_t *destination, int16_t frac_bits, uint32_t count,
@@ -146,8 +145,8 @@ void floattoint32_rnd_neon(const float *source, int32_t *destination, int16_t fr
 
 void floattouint16_rnd_neon(const float *source, uint16_t *destination, int16_t frac_bits, uint32_t count,
                             uint32_t rounding_code, float scale) {
-  float_to_integer<uint32_t, uint16_t>(source, destination, frac_bits, count, rounding_code, scale, 0.0f, 65535.0f,
-                                       16, "");
+  float_to_integer<uint32_t, uint16_t>(source, destination, frac_bits, count, rounding_code, scale, 0.0f, 65535.0f, 16,
+                                       "");
 }
 
 void floattoint16_rnd_neon(const float *source, int16_t *destination, int16_t frac_bits, uint32_t count,

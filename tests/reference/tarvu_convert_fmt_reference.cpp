@@ -88,10 +88,9 @@ void tarvu_convert_fmt_c(const void *source, void *destination, uint32_t count, 
     } else {
       continue;
     }
-    const uint32_t result =
-        out_is_signed ? static_cast<uint32_t>(
-                            signed_element(static_cast<int32_t>(element), in_width, out_width, direction, amount))
-                      : unsigned_element(element, in_width, out_width, direction, amount);
+    const uint32_t result = out_is_signed ? static_cast<uint32_t>(signed_element(
+                                                static_cast<int32_t>(element), in_width, out_width, direction, amount))
+                                          : unsigned_element(element, in_width, out_width, direction, amount);
     if (out_width == 8) {
       store<uint8_t>(out + i, static_cast<uint8_t>(result));
     } else {

@@ -105,8 +105,8 @@ void tarvu_fixtofloat_nd_neon(const void *source, float *destination, const uint
   const int32_t width = int32_t{format.frac_bits} + int32_t{format.int_bits} + int32_t{format.sign_bits};
   const float s = scale_of(load<_NN_SCALE>(scale));
   if (format.sign_bits == 0 && width == 8) {
-    reference::uint8tofloat_nd_neon(static_cast<const uint8_t *>(source), destination, shape, stride,
-                                    format.frac_bits, zero_point, s);
+    reference::uint8tofloat_nd_neon(static_cast<const uint8_t *>(source), destination, shape, stride, format.frac_bits,
+                                    zero_point, s);
   }
   if (format.sign_bits == 0 && width == 16) {
     reference::uint16tofloat_nd_neon(static_cast<const uint16_t *>(source), destination, shape, stride,
@@ -117,8 +117,8 @@ void tarvu_fixtofloat_nd_neon(const void *source, float *destination, const uint
                                    zero_point, s);
   }
   if (format.sign_bits == 1 && width == 16) {
-    reference::int16tofloat_nd_neon(static_cast<const int16_t *>(source), destination, shape, stride,
-                                    format.frac_bits, zero_point, s);
+    reference::int16tofloat_nd_neon(static_cast<const int16_t *>(source), destination, shape, stride, format.frac_bits,
+                                    zero_point, s);
   }
 }
 

@@ -68,8 +68,8 @@ void tarvu_floattofix_rnd_neon(const float *source, void *destination, uint32_t 
                                       rounding_code, s);
   }
   if (format.sign_bits == 1 && width == 8) {
-    reference::floattoint8_rnd_neon(source, static_cast<int8_t *>(destination), format.frac_bits, count,
-                                    rounding_code, s);
+    reference::floattoint8_rnd_neon(source, static_cast<int8_t *>(destination), format.frac_bits, count, rounding_code,
+                                    s);
   }
   if (format.sign_bits == 1 && width == 16) {
     reference::floattoint16_rnd_neon(source, static_cast<int16_t *>(destination), format.frac_bits, count,
@@ -110,8 +110,8 @@ void tarvu_floattofix_1d_neon(const float *source, void *destination, uint32_t c
                                     s);
   }
   if (format.sign_bits == 0 && width == 16) {
-    reference::floattouint16_1d_neon(source, static_cast<uint16_t *>(destination), count, format.frac_bits,
-                                     zero_point, s);
+    reference::floattouint16_1d_neon(source, static_cast<uint16_t *>(destination), count, format.frac_bits, zero_point,
+                                     s);
   }
   if (format.sign_bits == 1 && width == 8) {
     reference::floattoint8_1d_neon(source, static_cast<int8_t *>(destination), count, format.frac_bits, zero_point, s);

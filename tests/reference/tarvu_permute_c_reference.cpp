@@ -12,8 +12,8 @@
 namespace reference {
 namespace {
 
-/// One run of `count` elements: a line of the line path, one element of the general path. Equal records are copied, but not
-/// onto themselves; other records are re-formatted.
+/// One run of `count` elements: a line of the line path, one element of the general path. Equal records are copied,
+/// but not onto themselves; other records are re-formatted.
 void move_run(const _NN_PERMUTE_PARM *parm, uint64_t source, uint64_t destination, uint32_t count) {
   const void *in = reinterpret_cast<const void *>(source);
   void *out = reinterpret_cast<void *>(destination);
@@ -75,8 +75,7 @@ _QX_RESULT permute_elements(const _NN_PERMUTE_PARM *parm, uint32_t in_element_by
   for (uint32_t i0 = 0; i0 < n[0]; ++i0) {
     for (uint32_t i1 = 0; i1 < n[1]; ++i1) {
       for (uint32_t i2 = 0; i2 < n[2]; ++i2) {
-        uint64_t source =
-            parm->in_addr + uint64_t{i0} * s[0] + uint64_t{i1} * s[1] + uint64_t{i2} * s[2];
+        uint64_t source = parm->in_addr + uint64_t{i0} * s[0] + uint64_t{i1} * s[1] + uint64_t{i2} * s[2];
         uint64_t destination = parm->out_addr + uint64_t{i0} * parm->out_batch_ofs +
                                uint64_t{i1} * parm->out_channel_ofs + uint64_t{i2} * parm->out_line_ofs;
         for (uint32_t i3 = 0; i3 < n[3]; ++i3) {

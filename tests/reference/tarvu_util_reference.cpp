@@ -23,8 +23,6 @@ NN_AI_IO_TYPE tarvu_get_gather_fmt_type(const _NN_FMT *fmt) {
   return type;
 }
 
-NN_AI_IO_TYPE tarvu_get_gatherelement_fmt_type(const _NN_FMT *fmt) {
-  return reference::tarvu_get_gather_fmt_type(fmt);
-}
+NN_AI_IO_TYPE tarvu_get_gatherelement_fmt_type(const _NN_FMT *fmt) { return reference::tarvu_get_gather_fmt_type(fmt); }
 
 }  // namespace reference

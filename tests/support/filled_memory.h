@@ -37,8 +37,8 @@ std::vector<T> values_in(const GuardedMemory &memory) {
   return values;
 }
 
-/// Scratch memory of exactly the bytes that an operator may use. Every wrapped call starts from the same random floats, as a call
-/// that reads its scratch before it writes it can tell; what a call leaves there is its own affair.
+/// Scratch memory of exactly the bytes that an operator may use. Every wrapped call starts from the same random floats,
+/// as a call that reads its scratch before it writes it can tell; what a call leaves there is its own affair.
 class Scratch {
  public:
   Scratch(Random &random, size_t bytes) : memory_(bytes), start_(bytes) {
