@@ -49,6 +49,12 @@ struct Axis {
 
   bool has_extra_below(int32_t limit) const { return partial && begin_of(regular()) < limit; }
 
+  /// One past the last window behind the first one that the far end does not clip.
+  int32_t end_of_whole() const {
+    const int32_t room = extent + pad_near - kernel;
+    return room < 0 || stride == 0 ? 1 : std::min(room / stride + 1, regular());
+  }
+
   /// Kept: only the far end is clipped; a window behind the first one starts in front of the input if the pad exceeds the stride.
   Window window(int32_t index) const {
     if (index == 0) return {Place::kFirst, 0, std::min(extent, kernel - pad_near)};

@@ -1,28 +1,18 @@
 /// \file pool_operations.h
 /// What happens to a window: its maximum, or its average with the padding counted or not.
 ///
-/// An operation tells the walk over the plane which windows exist (extra_column_limit, extra_line_limit), what it is about to walk
-/// (start_line), and takes folded columns (finish) or the reduction of one window (put).
+/// An operation tells the walk over the plane which windows exist (extra_column_limit, extra_line_limit), is told which lines come
+/// (start_lines), and takes bands of lines (run) or the reduction of one window (put).
 #ifndef TARVU_POOL_POOL_OPERATIONS_H
 #define TARVU_POOL_POOL_OPERATIONS_H
 
 #include <type_traits>
 
+#include "pool/pool_band.h"
 #include "pool/pool_geometry.h"
 #include "pool/pool_output_stage.h"
-#include "pool/pool_pass.h"
 
 namespace tarvu {
-
-/// Some columns of an output line: `count` of them from column `first`, whose windows start `stride` words apart in `words`. The
-/// words are the columns of the input folded down the window's lines, with the fold of nothing where there is padding.
-template <class Word>
-struct FoldedColumns {
-  const Word *words;
-  uint32_t first;
-  uint32_t count;
-  uint8_t *to;
-};
 
 /// Where the maximum of every word passes through the output unchanged.
 template <class In, class Out>
@@ -89,27 +79,31 @@ class MaximumOperation {
 
   int32_t extra_column_limit(Place) const { return columns_.extent; }
   int32_t extra_line_limit() const { return lines_.extent; }
-  void start_line(const Window &line) { empty_line_ = line.end <= line.begin; }
+  void start_lines(const Window &) {}
 
   void put(uint8_t *to, int32_t maximum, const Window &) const { store(to, output_.element(maximum)); }
 
   /// Kept: an empty window is written too, as the maximum of nothing.
-  void finish(const FoldedColumns<In> &columns) const {
-    const uint32_t end = columns.first + columns.count;
-    if (empty_line_ || end_filled_ == 0) return fill_empty(columns, columns.first, end);
-    output_.with_stage([&](const auto &stage) {
-      pass_windows<Fold>(columns.words, static_cast<uint32_t>(columns_.kernel), static_cast<uint32_t>(columns_.stride),
-                         columns.count, stage, columns.to);
-    });
-    fill_empty(columns, columns.first, first_filled_);
-    fill_empty(columns, std::max(columns.first, end_filled_), end);
+  void run(const Band &band, const Part &part, In *words) const {
+    const uint32_t end = part.first + part.count;
+    if (band.lines == 0 || end_filled_ == 0) {
+      uint8_t *to = band.to + part.first * sizeof(Out);
+      for (uint32_t n = 0; n < band.count; ++n, to += band.out_step) fill_empty(to, part.count);
+      return;
+    }
+    const uint32_t empty_in_front = part.first < first_filled_ ? 1 : 0;
+    const uint32_t filled = std::min(end, end_filled_) - std::min(part.first, end_filled_);
+    const auto fill_rest = [=, this](uint8_t *to) {
+      if (empty_in_front != 0) fill_empty(to, empty_in_front);
+      if (filled != part.count) fill_empty(to + filled * sizeof(Out), part.count - filled);
+    };
+    output_.with_stage([&](const auto &stage) { run_windows<Fold>(band, part, 0, filled, stage, words, fill_rest); });
   }
 
  private:
-  void fill_empty(const FoldedColumns<In> &columns, uint32_t begin, uint32_t end) const {
-    if (begin >= end) return;
+  void fill_empty(uint8_t *to, uint32_t count) const {
     const Out element = output_.element(kOfNothing);
-    for (uint32_t i = begin; i < end; ++i) store(columns.to + (i - columns.first) * sizeof(Out), element);
+    for (uint32_t i = 0; i < count; ++i) store(to + i * sizeof(Out), element);
   }
 
   Axis columns_;
@@ -117,7 +111,6 @@ class MaximumOperation {
   MaximumOutput<In, Out> output_;
   uint32_t first_filled_;  ///< the columns from here to end_filled_ hold elements, the others none
   uint32_t end_filled_;
-  bool empty_line_ = false;
 };
 
 /// What an average divides by along one axis, with the padding counted.
@@ -169,15 +162,9 @@ class AverageOperation {
   AverageOperation(const Axis &columns, const Axis &lines, const OutputTerms &terms)
       : columns_(columns), lines_(lines), terms_(terms) {
     first_full_ = Counting::counted(columns, columns.window(0)) == columns.kernel ? 0 : 1;
-    uint32_t full = 1;
-    const int32_t regular = columns.regular();
-    if (regular > 1 && Counting::counted(columns, columns.window(regular - 1)) == columns.kernel) {
-      full = static_cast<uint32_t>(regular);
-    } else if (columns.is_regular()) {
-      const int32_t room = columns.extent + columns.pad_near - columns.kernel;
-      full = room < columns.stride ? 1 : static_cast<uint32_t>(std::min(room / columns.stride + 1, regular));
-    }
-    end_full_ = full;
+    const int32_t last = columns.regular() - 1;
+    const bool all_full = last > 0 && Counting::counted(columns, columns.window(last)) == columns.kernel;
+    end_full_ = static_cast<uint32_t>(all_full ? columns.regular() : columns.end_of_whole());
   }
 
   /// Kept: in the extra line the extra column starts inside the input or does not exist, whatever is counted.
@@ -185,7 +172,7 @@ class AverageOperation {
     return line == Place::kExtra ? columns_.extent : Counting::extra_limit(columns_);
   }
   int32_t extra_line_limit() const { return Counting::extra_limit(lines_); }
-  void start_line(const Window &line) { counted_lines_ = Counting::counted(lines_, line); }
+  void start_lines(const Window &line) { counted_lines_ = Counting::counted(lines_, line); }
 
   void put(uint8_t *to, int32_t sum, const Window &column) const {
     const int32_t divisor = Counting::divisor(Counting::counted(columns_, column), counted_lines_, column.place);
@@ -193,31 +180,29 @@ class AverageOperation {
     store(to, clamped<Out>(step(sum)));
   }
 
-  void finish(const FoldedColumns<Word> &columns) const {
-    const uint32_t end = columns.first + columns.count;
+  void run(const Band &band, const Part &part, Word *words) const {
     const int32_t divisor = multiply(columns_.kernel, counted_lines_);
-    uint32_t full = std::max(columns.first, first_full_);
-    uint32_t full_end = std::min(end, end_full_);
-    if (full >= full_end || divisor < 2) full = full_end = end;
-    if (columns.first < full) put_each(columns, columns.first, full);
-    if (full < full_end) {
-      const auto stride = static_cast<uint32_t>(columns_.stride);
-      const StepStage<Out, FullStep> stage{FullStep(terms_, divisor / 2, Reciprocal<Words>(divisor))};
-      pass_windows<Fold>(columns.words + (full - columns.first) * stride, static_cast<uint32_t>(columns_.kernel), stride,
-                         full_end - full, stage, columns.to + (full - columns.first) * sizeof(Out));
-    }
-    if (full_end < end) put_each(columns, full_end, end);
+    uint32_t full = std::max(part.first, first_full_);
+    uint32_t end_full = std::min(part.first + part.count, end_full_);
+    if (full >= end_full || divisor < 2) full = end_full = part.first;
+    const uint32_t in_front = full - part.first;
+    const uint32_t before_rest = end_full - part.first;
+    const auto put_others = [=, this](uint8_t *to) {
+      if (in_front != 0) put_each(to, part, words, 0, in_front);
+      if (before_rest != part.count) put_each(to, part, words, before_rest, part.count);
+    };
+    const StepStage<Out, FullStep> stage{FullStep(terms_, divisor / 2, Reciprocal<Words>(std::max(divisor, 2)))};
+    run_windows<Fold>(band, part, in_front, end_full - full, stage, words, put_others);
   }
 
  private:
   using FullStep = AverageStep<Words, Reciprocal<Words>>;
 
-  void put_each(const FoldedColumns<Word> &columns, uint32_t begin, uint32_t end) const {
+  /// Windows with divisors of their own: `begin` to `end` of a part.
+  [[gnu::noinline]] void put_each(uint8_t *to, const Part &part, const Word *words, uint32_t begin, uint32_t end) const {
     for (uint32_t i = begin; i < end; ++i) {
-      const uint32_t place = i - columns.first;
-      const Word sum = fold_window<Fold>(columns.words + place * static_cast<uint32_t>(columns_.stride),
-                                         static_cast<uint32_t>(columns_.kernel));
-      put(columns.to + place * sizeof(Out), static_cast<int32_t>(sum), columns_.window(static_cast<int32_t>(i)));
+      const Word sum = fold_window<Fold>(words + i * part.stride, part.window);
+      put(to + i * sizeof(Out), static_cast<int32_t>(sum), columns_.window(static_cast<int32_t>(part.first + i)));
     }
   }
 
