@@ -4,6 +4,8 @@
 #ifndef TARVU_POOL_POOL_BAND_H
 #define TARVU_POOL_POOL_BAND_H
 
+#include <cstddef>
+
 #include "simd/requantise.h"
 
 namespace tarvu {
@@ -31,79 +33,127 @@ struct Part {
   uint32_t input_columns;  ///< none if the tile is all padding
 };
 
+/// Which windows of a part pass through a stage.
+struct Passed {
+  uint32_t skipped;  ///< windows in front of them
+  uint32_t count;
+  bool others;  ///< whether there are windows in front of them or behind
+};
+
+/// Whoever writes the windows that do not pass: a reference to a function object.
+class AfterLine {
+ public:
+  template <class F>
+  AfterLine(const F &f) : object_(&f), call_([](const void *object, uint8_t *to) { (*static_cast<const F *>(object))(to); }) {}
+  void operator()(uint8_t *to) const { call_(object_, to); }
+
+ private:
+  const void *object_;
+  void (*call_)(const void *object, uint8_t *to);
+};
+
+/// At least a block of windows; kStride and kWindow as fold_block_of_windows() has them.
 template <class Fold, uint32_t kStride, uint32_t kWindow, class Stage>
-inline void pass_windows_of(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
-                            const Stage &stage, uint8_t *to) {
-  using Out = typename Stage::Out;
+[[gnu::always_inline]] inline void pass_blocks(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
+                                               const Stage &stage, uint8_t *to) {
   constexpr uint32_t kBlock = kWordsOfBlock<typename Fold::Word>;
-  const uint32_t step = kStride != 0 ? kStride : stride;
-  const auto folded = [=](uint32_t i, uint32_t wanted) {
-    return fold_block_of_windows<Fold, kStride, kWindow>(words + i * step, window, step, wanted);
+  constexpr size_t kOutBytes = sizeof(typename Stage::Out);
+  const size_t step = kStride != 0 ? kStride : stride;
+  const size_t last = count - kBlock;
+  const auto pass = [&](const typename Fold::Word *at, uint8_t *out) {
+    stage.store(out, fold_block_of_windows<Fold, kStride, kWindow>(at, window, stride, kBlock));
   };
-  if (count < kBlock) {
-    uint8_t part[kBlock * sizeof(Out)];
-    stage.store(part, folded(0, count));
-    store_part(to, part, count * static_cast<uint32_t>(sizeof(Out)));
-    return;
-  }
-  const uint32_t last = count - kBlock;
-  for (uint32_t i = 0; i < last; i += kBlock) stage.store(to + i * sizeof(Out), folded(i, kBlock));
+  const typename Fold::Word *at = words;
+  uint8_t *const last_to = to + last * kOutBytes;
+  for (; to < last_to; to += kBlock * kOutBytes, at += kBlock * step) pass(at, to);
   // The last block overlaps the one before it: both write the same elements there.
-  stage.store(to + last * sizeof(Out), folded(last, kBlock));
+  pass(words + last * step, last_to);
+}
+
+template <class Fold, uint32_t kStride, uint32_t kWindow, class Stage>
+inline void pass_any_count(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
+                           const Stage &stage, uint8_t *to) {
+  constexpr uint32_t kBlock = kWordsOfBlock<typename Fold::Word>;
+  if (count >= kBlock) return pass_blocks<Fold, kStride, kWindow>(words, window, stride, count, stage, to);
+  uint8_t part[32];
+  stage.store(part, fold_block_of_windows<Fold, kStride, kWindow>(words, window, stride, count));
+  store_part(to, part, count * static_cast<uint32_t>(sizeof(typename Stage::Out)));
 }
 
 /// Folds `count` windows of `window` words, `stride` words apart (each at least 1), and stores them through the stage.
 template <class Fold, class Stage>
 [[gnu::noinline]] void pass_windows(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
                                     const Stage &stage, uint8_t *to) {
-  if (stride == 1) return pass_windows_of<Fold, 1, 0>(words, window, stride, count, stage, to);
-  if (stride == 2) return pass_windows_of<Fold, 2, 0>(words, window, stride, count, stage, to);
-  return pass_windows_of<Fold, 0, 0>(words, window, stride, count, stage, to);
+  if (stride == 1) return pass_any_count<Fold, 1, 0>(words, window, stride, count, stage, to);
+  if (stride == 2) return pass_any_count<Fold, 2, 0>(words, window, stride, count, stage, to);
+  return pass_any_count<Fold, 0, 0>(words, window, stride, count, stage, to);
 }
 
-/// Windows of kSide columns and lines, the common case: nothing is left to be decided inside a line.
-template <class Fold, uint32_t kStride, uint32_t kSide, class Stage, class AfterLine>
-[[gnu::noinline]] void run_square_windows(const Band &band, const Part &part, uint32_t skipped, uint32_t passed,
-                                          const Stage &given_stage, typename Fold::Word *words, const AfterLine &after_line) {
-  const Stage stage = given_stage;  // a copy that no store can change
+/// Windows of kSide columns and lines, the common case: nothing is left to be decided inside a line. At least a block of columns
+/// and of windows. `After` is AfterLine, or nullptr_t where all windows pass.
+template <class Fold, uint32_t kStride, uint32_t kSide, class Stage, class After>
+[[gnu::noinline]] void run_square_windows(const Band &band, const Part &part, const Passed &passed, const Stage &given_stage,
+                                          typename Fold::Word *words, After after_line) {
+  const Stage stage = given_stage;  // copies that no store can change
+  const size_t line_step = band.line_step;
+  const size_t window_step = band.window_step;
+  const size_t out_step = band.out_step;
+  const uint32_t columns = part.input_columns;
+  const uint32_t count = passed.count;
+  const size_t skipped_bytes = passed.skipped * sizeof(typename Stage::Out);
+  typename Fold::Word *const input = words + part.input_at;
+  const typename Fold::Word *const windows = words + passed.skipped * kStride;
   const uint8_t *from = band.from + part.input * sizeof(typename Fold::Element);
   uint8_t *to = band.to + part.first * sizeof(typename Stage::Out);
-  for (uint32_t n = band.count; n != 0; --n, from += band.window_step, to += band.out_step) {
-    fold_lines_of<Fold, kSide>(from, band.line_step, kSide, part.input_columns, words + part.input_at);
-    pass_windows_of<Fold, kStride, kSide>(words + skipped * kStride, kSide, kStride, passed, stage,
-                                          to + skipped * sizeof(typename Stage::Out));
-    after_line(to);
+  for (uint32_t n = band.count; n != 0; --n, from += window_step, to += out_step) {
+    fold_blocks_of_lines<Fold, kSide>(from, line_step, kSide, columns, input);
+    pass_blocks<Fold, kStride, kSide>(windows, kSide, kStride, count, stage, to + skipped_bytes);
+    if constexpr (!std::is_same_v<After, std::nullptr_t>) after_line(to);
   }
 }
 
-/// Folds the windows of a part of a band. All but `skipped` ones in front and those behind the next `passed` ones are stored
-/// through the stage; after_line(to) is called when the words and the output `to` of a line stand. `words` is the tile, which holds
-/// the fold of nothing wherever there is padding.
-template <class Fold, class Stage, class AfterLine>
-void run_windows(const Band &band, const Part &part, uint32_t skipped, uint32_t passed, const Stage &stage,
-                 typename Fold::Word *words, const AfterLine &after_line) {
-  if (part.window == band.lines && passed != 0) {
-    if (part.window == 3 && part.stride == 1) {
-      return run_square_windows<Fold, 1, 3>(band, part, skipped, passed, stage, words, after_line);
-    }
-    if (part.window == 3 && part.stride == 2) {
-      return run_square_windows<Fold, 2, 3>(band, part, skipped, passed, stage, words, after_line);
-    }
-    if (part.window == 2 && part.stride == 2) {
-      return run_square_windows<Fold, 2, 2>(band, part, skipped, passed, stage, words, after_line);
+/// run_square_windows() for the windows that it serves, else false.
+template <class Fold, class Stage, class After>
+bool run_if_square(const Band &band, const Part &part, const Passed &passed, const Stage &stage, typename Fold::Word *words,
+                   After after_line) {
+  const bool in_blocks = part.input_columns >= kColumnsOfBlock<Fold> && passed.count >= kWordsOfBlock<typename Fold::Word>;
+  if (!in_blocks || part.window != band.lines) return false;
+  if (part.window == 3 && part.stride == 1) {
+    run_square_windows<Fold, 1, 3>(band, part, passed, stage, words, after_line);
+  } else if (part.window == 3 && part.stride == 2) {
+    run_square_windows<Fold, 2, 3>(band, part, passed, stage, words, after_line);
+  } else if (part.window == 2 && part.stride == 2) {
+    run_square_windows<Fold, 2, 2>(band, part, passed, stage, words, after_line);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+/// Folds the windows of a part of a band and stores those that are `passed` through the stage; where there are others,
+/// after_line(to) is called when the words and the output `to` of a line stand. `words` is the tile, which holds the fold of nothing
+/// wherever there is padding.
+template <class Fold, class Stage>
+void run_windows(const Band &band, const Part &part, const Passed &passed, const Stage &stage, typename Fold::Word *words,
+                 AfterLine after_line) {
+  using Word = typename Fold::Word;
+  if constexpr (sizeof(Word) < 4) {
+    if (!passed.others && run_if_square<Fold>(band, part, passed, stage, words, nullptr)) return;
+    if constexpr (Fold::kWidens) {
+      if (run_if_square<Fold>(band, part, passed, stage, words, after_line)) return;
     }
   }
   const uint8_t *from = band.from + part.input * sizeof(typename Fold::Element);
   uint8_t *to = band.to + part.first * sizeof(typename Stage::Out);
-  typename Fold::Word *input = words + part.input_at;
+  Word *input = words + part.input_at;
   if (band.lines == 0) std::fill(input, input + part.input_columns, Fold::kIdentity);
   for (uint32_t n = band.count; n != 0; --n, from += band.window_step, to += band.out_step) {
     if (band.lines != 0) fold_lines<Fold>(from, band.line_step, band.lines, part.input_columns, input);
-    if (passed != 0) {
-      pass_windows<Fold>(words + skipped * part.stride, part.window, part.stride, passed, stage,
-                         to + skipped * sizeof(typename Stage::Out));
+    if (passed.count != 0) {
+      pass_windows<Fold>(words + passed.skipped * part.stride, part.window, part.stride, passed.count, stage,
+                         to + passed.skipped * sizeof(typename Stage::Out));
     }
-    after_line(to);
+    if (passed.others) after_line(to);
   }
 }
 

@@ -39,11 +39,11 @@ void pool_planes(const _NN_POOL_PARM &parm, const Stage &stage) {
       const uint32_t planes = std::min(kPlanes, parm.channel - first);
       fold_planes<Fold>(parm, from + first * size_t{parm.in_channel_ofs}, planes, words);
       if (parm.out_channel_ofs == sizeof(Out)) {
-        pass_windows_of<Fold, 1, 1>(words, 1, 1, planes, stage, to + first * sizeof(Out));
+        pass_any_count<Fold, 1, 1>(words, 1, 1, planes, stage, to + first * sizeof(Out));
         continue;
       }
       uint8_t elements[kPlanes * sizeof(Out)];
-      pass_windows_of<Fold, 1, 1>(words, 1, 1, planes, stage, elements);
+      pass_any_count<Fold, 1, 1>(words, 1, 1, planes, stage, elements);
       uint8_t *element_to = to + first * size_t{parm.out_channel_ofs};
       for (uint32_t c = 0; c < planes; ++c, element_to += parm.out_channel_ofs) {
         store(element_to, load<Out>(elements + c * sizeof(Out)));

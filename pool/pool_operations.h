@@ -40,7 +40,7 @@ class MaximumOutput {
       if (unchanged_) return use(IdentityStage<In>{});
     }
     if constexpr (kMapped) {
-      use(MapStage<In, Out>(map_));
+      use(MapStage(map_));
     } else {
       use(StepStage<Out, MaximumStep<Words>>{lanes_});
     }
@@ -93,15 +93,16 @@ class MaximumOperation {
     }
     const uint32_t empty_in_front = part.first < first_filled_ ? 1 : 0;
     const uint32_t filled = std::min(end, end_filled_) - std::min(part.first, end_filled_);
-    const auto fill_rest = [=, this](uint8_t *to) {
-      if (empty_in_front != 0) fill_empty(to, empty_in_front);
-      if (filled != part.count) fill_empty(to + filled * sizeof(Out), part.count - filled);
+    const auto fill_others = [&](uint8_t *to) {
+      fill_empty(to, empty_in_front);
+      fill_empty(to + filled * sizeof(Out), part.count - filled);
     };
-    output_.with_stage([&](const auto &stage) { run_windows<Fold>(band, part, 0, filled, stage, words, fill_rest); });
+    const Passed passed = {0, filled, empty_in_front != 0 || filled != part.count};
+    output_.with_stage([&](const auto &stage) { run_windows<Fold>(band, part, passed, stage, words, fill_others); });
   }
 
  private:
-  void fill_empty(uint8_t *to, uint32_t count) const {
+  [[gnu::noinline]] void fill_empty(uint8_t *to, uint32_t count) const {
     const Out element = output_.element(kOfNothing);
     for (uint32_t i = 0; i < count; ++i) store(to + i * sizeof(Out), element);
   }
@@ -187,12 +188,13 @@ class AverageOperation {
     if (full >= end_full || divisor < 2) full = end_full = part.first;
     const uint32_t in_front = full - part.first;
     const uint32_t before_rest = end_full - part.first;
-    const auto put_others = [=, this](uint8_t *to) {
-      if (in_front != 0) put_each(to, part, words, 0, in_front);
-      if (before_rest != part.count) put_each(to, part, words, before_rest, part.count);
+    const auto put_others = [&](uint8_t *to) {
+      put_each(to, part, words, 0, in_front);
+      put_each(to, part, words, before_rest, part.count);
     };
+    const Passed passed = {in_front, end_full - full, end_full - full != part.count};
     const StepStage<Out, FullStep> stage{FullStep(terms_, divisor / 2, Reciprocal<Words>(std::max(divisor, 2)))};
-    run_windows<Fold>(band, part, in_front, end_full - full, stage, words, put_others);
+    run_windows<Fold>(band, part, passed, stage, words, put_others);
   }
 
  private:

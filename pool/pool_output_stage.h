@@ -88,16 +88,16 @@ struct AverageStep {
 template <class Word>
 struct IdentityStage {
   using Out = Word;
-  void store(uint8_t *to, const WordBlock<Word> &block) const { std::memcpy(to, &block, sizeof block); }
+  [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const { std::memcpy(to, &block, sizeof block); }
 };
 
 /// Bytes that a map of all of them turns into the output.
-template <class Word, class OutElement>
 struct MapStage {
-  using Out = OutElement;
+  using Out = uint8_t;
   ByteMap map;
   explicit MapStage(const uint8_t *bytes) : map(bytes) {}
-  void store(uint8_t *to, const WordBlock<Word> &block) const {
+  template <class Word>
+  [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const {
     tarvu::store(to, map(std::bit_cast<u8x16>(block.lanes[0])));
   }
 };
@@ -107,7 +107,7 @@ struct StepStage {
   using Out = OutElement;
   Step step;
   template <class Word>
-  void store(uint8_t *to, const WordBlock<Word> &block) const {
+  [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const {
     store_block<Out>(to, block, step);
   }
 };
@@ -118,7 +118,7 @@ struct SingleStage {
   using Out = OutElement;
   Step step;
   template <class Word>
-  void store(uint8_t *to, const WordBlock<Word> &block) const {
+  [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const {
     for (uint32_t i = 0; i < kWordsOfBlock<Word>; ++i) {
       const auto *words = reinterpret_cast<const uint8_t *>(&block);
       const auto word = static_cast<int32_t>(load<Word>(words + i * sizeof(Word)));

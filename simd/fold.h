@@ -6,6 +6,7 @@
 ///     Element   what is read, at any address
 ///     Word      what elements are folded to
 ///     kIdentity the fold of no element: a word that changes no other
+///     kWidens   whether words are wider than elements
 ///     of(e)     the word of one element
 ///     both(a, b), and the same for Lanes (16 bytes of words)
 ///     Block     the words of 16 bytes of elements
@@ -50,6 +51,7 @@ struct MaximumFold {
   using Word = In;
   using Lanes = typename LanesOfType<Word>::type;
   static constexpr Word kIdentity = std::numeric_limits<Word>::min();
+  static constexpr bool kWidens = false;
 
   static Word of(Element e) { return e; }
   static Word both(Word a, Word b) { return a > b ? a : b; }
@@ -104,6 +106,7 @@ struct SumFold {
   using Word = SumWord;
   using Lanes = typename LanesOfType<Word>::type;
   static constexpr Word kIdentity = 0;
+  static constexpr bool kWidens = true;
   static constexpr int32_t kMostElements = 256;  // 256 * 255 and 256 * -128 fit into 16 bits of either sign
 
   static Word of(Element e) { return static_cast<Word>(e); }
@@ -165,7 +168,7 @@ inline constexpr uint32_t kColumnsOfBlock = 16 / sizeof(typename Fold::Element);
 
 /// One column of `lines` lines, at least one.
 template <class Fold>
-inline typename Fold::Word fold_column(const uint8_t *from, size_t line_bytes, uint32_t lines) {
+[[gnu::noinline]] typename Fold::Word fold_column(const uint8_t *from, size_t line_bytes, uint32_t lines) {
   typename Fold::Word word = Fold::of(load<typename Fold::Element>(from));
   for (uint32_t l = 1; l < lines; ++l) {
     word = Fold::both(word, Fold::of(load<typename Fold::Element>(from + l * line_bytes)));
@@ -174,21 +177,20 @@ inline typename Fold::Word fold_column(const uint8_t *from, size_t line_bytes, u
 }
 
 #if TARVU_NEON
+/// One block of columns; kLines is `lines`, or 0 for any.
 template <class Fold, uint32_t kLines>
-inline void fold_block_of_lines(const uint8_t *from, size_t line_bytes, uint32_t lines, typename Fold::Word *to) {
+[[gnu::always_inline]] inline typename Fold::Block fold_block_of_lines(const uint8_t *from, size_t line_bytes, uint32_t lines) {
   if constexpr (kLines == 1) {
-    Fold::keep(Fold::first(from), to);
+    return Fold::first(from);
   } else {
     const uint8_t *line = from + line_bytes;
     typename Fold::Block block = Fold::first_two(from, line);
-    if constexpr (kLines != 2) {
-      const uint32_t count = kLines != 0 ? kLines : lines;
-      for (uint32_t l = 2; l < count; ++l) {
-        line += line_bytes;
-        block = Fold::more(block, line);
-      }
+    const uint32_t count = kLines != 0 ? kLines : lines;
+    for (uint32_t l = 2; l < count; ++l) {
+      line += line_bytes;
+      block = Fold::more(block, line);
     }
-    Fold::keep(block, to);
+    return block;
   }
 }
 #else
@@ -220,22 +222,26 @@ inline void fold_columns_of_lines(const uint8_t *from, size_t line_bytes, uint32
 }
 #endif
 
+/// The same for at least kColumnsOfBlock columns; kLines is `lines`, or 0 for any.
 template <class Fold, uint32_t kLines>
-inline void fold_lines_of(const uint8_t *from, size_t line_bytes, uint32_t lines, uint32_t columns, typename Fold::Word *to) {
+[[gnu::always_inline]] inline void fold_blocks_of_lines(const uint8_t *from, size_t line_bytes, uint32_t lines, uint32_t columns,
+                                                        typename Fold::Word *to) {
 #if TARVU_NEON
-  constexpr uint32_t kStep = kColumnsOfBlock<Fold>;
-  if (columns >= kStep) {
-    const uint32_t last = columns - kStep;
-    for (uint32_t c = 0; c < last; c += kStep) {
-      fold_block_of_lines<Fold, kLines>(from + c * sizeof(typename Fold::Element), line_bytes, lines, to + c);
-    }
-    // The last block overlaps the one before it: both write the same words there.
-    fold_block_of_lines<Fold, kLines>(from + last * sizeof(typename Fold::Element), line_bytes, lines, to + last);
-    return;
+  constexpr size_t kStep = kColumnsOfBlock<Fold>;
+  const auto fold_at = [=](size_t c) {
+    return fold_block_of_lines<Fold, kLines>(from + c * sizeof(typename Fold::Element), line_bytes, lines);
+  };
+  const size_t last = columns - kStep;
+  size_t c = 0;
+  for (; c + kStep < last; c += 2 * kStep) {
+    const typename Fold::Block one = fold_at(c);
+    const typename Fold::Block two = fold_at(c + kStep);
+    Fold::keep(one, to + c);
+    Fold::keep(two, to + c + kStep);
   }
-  for (uint32_t c = 0; c < columns; ++c) {
-    to[c] = fold_column<Fold>(from + c * sizeof(typename Fold::Element), line_bytes, lines);
-  }
+  if (c < last) Fold::keep(fold_at(c), to + c);
+  // The last block overlaps the one before it: both write the same words there.
+  Fold::keep(fold_at(last), to + last);
 #else
   fold_columns_of_lines<Fold, kLines>(from, line_bytes, lines, columns, to);
 #endif
@@ -244,16 +250,21 @@ inline void fold_lines_of(const uint8_t *from, size_t line_bytes, uint32_t lines
 /// to[c] = the fold of column c over `lines` lines, at least one, that lie `line_bytes` apart. Reads nothing but those elements,
 /// writes nothing but those words.
 template <class Fold>
-inline void fold_lines(const uint8_t *from, size_t line_bytes, uint32_t lines, uint32_t columns, typename Fold::Word *to) {
+[[gnu::noinline]] void fold_lines(const uint8_t *from, size_t line_bytes, uint32_t lines, uint32_t columns,
+                                  typename Fold::Word *to) {
+  if (columns < kColumnsOfBlock<Fold>) {
+    for (uint32_t c = 0; c < columns; ++c) {
+      to[c] = fold_column<Fold>(from + c * sizeof(typename Fold::Element), line_bytes, lines);
+    }
+    return;
+  }
   switch (lines) {
     case 1:
-      return fold_lines_of<Fold, 1>(from, line_bytes, lines, columns, to);
+      return fold_blocks_of_lines<Fold, 1>(from, line_bytes, lines, columns, to);
     case 2:
-      return fold_lines_of<Fold, 2>(from, line_bytes, lines, columns, to);
-    case 3:
-      return fold_lines_of<Fold, 3>(from, line_bytes, lines, columns, to);
+      return fold_blocks_of_lines<Fold, 2>(from, line_bytes, lines, columns, to);
     default:
-      return fold_lines_of<Fold, 0>(from, line_bytes, lines, columns, to);
+      return fold_blocks_of_lines<Fold, 0>(from, line_bytes, lines, columns, to);
   }
 }
 
@@ -275,7 +286,7 @@ struct Pairs {
   Lanes odd;
 };
 template <class Lanes>
-inline Pairs<Lanes> load_pairs(const void *from) {
+[[gnu::always_inline]] inline Pairs<Lanes> load_pairs(const void *from) {
 #if TARVU_NEON
   if constexpr (sizeof(Lanes{}[0]) == 1) {
     const uint8x16x2_t both = vld2q_u8(static_cast<const uint8_t *>(from));
@@ -312,7 +323,7 @@ inline typename Fold::Word fold_window(const typename Fold::Word *from, uint32_t
 
 /// One vector of windows of at least one word, the first at `from`; kWindow is `window`, or 0 for any.
 template <class Fold, uint32_t kStride, uint32_t kWindow>
-inline typename Fold::Lanes fold_vector_of_windows(const typename Fold::Word *from, uint32_t window) {
+[[gnu::always_inline]] inline typename Fold::Lanes fold_vector_of_windows(const typename Fold::Word *from, uint32_t window) {
   using Lanes = typename Fold::Lanes;
   const uint32_t count = kWindow != 0 ? kWindow : window;
   if constexpr (kStride == 1) {
@@ -336,7 +347,7 @@ inline typename Fold::Lanes fold_vector_of_windows(const typename Fold::Word *fr
 /// A block of windows that start `stride` words apart; kStride is `stride` if that is 1 or 2, else 0. `count` of its words are
 /// asked for. With stride 1 or 2 it folds all of them all the same, and may read one word behind the last window.
 template <class Fold, uint32_t kStride, uint32_t kWindow>
-inline WordBlock<typename Fold::Word> fold_block_of_windows(const typename Fold::Word *from, uint32_t window, uint32_t stride,
+[[gnu::always_inline]] inline WordBlock<typename Fold::Word> fold_block_of_windows(const typename Fold::Word *from, uint32_t window, uint32_t stride,
                                                             uint32_t count) {
   using Word = typename Fold::Word;
   WordBlock<Word> block;

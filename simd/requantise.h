@@ -98,7 +98,7 @@ inline void store_eight(uint8_t *to, EightWords words) {
 
 /// Passes every word of a block, extended to 32 bits, through `step` and stores the results clamped to Out.
 template <class Out, class Word, class Step>
-inline void store_block(uint8_t *to, const WordBlock<Word> &block, const Step &step) {
+[[gnu::always_inline]] inline void store_block(uint8_t *to, const WordBlock<Word> &block, const Step &step) {
 #if TARVU_NEON
   const auto eight = [&](EightWords words) { return EightWords{step(words.low), step(words.high)}; };
   if constexpr (sizeof(Word) == 4) {
@@ -126,23 +126,21 @@ inline constexpr bool kMapsBytes = TARVU_NEON != 0;
 class ByteMap {
  public:
 #if TARVU_NEON
-  explicit ByteMap(const uint8_t *map) {
-    for (size_t i = 0; i < 4; ++i) quarters_[i] = vld1q_u8_x4(map + 64 * i);
-  }
-  u8x16 operator()(u8x16 x) const {
+  explicit ByteMap(const uint8_t *map)
+      : first_(vld1q_u8_x4(map)), second_(vld1q_u8_x4(map + 64)), third_(vld1q_u8_x4(map + 128)), fourth_(vld1q_u8_x4(map + 192)) {}
+  [[gnu::always_inline]] u8x16 operator()(u8x16 x) const {
     // A look-up outside its quarter leaves what the others found.
-    const uint8x16_t quarter = vdupq_n_u8(64);
-    uint8x16_t at = x;
-    uint8x16_t found = vqtbl4q_u8(quarters_[0], at);
-    for (size_t i = 1; i < 4; ++i) {
-      at = vsubq_u8(at, quarter);
-      found = vqtbx4q_u8(found, quarters_[i], at);
-    }
-    return found;
+    uint8x16_t found = vqtbl4q_u8(first_, x);
+    found = vqtbx4q_u8(found, second_, vsubq_u8(x, vdupq_n_u8(64)));
+    found = vqtbx4q_u8(found, third_, vsubq_u8(x, vdupq_n_u8(128)));
+    return vqtbx4q_u8(found, fourth_, vsubq_u8(x, vdupq_n_u8(192)));
   }
 
  private:
-  uint8x16x4_t quarters_[4];
+  uint8x16x4_t first_;
+  uint8x16x4_t second_;
+  uint8x16x4_t third_;
+  uint8x16x4_t fourth_;
 #else
   explicit ByteMap(const uint8_t *map) : map_(map) {}
   u8x16 operator()(u8x16 x) const {
@@ -155,7 +153,7 @@ class ByteMap {
 };
 
 /// Copies `bytes` bytes, 1 to 32.
-inline void store_part(uint8_t *to, const uint8_t *part, uint32_t bytes) {
+[[gnu::noinline]] inline void store_part(uint8_t *to, const uint8_t *part, uint32_t bytes) {
   const auto overlapping = [=](auto piece) {
     using Piece = decltype(piece);
     const uint32_t last = bytes - static_cast<uint32_t>(sizeof(Piece));
