@@ -4,8 +4,6 @@
 #ifndef TARVU_POOL_POOL_BAND_H
 #define TARVU_POOL_POOL_BAND_H
 
-#include <cstddef>
-
 #include "simd/requantise.h"
 
 namespace tarvu {
@@ -24,27 +22,36 @@ struct Band {
 /// A part of every line of a band, and the tile of words that its columns are folded to. Tile positions count from the first word
 /// of the first window, padding included.
 struct Part {
-  uint32_t window;  ///< words of a window
-  uint32_t stride;  ///< words from a window to the next one
-  uint32_t first;   ///< output column of the first window
-  uint32_t count;   ///< windows
-  uint32_t input;   ///< first input column of the tile
+  uint32_t window;         ///< words of a window
+  uint32_t stride;         ///< words from a window to the next one
+  uint32_t first;          ///< output column of the first window
+  uint32_t count;          ///< windows
+  uint32_t input;          ///< first input column of the tile
   uint32_t input_at;       ///< its position
   uint32_t input_columns;  ///< none if the tile is all padding
+  uint32_t second_tile;    ///< position of a second tile of the same kind, or 0 if there is none
 };
 
-/// Which windows of a part pass through a stage.
+/// Which windows of a part pass through a stage: `count` of them from window `first`.
 struct Passed {
-  uint32_t skipped;  ///< windows in front of them
+  uint32_t first;
   uint32_t count;
-  bool others;  ///< whether there are windows in front of them or behind
 };
+
+/// Stages of the first and of the last block of a line where they differ from the stage between.
+template <class Stage>
+struct EdgeStages {
+  Stage first;
+  Stage last;
+};
+struct NoEdges {};
 
 /// Whoever writes the windows that do not pass: a reference to a function object.
 class AfterLine {
  public:
   template <class F>
-  AfterLine(const F &f) : object_(&f), call_([](const void *object, uint8_t *to) { (*static_cast<const F *>(object))(to); }) {}
+  explicit AfterLine(const F &f)
+      : object_(&f), call_([](const void *object, uint8_t *to) { (*static_cast<const F *>(object))(to); }) {}
   void operator()(uint8_t *to) const { call_(object_, to); }
 
  private:
@@ -52,31 +59,46 @@ class AfterLine {
   void (*call_)(const void *object, uint8_t *to);
 };
 
-/// At least a block of windows; kStride and kWindow as fold_block_of_windows() has them.
-template <class Fold, uint32_t kStride, uint32_t kWindow, class Stage>
+/// Windows of one line, at least a block of them, and more than one where there are edges. kStride and kWindow as
+/// fold_block_of_windows() has them.
+template <class Fold, uint32_t kStride, uint32_t kWindow, class Stage, class Edges>
 [[gnu::always_inline]] inline void pass_blocks(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
-                                               const Stage &stage, uint8_t *to) {
-  constexpr uint32_t kBlock = kWordsOfBlock<typename Fold::Word>;
+                                               const Stage &stage, const Edges &edges, uint8_t *to) {
+  constexpr size_t kBlock = kWordsOfBlock<typename Fold::Word>;
   constexpr size_t kOutBytes = sizeof(typename Stage::Out);
+  constexpr bool kEdges = !std::is_same_v<Edges, NoEdges>;
   const size_t step = kStride != 0 ? kStride : stride;
   const size_t last = count - kBlock;
-  const auto pass = [&](const typename Fold::Word *at, uint8_t *out) {
-    stage.store(out, fold_block_of_windows<Fold, kStride, kWindow>(at, window, stride, kBlock));
+  const auto folded = [=](const typename Fold::Word *at) __attribute__((always_inline)) {
+    return fold_block_of_windows<Fold, kStride, kWindow>(at, window, stride, kBlock);
   };
-  const typename Fold::Word *at = words;
+  const typename Fold::Word *const last_words = words + last * step;
   uint8_t *const last_to = to + last * kOutBytes;
-  for (; to < last_to; to += kBlock * kOutBytes, at += kBlock * step) pass(at, to);
-  // The last block overlaps the one before it: both write the same elements there.
-  pass(words + last * step, last_to);
+  if constexpr (kEdges) {
+    edges.first.store(to, folded(words));
+    to += kBlock * kOutBytes;
+    words += kBlock * step;
+  }
+  for (; to < last_to; to += kBlock * kOutBytes, words += kBlock * step) stage.store(to, folded(words));
+  // The last block overlaps the one before it: both write the same elements there, or the last one knows better.
+  if constexpr (kEdges) {
+    edges.last.store(last_to, folded(last_words));
+  } else {
+    stage.store(last_to, folded(last_words));
+  }
 }
 
-template <class Fold, uint32_t kStride, uint32_t kWindow, class Stage>
-inline void pass_any_count(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
-                           const Stage &stage, uint8_t *to) {
-  constexpr uint32_t kBlock = kWordsOfBlock<typename Fold::Word>;
-  if (count >= kBlock) return pass_blocks<Fold, kStride, kWindow>(words, window, stride, count, stage, to);
+template <class Fold, uint32_t kStride, class Stage>
+inline void pass_any_count(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count, const Stage &stage,
+                           uint8_t *to) {
+  if (count >= kWordsOfBlock<typename Fold::Word>) {
+    stage.in_registers([&](const auto &ready) {
+      pass_blocks<Fold, kStride, 0>(words, window, stride, count, ready, NoEdges{}, to);
+    });
+    return;
+  }
   uint8_t part[32];
-  stage.store(part, fold_block_of_windows<Fold, kStride, kWindow>(words, window, stride, count));
+  stage.store(part, fold_block_of_windows<Fold, kStride, 0>(words, window, stride, count));
   store_part(to, part, count * static_cast<uint32_t>(sizeof(typename Stage::Out)));
 }
 
@@ -84,76 +106,109 @@ inline void pass_any_count(const typename Fold::Word *words, uint32_t window, ui
 template <class Fold, class Stage>
 [[gnu::noinline]] void pass_windows(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
                                     const Stage &stage, uint8_t *to) {
-  if (stride == 1) return pass_any_count<Fold, 1, 0>(words, window, stride, count, stage, to);
-  if (stride == 2) return pass_any_count<Fold, 2, 0>(words, window, stride, count, stage, to);
-  return pass_any_count<Fold, 0, 0>(words, window, stride, count, stage, to);
+  if (stride == 1) return pass_any_count<Fold, 1>(words, window, stride, count, stage, to);
+  if (stride == 2) return pass_any_count<Fold, 2>(words, window, stride, count, stage, to);
+  return pass_any_count<Fold, 0>(words, window, stride, count, stage, to);
 }
 
-/// Windows of kSide columns and lines, the common case: nothing is left to be decided inside a line. At least a block of columns
-/// and of windows. `After` is AfterLine, or nullptr_t where all windows pass.
-template <class Fold, uint32_t kStride, uint32_t kSide, class Stage, class After>
-[[gnu::noinline]] void run_square_windows(const Band &band, const Part &part, const Passed &passed, const Stage &given_stage,
-                                          typename Fold::Word *words, After after_line) {
-  const Stage stage = given_stage;  // copies that no store can change
-  const size_t line_step = band.line_step;
-  const size_t window_step = band.window_step;
-  const size_t out_step = band.out_step;
-  const uint32_t columns = part.input_columns;
-  const uint32_t count = passed.count;
-  const size_t skipped_bytes = passed.skipped * sizeof(typename Stage::Out);
-  typename Fold::Word *const input = words + part.input_at;
-  const typename Fold::Word *const windows = words + passed.skipped * kStride;
-  const uint8_t *from = band.from + part.input * sizeof(typename Fold::Element);
-  uint8_t *to = band.to + part.first * sizeof(typename Stage::Out);
-  for (uint32_t n = band.count; n != 0; --n, from += window_step, to += out_step) {
-    fold_blocks_of_lines<Fold, kSide>(from, line_step, kSide, columns, input);
-    pass_blocks<Fold, kStride, kSide>(windows, kSide, kStride, count, stage, to + skipped_bytes);
-    if constexpr (!std::is_same_v<After, std::nullptr_t>) after_line(to);
-  }
+/// Windows of kSide columns and lines, the common case: nothing is left to be decided inside a line. All windows of the part pass,
+/// at least a block of them, and there is at least a block of input columns. With kStride 1 the windows of neighbouring output
+/// lines are one line apart too.
+template <class Fold, uint32_t kStride, uint32_t kSide, class Stage, class Edges>
+[[gnu::noinline]] void run_square_windows(const Band &band, const Part &part, const Stage &given_stage, const Edges &edges,
+                                          typename Fold::Word *words) {
+  given_stage.in_registers([&](const auto &stage) __attribute__((always_inline)) {
+    const size_t line_step = band.line_step;
+    const size_t window_step = band.window_step;
+    const size_t out_step = band.out_step;
+    const uint32_t columns = part.input_columns;
+    const uint32_t count = part.count;
+    typename Fold::Word *const input = words + part.input_at;
+    const uint8_t *from = band.from + part.input * sizeof(typename Fold::Element);
+    uint8_t *to = band.to + part.first * sizeof(typename Stage::Out);
+    uint32_t n = band.count;
+    if constexpr (kStride == 1 && kSide == 3) {
+      const size_t second = part.second_tile;
+      for (; n >= 2 && second != 0; n -= 2, from += 2 * window_step, to += 2 * out_step) {
+        fold_three_lines_twice<Fold>(from, line_step, columns, input, input + second);
+        pass_blocks<Fold, kStride, kSide>(words, kSide, kStride, count, stage, edges, to);
+        pass_blocks<Fold, kStride, kSide>(words + second, kSide, kStride, count, stage, edges, to + out_step);
+      }
+    }
+    for (; n != 0; --n, from += window_step, to += out_step) {
+      fold_blocks_of_lines<Fold, kSide>(from, line_step, kSide, columns, input);
+      pass_blocks<Fold, kStride, kSide>(words, kSide, kStride, count, stage, edges, to);
+    }
+  });
 }
 
-/// run_square_windows() for the windows that it serves, else false.
-template <class Fold, class Stage, class After>
-bool run_if_square(const Band &band, const Part &part, const Passed &passed, const Stage &stage, typename Fold::Word *words,
-                   After after_line) {
-  const bool in_blocks = part.input_columns >= kColumnsOfBlock<Fold> && passed.count >= kWordsOfBlock<typename Fold::Word>;
+/// Maxima of windows of two columns and two lines, side by side and wholly inside the input: straight from there. At least a block.
+template <class Fold, class Stage>
+[[gnu::noinline]] void run_two_by_two(const Band &band, const Part &part, const Stage &given_stage) {
+  given_stage.in_registers([&](const auto &stage) __attribute__((always_inline)) {
+    constexpr size_t kBlock = kWordsOfBlock<typename Fold::Word>;
+    constexpr size_t kOutBytes = sizeof(typename Stage::Out);
+    constexpr size_t kInBytes = 2 * sizeof(typename Fold::Element);
+    const size_t line_step = band.line_step;
+    const size_t window_step = band.window_step;
+    const size_t out_step = band.out_step;
+    const size_t last = part.count - kBlock;
+    const uint8_t *line = band.from + part.input * sizeof(typename Fold::Element);
+    uint8_t *line_to = band.to + part.first * kOutBytes;
+    for (uint32_t n = band.count; n != 0; --n, line += window_step, line_to += out_step) {
+      const uint8_t *from = line;
+      uint8_t *const last_to = line_to + last * kOutBytes;
+      for (uint8_t *to = line_to; to < last_to; to += kBlock * kOutBytes, from += kBlock * kInBytes) {
+        stage.store(to, fold_two_by_two<Fold>(from, line_step));
+      }
+      stage.store(last_to, fold_two_by_two<Fold>(line + last * kInBytes, line_step));
+    }
+  });
+}
+
+/// Runs a part whose windows all pass if they are of a common kind, else gives false.
+template <class Fold, class Stage, class Edges>
+bool run_if_square(const Band &band, const Part &part, const Stage &stage, const Edges &edges, typename Fold::Word *words) {
+  const bool in_blocks = part.input_columns >= kColumnsOfBlock<Fold> && part.count >= kWordsOfBlock<typename Fold::Word>;
   if (!in_blocks || part.window != band.lines) return false;
-  if (part.window == 3 && part.stride == 1) {
-    run_square_windows<Fold, 1, 3>(band, part, passed, stage, words, after_line);
-  } else if (part.window == 3 && part.stride == 2) {
-    run_square_windows<Fold, 2, 3>(band, part, passed, stage, words, after_line);
-  } else if (part.window == 2 && part.stride == 2) {
-    run_square_windows<Fold, 2, 2>(band, part, passed, stage, words, after_line);
-  } else {
-    return false;
+  if (part.window == 3 && part.stride == 1 && band.window_step == band.line_step) {
+    run_square_windows<Fold, 1, 3>(band, part, stage, edges, words);
+    return true;
   }
-  return true;
+  if (part.window == 3 && part.stride == 2) {
+    run_square_windows<Fold, 2, 3>(band, part, stage, edges, words);
+    return true;
+  }
+  if (part.window == 2 && part.stride == 2) {
+    if constexpr (!Fold::kWidens) {
+      if (part.input_at == 0 && part.input_columns == 2 * part.count) {
+        run_two_by_two<Fold>(band, part, stage);
+        return true;
+      }
+    }
+    run_square_windows<Fold, 2, 2>(band, part, stage, edges, words);
+    return true;
+  }
+  return false;
 }
 
-/// Folds the windows of a part of a band and stores those that are `passed` through the stage; where there are others,
+/// Folds the windows of a part of a band and stores those that are `passed` through the stage. Where there are others,
 /// after_line(to) is called when the words and the output `to` of a line stand. `words` is the tile, which holds the fold of nothing
 /// wherever there is padding.
 template <class Fold, class Stage>
-void run_windows(const Band &band, const Part &part, const Passed &passed, const Stage &stage, typename Fold::Word *words,
-                 AfterLine after_line) {
-  using Word = typename Fold::Word;
-  if constexpr (sizeof(Word) < 4) {
-    if (!passed.others && run_if_square<Fold>(band, part, passed, stage, words, nullptr)) return;
-    if constexpr (Fold::kWidens) {
-      if (run_if_square<Fold>(band, part, passed, stage, words, after_line)) return;
-    }
-  }
+[[gnu::noinline]] void run_windows(const Band &band, const Part &part, const Passed &passed, const Stage &stage,
+                                   typename Fold::Word *words, AfterLine after_line) {
   const uint8_t *from = band.from + part.input * sizeof(typename Fold::Element);
   uint8_t *to = band.to + part.first * sizeof(typename Stage::Out);
-  Word *input = words + part.input_at;
+  typename Fold::Word *input = words + part.input_at;
   if (band.lines == 0) std::fill(input, input + part.input_columns, Fold::kIdentity);
   for (uint32_t n = band.count; n != 0; --n, from += band.window_step, to += band.out_step) {
     if (band.lines != 0) fold_lines<Fold>(from, band.line_step, band.lines, part.input_columns, input);
     if (passed.count != 0) {
-      pass_windows<Fold>(words + passed.skipped * part.stride, part.window, part.stride, passed.count, stage,
-                         to + passed.skipped * sizeof(typename Stage::Out));
+      pass_windows<Fold>(words + passed.first * part.stride, part.window, part.stride, passed.count, stage,
+                         to + passed.first * sizeof(typename Stage::Out));
     }
-    if (passed.others) after_line(to);
+    if (passed.count != part.count) after_line(to);
   }
 }
 

@@ -29,6 +29,7 @@ struct Axis {
   int32_t steps;  ///< inner windows; none if not positive
   int32_t last;   ///< limit of the inner windows
   bool partial;   ///< an extra window is wanted behind the inner ones
+  int32_t whole;  ///< one past the last window behind the first one that the far end does not clip
 
   Axis(int32_t extent_, int32_t kernel_, int32_t stride_, int32_t pad_near_, int32_t pad_far_, bool keeps_partial)
       : extent(extent_), kernel(kernel_), stride(stride_), pad_near(pad_near_), pad_far(pad_far_) {
@@ -36,6 +37,8 @@ struct Axis {
     steps = divide(span, stride);
     last = (steps + 1) * stride - pad_near;
     partial = keeps_partial && span != steps * stride;
+    const int32_t room = extent + pad_near - kernel;
+    whole = room < 0 || stride == 0 ? 1 : std::min(room / stride + 1, regular());
   }
 
   int32_t padded_extent() const { return extent + pad_near + pad_far; }
@@ -48,12 +51,6 @@ struct Axis {
   int32_t begin_of(int32_t index) const { return index * stride - pad_near; }
 
   bool has_extra_below(int32_t limit) const { return partial && begin_of(regular()) < limit; }
-
-  /// One past the last window behind the first one that the far end does not clip.
-  int32_t end_of_whole() const {
-    const int32_t room = extent + pad_near - kernel;
-    return room < 0 || stride == 0 ? 1 : std::min(room / stride + 1, regular());
-  }
 
   /// Kept: only the far end is clipped; a window behind the first one starts in front of the input if the pad exceeds the stride.
   Window window(int32_t index) const {

@@ -10,7 +10,7 @@ namespace tarvu {
 
 /// to[c] = the fold of plane c, for `planes` planes. Planes whose lines lie back to back are one run.
 template <class Fold>
-void fold_planes(const _NN_POOL_PARM &parm, const uint8_t *from, uint32_t planes, typename Fold::Word *to) {
+[[gnu::noinline]] void fold_planes(const _NN_POOL_PARM &parm, const uint8_t *from, uint32_t planes, typename Fold::Word *to) {
   using Word = typename Fold::Word;
   const size_t width = parm.width;
   const size_t line_bytes = parm.in_line_ofs;
@@ -25,9 +25,18 @@ void fold_planes(const _NN_POOL_PARM &parm, const uint8_t *from, uint32_t planes
   }
 }
 
+/// Whole blocks of words through a stage.
+template <class Fold, class Stage>
+[[gnu::always_inline]] inline void pass_words(const typename Fold::Word *words, uint32_t count, const Stage &stage, uint8_t *to) {
+  constexpr uint32_t kBlock = kWordsOfBlock<typename Fold::Word>;
+  for (uint32_t i = 0; i < count; i += kBlock) {
+    stage.store(to + i * sizeof(typename Stage::Out), load<WordBlock<typename Fold::Word>>(words + i));
+  }
+}
+
 /// Folds every plane and stores it through the stage, in ascending order.
 template <class Fold, class Stage>
-void pool_planes(const _NN_POOL_PARM &parm, const Stage &stage) {
+void pool_planes(const _NN_POOL_PARM &parm, const Stage &given_stage) {
   using Word = typename Fold::Word;
   using Out = typename Stage::Out;
   constexpr uint32_t kPlanes = 64;  // at once
@@ -38,13 +47,13 @@ void pool_planes(const _NN_POOL_PARM &parm, const Stage &stage) {
     for (uint32_t first = 0; first < parm.channel; first += kPlanes) {
       const uint32_t planes = std::min(kPlanes, parm.channel - first);
       fold_planes<Fold>(parm, from + first * size_t{parm.in_channel_ofs}, planes, words);
+      alignas(16) uint8_t elements[kPlanes * sizeof(Out)];
+      given_stage.in_registers([&](const auto &stage) { pass_words<Fold>(words, kPlanes, stage, elements); });
+      uint8_t *element_to = to + first * size_t{parm.out_channel_ofs};
       if (parm.out_channel_ofs == sizeof(Out)) {
-        pass_any_count<Fold, 1, 1>(words, 1, 1, planes, stage, to + first * sizeof(Out));
+        std::memcpy(element_to, elements, planes * sizeof(Out));
         continue;
       }
-      uint8_t elements[kPlanes * sizeof(Out)];
-      pass_any_count<Fold, 1, 1>(words, 1, 1, planes, stage, elements);
-      uint8_t *element_to = to + first * size_t{parm.out_channel_ofs};
       for (uint32_t c = 0; c < planes; ++c, element_to += parm.out_channel_ofs) {
         store(element_to, load<Out>(elements + c * sizeof(Out)));
       }
@@ -74,11 +83,10 @@ void pool_global_average(const _NN_POOL_PARM &parm, const OutputTerms &terms) {
   const int32_t divisor = multiply(parm.width, parm.height);
   const int32_t half = shift_right(divisor, 1);
   if (divisor >= 2) {
-    using Step = AverageStep<Words, Reciprocal<Words>>;
-    pool_planes<Fold>(parm, StepStage<Out, Step>{Step(terms, half, Reciprocal<Words>(divisor))});
+    pool_planes<Fold>(parm, StepStage<Out, BlockAverageStep>{block_average_step(terms, half, divisor)});
   } else {
     // Kept: a plane of 2^31 elements and more has a negative divisor, an empty one the divisor 0.
-    pool_planes<Fold>(parm, SingleStage<Out, AverageStep<int32_t, AnyDivisor>>{{terms, half, AnyDivisor{divisor}}});
+    pool_planes<Fold>(parm, SingleStage<Out, AnyAverageStep>{any_average_step(terms, half, divisor)});
   }
 }
 

@@ -32,54 +32,86 @@ class LineTile {
   alignas(16) Word words_[kWords + kWordsBehind];
 };
 
-template <class Operation>
-void run_in_tiles(const Band &band, uint32_t columns, const Axis &axis, const Operation &operation,
-                  LineTile<typename Operation::Fold> &tile) {
-  const auto stride = static_cast<uint32_t>(axis.stride);
-  const auto kernel = static_cast<uint32_t>(axis.kernel);
-  const auto pad = static_cast<uint32_t>(axis.pad_near);
-  const uint32_t end_of_input = pad + static_cast<uint32_t>(axis.extent);
-  const uint32_t most = (LineTile<typename Operation::Fold>::kWords - kernel) / stride + 1;
-  for (uint32_t first = 0; first < columns; first += most) {
-    const uint32_t count = std::min(most, columns - first);
-    const uint32_t position = first * stride;
-    const uint32_t begin = std::max(position, pad);
-    const uint32_t end = std::max(begin, std::min(position + (count - 1) * stride + kernel, end_of_input));
-    tile.move_to(position);
-    operation.run(band, {kernel, stride, first, count, begin - pad, begin - position, end - begin}, tile.words());
+/// The parts of a line of output: as many windows as a tile holds.
+class Parts {
+ public:
+  /// Of `columns` output columns. With a tile of so many words the lines are one part if `axis` allows.
+  Parts(const Axis &axis, uint32_t columns, uint32_t tile_words)
+      : kernel_(static_cast<uint32_t>(axis.kernel)),
+        stride_(static_cast<uint32_t>(axis.stride)),
+        pad_(static_cast<uint32_t>(axis.pad_near)),
+        end_of_input_(pad_ + static_cast<uint32_t>(axis.extent)),
+        columns_(columns),
+        most_((tile_words - kernel_) / stride_ + 1) {
+    // Two tiles for lines that fill at most half of one.
+    second_ = (columns - 1) * stride_ + kernel_ + kReadBehind <= tile_words / 2 ? tile_words / 2 : 0;
   }
-}
 
-/// Each window by itself, for windows that do not lie in regular steps.
-template <class Operation>
-void run_one_by_one(const Band &line, uint32_t columns, const Axis &axis, const Operation &operation) {
-  using Element = typename Operation::Fold::Element;
-  for (uint32_t i = 0; i < columns; ++i) {
-    const Window column = axis.window(static_cast<int32_t>(i));
-    int32_t reduced = Operation::kOfNothing;
-    for (uint32_t l = 0; l < line.lines; ++l) {
-      const uint8_t *elements = line.from + l * line.line_step;
-      for (int32_t x = column.begin; x < column.end; ++x) {
-        reduced = Operation::both(reduced, load<Element>(elements + x * static_cast<ptrdiff_t>(sizeof(Element))));
-      }
-    }
-    operation.put(line.to + i * sizeof(typename Operation::Out), reduced, column);
+  uint32_t columns() const { return columns_; }
+  uint32_t most() const { return most_; }
+  uint32_t position_of(uint32_t first) const { return first * stride_; }
+
+  Part part(uint32_t first) const {
+    const uint32_t count = std::min(most_, columns_ - first);
+    const uint32_t position = position_of(first);
+    const uint32_t begin = std::max(position, pad_);
+    const uint32_t end = std::max(begin, std::min(position + (count - 1) * stride_ + kernel_, end_of_input_));
+    return {kernel_, stride_, first, count, begin - pad_, begin - position, end - begin, second_};
   }
+
+ private:
+  static constexpr uint32_t kReadBehind = 64;
+
+  uint32_t kernel_;
+  uint32_t stride_;
+  uint32_t pad_;
+  uint32_t end_of_input_;
+  uint32_t columns_;
+  uint32_t most_;
+  uint32_t second_;
+};
+
+/// Each window by itself, for windows that do not lie in regular steps: `both` folds elements as words.
+template <class Element>
+[[gnu::noinline]] int32_t fold_one_window(const Band &line, const Window &column, int32_t of_nothing,
+                                          int32_t (*both)(int32_t, int32_t)) {
+  int32_t folded = of_nothing;
+  for (uint32_t l = 0; l < line.lines; ++l) {
+    const uint8_t *elements = line.from + l * line.line_step;
+    for (int32_t x = column.begin; x < column.end; ++x) {
+      folded = both(folded, load<Element>(elements + x * static_cast<ptrdiff_t>(sizeof(Element))));
+    }
+  }
+  return folded;
 }
 
 /// Kept: lines and columns in ascending order, so that of output lines that overlap the later one wins. A band is run whole where
 /// one tile holds its lines, else line by line.
 template <class Operation>
-void run_band(const Band &band, uint32_t columns, const Axis &axis, bool in_tiles, bool one_tile, const Operation &operation,
+void run_band(const Band &band, const Axis &axis, uint32_t columns, bool in_tiles, const Operation &operation,
               LineTile<typename Operation::Fold> &tile) {
-  if (one_tile) return run_in_tiles(band, columns, axis, operation, tile);
   Band line = band;
   line.count = 1;
+  if (!in_tiles) {
+    using Element = typename Operation::Fold::Element;
+    for (uint32_t n = band.count; n != 0; --n, line.from += band.window_step, line.to += band.out_step) {
+      for (uint32_t i = 0; i < columns; ++i) {
+        const Window column = axis.window(static_cast<int32_t>(i));
+        operation.put(line.to + i * sizeof(typename Operation::Out),
+                      fold_one_window<Element>(line, column, Operation::kOfNothing, Operation::both), column);
+      }
+    }
+    return;
+  }
+  const Parts parts(axis, columns, tile.kWords);
+  if (columns <= parts.most()) {
+    tile.move_to(0);
+    return operation.run(band, parts.part(0), tile.words());
+  }
   for (uint32_t n = band.count; n != 0; --n, line.from += band.window_step, line.to += band.out_step) {
-    if (in_tiles) {
-      run_in_tiles(line, columns, axis, operation, tile);
-    } else {
-      run_one_by_one(line, columns, axis, operation);
+    for (uint32_t first = 0; first < columns; first += parts.most()) {
+      tile.move_to(parts.position_of(first));
+      operation.run(line, parts.part(first), tile.words());
     }
   }
 }
@@ -90,21 +122,16 @@ inline uint32_t count_of(const Axis &axis, int32_t extra_limit) {
 
 /// Output lines from line `first` whose windows are alike: only those are many that no border clips.
 inline uint32_t alike_from(const Axis &lines, uint32_t first) {
-  const auto end = static_cast<uint32_t>(lines.end_of_whole());
+  const auto end = static_cast<uint32_t>(lines.whole);
   return first > 0 && first < end ? end - first : 1;
 }
 
 template <class Operation>
-void pool_windows(const _NN_POOL_PARM &parm, const OutputTerms &terms) {
-  using Tile = LineTile<typename Operation::Fold>;
-  const Axis columns = columns_of(parm);
-  const Axis lines = lines_of(parm);
-  Operation operation(columns, lines, terms);
-  Tile tile;
+void pool_windows(const _NN_POOL_PARM &parm, const Axis &columns, const Axis &lines, Operation operation) {
+  LineTile<typename Operation::Fold> tile;
   const uint32_t line_count = count_of(lines, operation.extra_line_limit());
   // Without steps across the lines a window may be taller than the kernel, and too tall for the words of a tile.
   const bool in_tiles = columns.is_regular() && lines.stride > 0;
-  const bool one_tile = in_tiles && columns.regular() * columns.stride + columns.kernel <= static_cast<int32_t>(Tile::kWords);
   for (uint32_t b = 0; b < parm.batch; ++b) {
     for (uint32_t c = 0; c < parm.channel; ++c) {
       const uint8_t *plane = pointer<const uint8_t>(parm.in_addr) + b * size_t{parm.in_batch_ofs} + c * size_t{parm.in_channel_ofs};
@@ -119,8 +146,7 @@ void pool_windows(const _NN_POOL_PARM &parm, const OutputTerms &terms) {
                            parm.out_line_ofs,
                            alike_from(lines, j)};
         operation.start_lines(window);
-        run_band(band, count_of(columns, operation.extra_column_limit(window.place)), columns, in_tiles, one_tile, operation,
-                 tile);
+        run_band(band, columns, count_of(columns, operation.extra_column_limit(window.place)), in_tiles, operation, tile);
         j += band.count;
       }
     }

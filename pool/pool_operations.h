@@ -40,7 +40,7 @@ class MaximumOutput {
       if (unchanged_) return use(IdentityStage<In>{});
     }
     if constexpr (kMapped) {
-      use(MapStage(map_));
+      use(MapStage{map_});
     } else {
       use(StepStage<Out, MaximumStep<Words>>{lanes_});
     }
@@ -91,14 +91,17 @@ class MaximumOperation {
       for (uint32_t n = 0; n < band.count; ++n, to += band.out_step) fill_empty(to, part.count);
       return;
     }
-    const uint32_t empty_in_front = part.first < first_filled_ ? 1 : 0;
-    const uint32_t filled = std::min(end, end_filled_) - std::min(part.first, end_filled_);
-    const auto fill_others = [&](uint8_t *to) {
-      fill_empty(to, empty_in_front);
-      fill_empty(to + filled * sizeof(Out), part.count - filled);
-    };
-    const Passed passed = {0, filled, empty_in_front != 0 || filled != part.count};
-    output_.with_stage([&](const auto &stage) { run_windows<Fold>(band, part, passed, stage, words, fill_others); });
+    const uint32_t filled = part.first < first_filled_ ? 1 : 0;
+    const uint32_t end_filled = std::max(filled, std::min(end, end_filled_) - std::min(part.first, end_filled_));
+    output_.with_stage([&](const auto &stage) {
+      const bool all = filled == 0 && end_filled == part.count;
+      if (all && run_if_square<Fold>(band, part, stage, NoEdges{}, words)) return;
+      const auto fill_others = [&](uint8_t *to) {
+        fill_empty(to, filled);
+        fill_empty(to + end_filled * sizeof(Out), part.count - end_filled);
+      };
+      run_windows<Fold>(band, part, {filled, end_filled - filled}, stage, words, AfterLine(fill_others));
+    });
   }
 
  private:
@@ -114,44 +117,41 @@ class MaximumOperation {
   uint32_t end_filled_;
 };
 
-/// What an average divides by along one axis, with the padding counted.
-struct PaddingCounted {
-  static int32_t counted(const Axis &axis, const Window &window) {
-    switch (window.place) {
-      case Place::kFirst:
-        return std::min(axis.kernel, axis.padded_extent());
-      case Place::kInner:
-        return axis.kernel;
-      default:
-        return axis.extent + axis.pad_far - axis.last;
-    }
-  }
-  static int32_t divisor(int32_t columns, int32_t lines, Place) { return multiply(columns, lines); }
-  static int32_t extra_limit(const Axis &axis) { return axis.extent; }
-};
+/// What an average counts along one axis.
+class Counting {
+ public:
+  explicit Counting(bool padding_counts) : padding_counts_(padding_counts) {}
 
-/// The same with the padding left out.
-struct PaddingNotCounted {
-  static int32_t counted(const Axis &axis, const Window &window) {
+  int32_t counted(const Axis &axis, const Window &window) const {
+    const int32_t kernel = axis.kernel;
     switch (window.place) {
       case Place::kFirst:
-        // Kept: cut at the end of the padding, so a first window that crosses the whole line counts the padding behind it.
-        return std::max(0, std::min(axis.padded_extent(), axis.kernel - axis.pad_near));
+        // Kept: without padding too it is cut at the end of the padding, so that a first window which crosses the whole line
+        // counts the padding behind it.
+        return padding_counts_ ? std::min(kernel, axis.padded_extent())
+                               : std::max(0, std::min(axis.padded_extent(), kernel - axis.pad_near));
       case Place::kInner:
-        return std::min(window.end - window.begin, axis.kernel);
+        return padding_counts_ ? kernel : std::min(window.end - window.begin, kernel);
       default:
-        return axis.extent - axis.last;
+        return axis.extent + (padding_counts_ ? axis.pad_far : 0) - axis.last;
     }
   }
-  static int32_t divisor(int32_t columns, int32_t lines, Place column) {
+
+  /// Kept: without padding the extra column counts one element at least.
+  int32_t divisor(int32_t columns, int32_t lines, Place column) const {
     const int32_t product = multiply(columns, lines);
-    return column == Place::kExtra ? std::max(product, 1) : product;
+    return !padding_counts_ && column == Place::kExtra ? std::max(product, 1) : product;
   }
-  static int32_t extra_limit(const Axis &axis) { return axis.extent + axis.pad_far; }
+
+  /// An extra window that starts in the padding exists where the padding does not count.
+  int32_t extra_limit(const Axis &axis) const { return axis.extent + (padding_counts_ ? 0 : axis.pad_far); }
+
+ private:
+  bool padding_counts_;
 };
 
-/// `Counting` is PaddingCounted or PaddingNotCounted, `Sum` the fold that holds a window's sum.
-template <class Sum, class OutElement, class Counting>
+/// `Sum` is the fold that holds a window's sum.
+template <class Sum, class OutElement>
 class AverageOperation {
  public:
   using Fold = Sum;
@@ -160,25 +160,24 @@ class AverageOperation {
   static constexpr int32_t kOfNothing = 0;
   static int32_t both(int32_t a, int32_t b) { return add(a, b); }
 
-  AverageOperation(const Axis &columns, const Axis &lines, const OutputTerms &terms)
-      : columns_(columns), lines_(lines), terms_(terms) {
-    first_full_ = Counting::counted(columns, columns.window(0)) == columns.kernel ? 0 : 1;
+  AverageOperation(const Axis &columns, const Axis &lines, const OutputTerms &terms, Counting counting)
+      : columns_(columns), lines_(lines), terms_(terms), counting_(counting) {
+    first_full_ = counting.counted(columns, columns.window(0)) == columns.kernel ? 0 : 1;
     const int32_t last = columns.regular() - 1;
-    const bool all_full = last > 0 && Counting::counted(columns, columns.window(last)) == columns.kernel;
-    end_full_ = static_cast<uint32_t>(all_full ? columns.regular() : columns.end_of_whole());
+    const bool all_full = last > 0 && counting.counted(columns, columns.window(last)) == columns.kernel;
+    end_full_ = static_cast<uint32_t>(all_full ? columns.regular() : columns.whole);
   }
 
   /// Kept: in the extra line the extra column starts inside the input or does not exist, whatever is counted.
   int32_t extra_column_limit(Place line) const {
-    return line == Place::kExtra ? columns_.extent : Counting::extra_limit(columns_);
+    return line == Place::kExtra ? columns_.extent : counting_.extra_limit(columns_);
   }
-  int32_t extra_line_limit() const { return Counting::extra_limit(lines_); }
-  void start_lines(const Window &line) { counted_lines_ = Counting::counted(lines_, line); }
+  int32_t extra_line_limit() const { return counting_.extra_limit(lines_); }
+  void start_lines(const Window &line) { counted_lines_ = counting_.counted(lines_, line); }
 
   void put(uint8_t *to, int32_t sum, const Window &column) const {
-    const int32_t divisor = Counting::divisor(Counting::counted(columns_, column), counted_lines_, column.place);
-    const AverageStep<int32_t, AnyDivisor> step(terms_, divisor / 2, AnyDivisor{divisor});
-    store(to, clamped<Out>(step(sum)));
+    const int32_t divisor = divisor_of(column);
+    store(to, clamped<Out>(any_average_step(terms_, divisor / 2, divisor)(sum)));
   }
 
   void run(const Band &band, const Part &part, Word *words) const {
@@ -186,19 +185,64 @@ class AverageOperation {
     uint32_t full = std::max(part.first, first_full_);
     uint32_t end_full = std::min(part.first + part.count, end_full_);
     if (full >= end_full || divisor < 2) full = end_full = part.first;
-    const uint32_t in_front = full - part.first;
-    const uint32_t before_rest = end_full - part.first;
+    const Passed passed = {full - part.first, end_full - full};
+    const StepStage<Out, BlockAverageStep> stage{block_average_step(terms_, divisor / 2, std::max(divisor, 2))};
+    if constexpr (sizeof(Word) == 2) {
+      if (passed.count == part.count) {
+        if (run_if_square<Fold>(band, part, stage, NoEdges{}, words)) return;
+      } else if (passed.count != 0 && run_with_edges(band, part, passed, stage, words)) {
+        return;
+      }
+    }
     const auto put_others = [&](uint8_t *to) {
-      put_each(to, part, words, 0, in_front);
-      put_each(to, part, words, before_rest, part.count);
+      put_each(to, part, words, 0, passed.first);
+      put_each(to, part, words, passed.first + passed.count, part.count);
     };
-    const Passed passed = {in_front, end_full - full, end_full - full != part.count};
-    const StepStage<Out, FullStep> stage{FullStep(terms_, divisor / 2, Reciprocal<Words>(std::max(divisor, 2)))};
-    run_windows<Fold>(band, part, passed, stage, words, put_others);
+    run_windows<Fold>(band, part, passed, stage, words, AfterLine(put_others));
   }
 
  private:
-  using FullStep = AverageStep<Words, Reciprocal<Words>>;
+  int32_t divisor_of(const Window &column) const {
+    return counting_.divisor(counting_.counted(columns_, column), counted_lines_, column.place);
+  }
+
+  using EdgeStage = StepsStage<Out, Word, BlockAverageStep>;
+
+  /// Where the windows with divisors of their own lie in the first and the last block of a line, those blocks have a divisor for
+  /// each word. False if they do not, or the windows are of no common kind.
+  bool run_with_edges(const Band &band, const Part &part, const Passed &passed, const StepStage<Out, BlockAverageStep> &stage,
+                      Word *words) const {
+    constexpr uint32_t kBlock = kWordsOfBlock<Word>;
+    const uint32_t behind = part.count - passed.first - passed.count;
+    if (part.count <= kBlock || passed.first > 1 || behind > kBlock) return false;
+    EdgeStages<EdgeStage> edges;
+    for (BlockAverageStep &step : edges.first.steps) step = stage.step;
+    edges.last = edges.first;
+    return set_divisors(edges.first, part.first) && set_divisors(edges.last, part.first + part.count - kBlock) &&
+           run_if_square<Fold>(band, part, stage, edges, words);
+  }
+
+  /// False if there is a divisor below 2.
+  bool set_divisors(EdgeStage &stage, uint32_t first_column) const {
+    constexpr uint32_t kBlock = kWordsOfBlock<Word>;
+    int32_t half[kBlock];
+    int32_t multiplier[kBlock];
+    int32_t shift[kBlock];
+    for (uint32_t i = 0; i < kBlock; ++i) {
+      const int32_t divisor = divisor_of(columns_.window(static_cast<int32_t>(first_column + i)));
+      if (divisor < 2) return false;
+      const Reciprocal<int32_t> reciprocal = reciprocal_of(divisor);
+      half[i] = divisor / 2;
+      multiplier[i] = reciprocal.multiplier;
+      shift[i] = reciprocal.shift;
+    }
+    for (uint32_t i = 0; i < kStepsOfBlock<Word>; ++i) {
+      const uint32_t at = i * kLanes<Words>;
+      stage.steps[i].half = load<Words>(half + at);
+      stage.steps[i].divisor = {load<Words>(multiplier + at), load<Words>(shift + at)};
+    }
+    return true;
+  }
 
   /// Windows with divisors of their own: `begin` to `end` of a part.
   [[gnu::noinline]] void put_each(uint8_t *to, const Part &part, const Word *words, uint32_t begin, uint32_t end) const {
@@ -211,6 +255,7 @@ class AverageOperation {
   Axis columns_;
   Axis lines_;
   OutputTerms terms_;
+  Counting counting_;
   uint32_t first_full_;  ///< these columns have the divisor of a whole window
   uint32_t end_full_;
   int32_t counted_lines_ = 0;

@@ -67,14 +67,6 @@ struct AverageStep {
   V half;
   D divisor;
 
-  AverageStep(const OutputTerms &terms, int32_t half_, D divisor_)
-      : in_multiplier(fill<V>(terms.in_multiplier)),
-        out_multiplier(fill<V>(terms.out_multiplier)),
-        round(fill<V>(terms.round)),
-        right(fill<V>(terms.right)),
-        half(fill<V>(half_)),
-        divisor(divisor_) {}
-
   /// Kept: `half` is added whatever the sign, and the division truncates, so negative sums are pulled toward zero.
   V operator()(V sum) const {
     const V quotient = divide(multiply_add(sum, in_multiplier, half), divisor);
@@ -82,23 +74,57 @@ struct AverageStep {
   }
 };
 
+using AnyAverageStep = AverageStep<int32_t, AnyDivisor>;
+using BlockAverageStep = AverageStep<Words, Reciprocal<Words>>;
+
+inline AnyAverageStep any_average_step(const OutputTerms &terms, int32_t half, int32_t divisor) {
+  return {terms.in_multiplier, terms.out_multiplier, terms.round, terms.right, half, {divisor}};
+}
+
+/// For a divisor of at least 2.
+inline BlockAverageStep block_average_step(const OutputTerms &terms, int32_t half, int32_t divisor) {
+  const Reciprocal<int32_t> reciprocal = reciprocal_of(divisor);
+  return {fill<Words>(terms.in_multiplier), fill<Words>(terms.out_multiplier),
+          fill<Words>(terms.round),         fill<Words>(terms.right),
+          fill<Words>(half),                {fill<Words>(reciprocal.multiplier), fill<Words>(reciprocal.shift)}};
+}
+
 /// The stages below pass blocks of words on to the output: `Out` is its element, store(to, block) writes a block of them.
+/// in_registers(use) calls use(stage) with a copy that loops can keep in registers.
 
 /// Words that are the output as they stand.
 template <class Word>
 struct IdentityStage {
   using Out = Word;
-  [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const { std::memcpy(to, &block, sizeof block); }
+  [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const {
+    std::memcpy(to, &block, sizeof block);
+  }
+  template <class Use>
+  [[gnu::always_inline]] void in_registers(Use use) const {
+    use(*this);
+  }
 };
 
 /// Bytes that a map of all of them turns into the output.
 struct MapStage {
   using Out = uint8_t;
-  ByteMap map;
-  explicit MapStage(const uint8_t *bytes) : map(bytes) {}
+  const uint8_t *map;
+
+  struct InRegisters {
+    using Out = uint8_t;
+    ByteMap map;
+    template <class Word>
+    [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const {
+      tarvu::store(to, map(std::bit_cast<u8x16>(block.lanes[0])));
+    }
+  };
+  template <class Use>
+  [[gnu::always_inline]] void in_registers(Use use) const {
+    with_byte_map(map, [&](const ByteMap &ready) __attribute__((always_inline)) { use(InRegisters{ready}); });
+  }
   template <class Word>
-  [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const {
-    tarvu::store(to, map(std::bit_cast<u8x16>(block.lanes[0])));
+  void store(uint8_t *to, const WordBlock<Word> &block) const {
+    in_registers([&](const InRegisters &stage) { stage.store(to, block); });
   }
 };
 
@@ -110,6 +136,19 @@ struct StepStage {
   [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const {
     store_block<Out>(to, block, step);
   }
+  template <class Use>
+  [[gnu::always_inline]] void in_registers(Use use) const {
+    const StepStage copy = *this;
+    use(copy);
+  }
+};
+
+/// A step of its own for every word of a block.
+template <class OutElement, class Word, class Step>
+struct StepsStage {
+  using Out = OutElement;
+  Step steps[kStepsOfBlock<Word>];
+  [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const { store_block<Out>(to, block, steps); }
 };
 
 /// One word at a time, for steps that have no lanes.
@@ -118,12 +157,16 @@ struct SingleStage {
   using Out = OutElement;
   Step step;
   template <class Word>
-  [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const {
+  void store(uint8_t *to, const WordBlock<Word> &block) const {
     for (uint32_t i = 0; i < kWordsOfBlock<Word>; ++i) {
       const auto *words = reinterpret_cast<const uint8_t *>(&block);
       const auto word = static_cast<int32_t>(load<Word>(words + i * sizeof(Word)));
       tarvu::store(to + i * sizeof(Out), clamped<Out>(step(word)));
     }
+  }
+  template <class Use>
+  void in_registers(Use use) const {
+    use(*this);
   }
 };
 

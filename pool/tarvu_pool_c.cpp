@@ -11,15 +11,25 @@ namespace {
 
 enum Mode : uint32_t { kLocalMaximum, kLocalAverage, kGlobalMaximum, kGlobalAverage };
 
-template <class In, class Out, class Counting>
+template <class In, class Out>
+void pool_local_maximum(const _NN_POOL_PARM &parm, const OutputTerms &terms) {
+  const Axis columns = columns_of(parm);
+  const Axis lines = lines_of(parm);
+  pool_windows(parm, columns, lines, MaximumOperation<In, Out>(columns, lines, terms));
+}
+
+template <class In, class Out>
 void pool_local_average(const _NN_POOL_PARM &parm, const OutputTerms &terms) {
+  const Axis columns = columns_of(parm);
+  const Axis lines = lines_of(parm);
+  const Counting counting(parm.non_count_pad == 0);
   if constexpr (sizeof(In) == 1) {
     using Narrow = SumFold<In, std::conditional_t<std::is_signed_v<In>, int16_t, uint16_t>>;
     if (parm.kernel_w * parm.kernel_h <= Narrow::kMostElements) {
-      return pool_windows<AverageOperation<Narrow, Out, Counting>>(parm, terms);
+      return pool_windows(parm, columns, lines, AverageOperation<Narrow, Out>(columns, lines, terms, counting));
     }
   }
-  pool_windows<AverageOperation<SumFold<In, uint32_t>, Out, Counting>>(parm, terms);
+  pool_windows(parm, columns, lines, AverageOperation<SumFold<In, uint32_t>, Out>(columns, lines, terms, counting));
 }
 
 template <class In, class Out>
@@ -28,17 +38,15 @@ _QX_RESULT pool(const _NN_POOL_PARM &parm) {
   const OutputTerms terms(parm, width_delta);
   switch (parm.mode) {
     case kLocalMaximum:
-      pool_windows<MaximumOperation<In, Out>>(parm, terms);
+      pool_local_maximum<In, Out>(parm, terms);
       return QX_OK;
     case kLocalAverage:
-      if (parm.non_count_pad == 0) {
-        pool_local_average<In, Out, PaddingCounted>(parm, terms);
-      } else {
+      if (parm.non_count_pad != 0) {
         // Kept: whole batch items are cleared, bytes between lines and channels included, whatever is written later.
         const uint32_t bytes = parm.batch * parm.out_batch_ofs;
         if (bytes != 0) std::memset(pointer(parm.out_addr), 0, bytes);
-        pool_local_average<In, Out, PaddingNotCounted>(parm, terms);
       }
+      pool_local_average<In, Out>(parm, terms);
       return QX_OK;
     case kGlobalMaximum:
       pool_global_maximum<In, Out>(parm, terms);

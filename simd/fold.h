@@ -228,7 +228,7 @@ template <class Fold, uint32_t kLines>
                                                         typename Fold::Word *to) {
 #if TARVU_NEON
   constexpr size_t kStep = kColumnsOfBlock<Fold>;
-  const auto fold_at = [=](size_t c) {
+  const auto fold_at = [=](size_t c) __attribute__((always_inline)) {
     return fold_block_of_lines<Fold, kLines>(from + c * sizeof(typename Fold::Element), line_bytes, lines);
   };
   const size_t last = columns - kStep;
@@ -244,6 +244,28 @@ template <class Fold, uint32_t kLines>
   Fold::keep(fold_at(last), to + last);
 #else
   fold_columns_of_lines<Fold, kLines>(from, line_bytes, lines, columns, to);
+#endif
+}
+
+/// The folds of three lines for two windows at once, the second one a line further on: of at least kColumnsOfBlock columns.
+template <class Fold>
+[[gnu::always_inline]] inline void fold_three_lines_twice(const uint8_t *from, size_t line_bytes, uint32_t columns,
+                                                          typename Fold::Word *to, typename Fold::Word *next_to) {
+#if TARVU_NEON
+  const auto fold_at = [=](size_t c) __attribute__((always_inline)) {
+    const uint8_t *first = from + c * sizeof(typename Fold::Element);
+    const uint8_t *second = first + line_bytes;
+    const uint8_t *third = second + line_bytes;
+    const typename Fold::Block shared = Fold::first_two(second, third);
+    Fold::keep(Fold::more(shared, first), to + c);
+    Fold::keep(Fold::more(shared, third + line_bytes), next_to + c);
+  };
+  const size_t last = columns - kColumnsOfBlock<Fold>;
+  for (size_t c = 0; c < last; c += kColumnsOfBlock<Fold>) fold_at(c);
+  fold_at(last);
+#else
+  fold_columns_of_lines<Fold, 3>(from, line_bytes, 3, columns, to);
+  fold_columns_of_lines<Fold, 3>(from + line_bytes, line_bytes, 3, columns, next_to);
 #endif
 }
 
@@ -362,6 +384,26 @@ template <class Fold, uint32_t kStride, uint32_t kWindow>
     }
   }
   return block;
+}
+
+/// The greatest words of windows of two lines and two columns, side by side: a block of elements of two lines for each.
+template <class Fold>
+[[gnu::always_inline]] inline WordBlock<typename Fold::Word> fold_two_by_two(const uint8_t *from, size_t line_bytes) {
+  using Lanes = typename Fold::Lanes;
+  static_assert(!Fold::kWidens);
+#if TARVU_NEON
+  const Pairs<Lanes> upper = load_pairs<Lanes>(from);
+  const Pairs<Lanes> lower = load_pairs<Lanes>(from + line_bytes);
+  return {{Fold::both(Fold::both(upper.even, upper.odd), Fold::both(lower.even, lower.odd))}};
+#else
+  Lanes both[2];
+  for (size_t i = 0; i < 2; ++i) {
+    const uint8_t *at = from + i * sizeof(Lanes);
+    both[i] = Fold::both(load<Lanes>(at), load<Lanes>(at + line_bytes));
+  }
+  const Pairs<Lanes> pairs = load_pairs<Lanes>(both);
+  return {{Fold::both(pairs.even, pairs.odd)}};
+#endif
 }
 
 }  // namespace tarvu

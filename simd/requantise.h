@@ -35,13 +35,13 @@ struct Reciprocal {
   V multiplier;
   V shift;  // s - 1
 
-  explicit Reciprocal(int32_t divisor) {
-    const int s = 32 - std::countl_zero(static_cast<uint32_t>(divisor) - 1u);
-    const uint64_t half_of_e = (uint64_t{1} << (31 + s)) / static_cast<uint64_t>(divisor) + 1;
-    multiplier = fill<V>(static_cast<int32_t>(half_of_e - (uint64_t{1} << 31)));
-    shift = fill<V>(s - 1);
-  }
 };
+
+inline Reciprocal<int32_t> reciprocal_of(int32_t divisor) {
+  const int s = 32 - std::countl_zero(static_cast<uint32_t>(divisor) - 1u);
+  const uint64_t half_of_e = (uint64_t{1} << (31 + s)) / static_cast<uint64_t>(divisor) + 1;
+  return {static_cast<int32_t>(half_of_e - (uint64_t{1} << 31)), s - 1};
+}
 
 inline int32_t divide(int32_t n, const Reciprocal<int32_t> &d) {
   const auto above = static_cast<int32_t>(static_cast<uint64_t>(int64_t{n} * d.multiplier) >> 31);  // n * (E - 2^32) / 2^32
@@ -119,38 +119,65 @@ template <class Out, class Word, class Step>
 #endif
 }
 
+/// The same with a step of its own for every word of the block: `steps[i]` for word i, or for words 4 * i to 4 * i + 3.
+template <class Word>
+inline constexpr uint32_t kStepsOfBlock = kWordsOfBlock<Word> / kLanes<Words>;
+template <class Out, class Word, class Step>
+[[gnu::always_inline]] inline void store_block(uint8_t *to, const WordBlock<Word> &block,
+                                               const Step (&steps)[kStepsOfBlock<Word>]) {
+#if TARVU_NEON
+  static_assert(sizeof(Word) == 2);
+  const EightWords words = extended(block.lanes[0]);
+  store_eight<Out>(to, {steps[0](words.low), steps[1](words.high)});
+#else
+  constexpr uint32_t kCount = kWordsOfBlock<Word>;
+  Word words[kCount];
+  std::memcpy(words, &block, sizeof words);
+  Out elements[kCount];
+  for (uint32_t i = 0; i < kCount; ++i) elements[i] = clamped<Out>(steps[i](static_cast<int32_t>(words[i])));
+  std::memcpy(to, elements, sizeof elements);
+#endif
+}
+
 /// Whether a map of all 256 bytes is the quicker way from bytes to bytes.
 inline constexpr bool kMapsBytes = TARVU_NEON != 0;
 
 /// map[x] for every byte x of a block.
-class ByteMap {
- public:
 #if TARVU_NEON
-  explicit ByteMap(const uint8_t *map)
-      : first_(vld1q_u8_x4(map)), second_(vld1q_u8_x4(map + 64)), third_(vld1q_u8_x4(map + 128)), fourth_(vld1q_u8_x4(map + 192)) {}
+/// Refers to vectors that are variables of their own: so they stay in registers.
+struct ByteMap {
+  const uint8x16x4_t &first;
+  const uint8x16x4_t &second;
+  const uint8x16x4_t &third;
+  const uint8x16x4_t &fourth;
   [[gnu::always_inline]] u8x16 operator()(u8x16 x) const {
     // A look-up outside its quarter leaves what the others found.
-    uint8x16_t found = vqtbl4q_u8(first_, x);
-    found = vqtbx4q_u8(found, second_, vsubq_u8(x, vdupq_n_u8(64)));
-    found = vqtbx4q_u8(found, third_, vsubq_u8(x, vdupq_n_u8(128)));
-    return vqtbx4q_u8(found, fourth_, vsubq_u8(x, vdupq_n_u8(192)));
+    uint8x16_t found = vqtbl4q_u8(first, x);
+    found = vqtbx4q_u8(found, second, vsubq_u8(x, vdupq_n_u8(64)));
+    found = vqtbx4q_u8(found, third, vsubq_u8(x, vdupq_n_u8(128)));
+    return vqtbx4q_u8(found, fourth, vsubq_u8(x, vdupq_n_u8(192)));
   }
-
- private:
-  uint8x16x4_t first_;
-  uint8x16x4_t second_;
-  uint8x16x4_t third_;
-  uint8x16x4_t fourth_;
-#else
-  explicit ByteMap(const uint8_t *map) : map_(map) {}
-  u8x16 operator()(u8x16 x) const {
-    return map_lanes<u8x16>(x, [this](uint8_t byte) { return map_[byte]; });
-  }
-
- private:
-  const uint8_t *map_;
-#endif
 };
+template <class Use>
+[[gnu::always_inline]] inline void with_byte_map(const uint8_t *map, Use use) {
+  const uint8x16x4_t first = vld1q_u8_x4(map);
+  const uint8x16x4_t second = vld1q_u8_x4(map + 64);
+  const uint8x16x4_t third = vld1q_u8_x4(map + 128);
+  const uint8x16x4_t fourth = vld1q_u8_x4(map + 192);
+  use(ByteMap{first, second, third, fourth});
+}
+#else
+struct ByteMap {
+  const uint8_t *map;
+  u8x16 operator()(u8x16 x) const {
+    return map_lanes<u8x16>(x, [this](uint8_t byte) { return map[byte]; });
+  }
+};
+template <class Use>
+inline void with_byte_map(const uint8_t *map, Use use) {
+  use(ByteMap{map});
+}
+#endif
 
 /// Copies `bytes` bytes, 1 to 32.
 [[gnu::noinline]] inline void store_part(uint8_t *to, const uint8_t *part, uint32_t bytes) {
