@@ -60,8 +60,8 @@ class AfterLine {
 };
 
 /// Windows of one line, at least a block of them, and more than one where there are edges. kStride and kWindow as
-/// fold_block_of_windows() has them.
-template <class Fold, uint32_t kStride, uint32_t kWindow, class Stage, class Edges>
+/// fold_block_of_windows() has them. Where kBlocks is not 0, so many blocks are known to be enough.
+template <class Fold, uint32_t kStride, uint32_t kWindow, uint32_t kBlocks, class Stage, class Edges>
 [[gnu::always_inline]] inline void pass_blocks(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
                                                const Stage &stage, const Edges &edges, uint8_t *to) {
   constexpr size_t kBlock = kWordsOfBlock<typename Fold::Word>;
@@ -69,22 +69,24 @@ template <class Fold, uint32_t kStride, uint32_t kWindow, class Stage, class Edg
   constexpr bool kEdges = !std::is_same_v<Edges, NoEdges>;
   const size_t step = kStride != 0 ? kStride : stride;
   const size_t last = count - kBlock;
-  const auto folded = [=](const typename Fold::Word *at) __attribute__((always_inline)) {
-    return fold_block_of_windows<Fold, kStride, kWindow>(at, window, stride, kBlock);
+  const auto pass = [=](const auto &by, size_t i) __attribute__((always_inline)) {
+    by.store(to + i * kOutBytes, fold_block_of_windows<Fold, kStride, kWindow>(words + i * step, window, stride, kBlock));
   };
-  const typename Fold::Word *const last_words = words + last * step;
-  uint8_t *const last_to = to + last * kOutBytes;
+  size_t i = 0;
   if constexpr (kEdges) {
-    edges.first.store(to, folded(words));
-    to += kBlock * kOutBytes;
-    words += kBlock * step;
+    pass(edges.first, 0);
+    i = kBlock;
   }
-  for (; to < last_to; to += kBlock * kOutBytes, words += kBlock * step) stage.store(to, folded(words));
+  if constexpr (kBlocks != 0) {
+    for (; i < (kBlocks - 1) * kBlock; i += kBlock) pass(stage, std::min(i, last));
+  } else {
+    for (; i < last; i += kBlock) pass(stage, i);
+  }
   // The last block overlaps the one before it: both write the same elements there, or the last one knows better.
   if constexpr (kEdges) {
-    edges.last.store(last_to, folded(last_words));
+    pass(edges.last, last);
   } else {
-    stage.store(last_to, folded(last_words));
+    pass(stage, last);
   }
 }
 
@@ -93,7 +95,7 @@ inline void pass_any_count(const typename Fold::Word *words, uint32_t window, ui
                            uint8_t *to) {
   if (count >= kWordsOfBlock<typename Fold::Word>) {
     stage.in_registers([&](const auto &ready) {
-      pass_blocks<Fold, kStride, 0>(words, window, stride, count, ready, NoEdges{}, to);
+      pass_blocks<Fold, kStride, 0, 0>(words, window, stride, count, ready, NoEdges{}, to);
     });
     return;
   }
@@ -112,32 +114,40 @@ template <class Fold, class Stage>
 }
 
 /// Windows of kSide columns and lines, the common case: nothing is left to be decided inside a line. All windows of the part pass,
-/// at least a block of them, and there is at least a block of input columns. With kStride 1 the windows of neighbouring output
-/// lines are one line apart too.
-template <class Fold, uint32_t kStride, uint32_t kSide, class Stage, class Edges>
+/// at least a block of them, and there is at least a block of input columns. The windows of neighbouring output lines are kStride
+/// lines apart. Where kNarrow is set, the windows are at most 32, and so are the input's bytes.
+template <class Fold, uint32_t kStride, uint32_t kSide, bool kNarrow, class Stage, class Edges>
 [[gnu::noinline]] void run_square_windows(const Band &band, const Part &part, const Stage &given_stage, const Edges &edges,
                                           typename Fold::Word *words) {
   given_stage.in_registers([&](const auto &stage) __attribute__((always_inline)) {
+    using Word = typename Fold::Word;
     const size_t line_step = band.line_step;
-    const size_t window_step = band.window_step;
     const size_t out_step = band.out_step;
     const uint32_t columns = part.input_columns;
     const uint32_t count = part.count;
-    typename Fold::Word *const input = words + part.input_at;
+    Word *const input = words + part.input_at;
     const uint8_t *from = band.from + part.input * sizeof(typename Fold::Element);
     uint8_t *to = band.to + part.first * sizeof(typename Stage::Out);
+    const auto pass = [&](const Word *folded, uint8_t *line_to) __attribute__((always_inline)) {
+      constexpr uint32_t kBlocks = kNarrow ? 32 / kWordsOfBlock<Word> : 0;
+      pass_blocks<Fold, kStride, kSide, kBlocks>(folded, kSide, kStride, count, stage, edges, line_to);
+    };
     uint32_t n = band.count;
-    if constexpr (kStride == 1 && kSide == 3) {
+    if constexpr (kSide == 3) {
       const size_t second = part.second_tile;
-      for (; n >= 2 && second != 0; n -= 2, from += 2 * window_step, to += 2 * out_step) {
-        fold_three_lines_twice<Fold>(from, line_step, columns, input, input + second);
-        pass_blocks<Fold, kStride, kSide>(words, kSide, kStride, count, stage, edges, to);
-        pass_blocks<Fold, kStride, kSide>(words + second, kSide, kStride, count, stage, edges, to + out_step);
+      for (; n >= 2 && second != 0; n -= 2, from += 2 * kStride * line_step, to += 2 * out_step) {
+        fold_three_lines_twice<Fold, kStride, kNarrow ? 2 : 0>(from, line_step, columns, input, input + second);
+        pass(words, to);
+        pass(words + second, to + out_step);
       }
     }
-    for (; n != 0; --n, from += window_step, to += out_step) {
-      fold_blocks_of_lines<Fold, kSide>(from, line_step, kSide, columns, input);
-      pass_blocks<Fold, kStride, kSide>(words, kSide, kStride, count, stage, edges, to);
+    for (; n != 0; --n, from += kStride * line_step, to += out_step) {
+      if (kSide == 3 && band.lines == 2) {
+        fold_blocks_of_lines<Fold, 2>(from, line_step, 2, columns, input);
+      } else {
+        fold_blocks_of_lines<Fold, kSide>(from, line_step, kSide, columns, input);
+      }
+      pass(words, to);
     }
   });
 }
@@ -169,24 +179,32 @@ template <class Fold, class Stage>
 /// Runs a part whose windows all pass if they are of a common kind, else gives false.
 template <class Fold, class Stage, class Edges>
 bool run_if_square(const Band &band, const Part &part, const Stage &stage, const Edges &edges, typename Fold::Word *words) {
-  const bool in_blocks = part.input_columns >= kColumnsOfBlock<Fold> && part.count >= kWordsOfBlock<typename Fold::Word>;
-  if (!in_blocks || part.window != band.lines) return false;
-  if (part.window == 3 && part.stride == 1 && band.window_step == band.line_step) {
-    run_square_windows<Fold, 1, 3>(band, part, stage, edges, words);
+  constexpr uint32_t kBlock = kWordsOfBlock<typename Fold::Word>;
+  constexpr uint32_t kColumns = kColumnsOfBlock<Fold>;
+  if (part.input_columns < kColumns || part.count < kBlock) return false;
+  if (band.count > 1 && band.window_step != part.stride * band.line_step) return false;
+  // Windows of two lines where a border clips the third one are no bands of several lines.
+  const bool three_lines = band.lines == 3 || (band.lines == 2 && band.count == 1);
+  if (part.window == 3 && three_lines && part.stride == 1) {
+    if (part.input_columns <= 2 * kColumns && part.count <= 32 && part.count > 16) {
+      run_square_windows<Fold, 1, 3, true>(band, part, stage, edges, words);
+    } else {
+      run_square_windows<Fold, 1, 3, false>(band, part, stage, edges, words);
+    }
     return true;
   }
-  if (part.window == 3 && part.stride == 2) {
-    run_square_windows<Fold, 2, 3>(band, part, stage, edges, words);
+  if (part.window == 3 && three_lines && part.stride == 2) {
+    run_square_windows<Fold, 2, 3, false>(band, part, stage, edges, words);
     return true;
   }
-  if (part.window == 2 && part.stride == 2) {
+  if (part.window == 2 && band.lines == 2 && part.stride == 2) {
     if constexpr (!Fold::kWidens) {
       if (part.input_at == 0 && part.input_columns == 2 * part.count) {
         run_two_by_two<Fold>(band, part, stage);
         return true;
       }
     }
-    run_square_windows<Fold, 2, 2>(band, part, stage, edges, words);
+    run_square_windows<Fold, 2, 2, false>(band, part, stage, edges, words);
     return true;
   }
   return false;

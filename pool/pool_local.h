@@ -35,18 +35,21 @@ class LineTile {
 /// The parts of a line of output: as many windows as a tile holds.
 class Parts {
  public:
-  /// Of `columns` output columns. With a tile of so many words the lines are one part if `axis` allows.
+  /// Of `columns` output columns.
   Parts(const Axis &axis, uint32_t columns, uint32_t tile_words)
       : kernel_(static_cast<uint32_t>(axis.kernel)),
         stride_(static_cast<uint32_t>(axis.stride)),
         pad_(static_cast<uint32_t>(axis.pad_near)),
         end_of_input_(pad_ + static_cast<uint32_t>(axis.extent)),
         columns_(columns),
-        most_((tile_words - kernel_) / stride_ + 1) {
+        most_((tile_words - kernel_) / std::max(stride_, 1u) + 1) {
     // Two tiles for lines that fill at most half of one.
     second_ = (columns - 1) * stride_ + kernel_ + kReadBehind <= tile_words / 2 ? tile_words / 2 : 0;
+    whole_ = part(0);
   }
 
+  /// The one part of lines that are.
+  const Part &whole() const { return whole_; }
   uint32_t columns() const { return columns_; }
   uint32_t most() const { return most_; }
   uint32_t position_of(uint32_t first) const { return first * stride_; }
@@ -69,6 +72,7 @@ class Parts {
   uint32_t columns_;
   uint32_t most_;
   uint32_t second_;
+  Part whole_;
 };
 
 /// Each window by itself, for windows that do not lie in regular steps: `both` folds elements as words.
@@ -85,31 +89,24 @@ template <class Element>
   return folded;
 }
 
-/// Kept: lines and columns in ascending order, so that of output lines that overlap the later one wins. A band is run whole where
-/// one tile holds its lines, else line by line.
+/// Runs the lines of a band by `operation`, in tiles or window by window. Kept: lines and columns in ascending order, so that of
+/// output lines that overlap the later one wins.
 template <class Operation>
-void run_band(const Band &band, const Axis &axis, uint32_t columns, bool in_tiles, const Operation &operation,
-              LineTile<typename Operation::Fold> &tile) {
+[[gnu::noinline]] void run_in_pieces(const Band &band, const Parts &parts, const Axis *irregular, const Operation &operation,
+                                     LineTile<typename Operation::Fold> &tile) {
+  using Element = typename Operation::Fold::Element;
   Band line = band;
   line.count = 1;
-  if (!in_tiles) {
-    using Element = typename Operation::Fold::Element;
-    for (uint32_t n = band.count; n != 0; --n, line.from += band.window_step, line.to += band.out_step) {
-      for (uint32_t i = 0; i < columns; ++i) {
-        const Window column = axis.window(static_cast<int32_t>(i));
+  for (uint32_t n = band.count; n != 0; --n, line.from += band.window_step, line.to += band.out_step) {
+    if (irregular != nullptr) {
+      for (uint32_t i = 0; i < parts.columns(); ++i) {
+        const Window column = irregular->window(static_cast<int32_t>(i));
         operation.put(line.to + i * sizeof(typename Operation::Out),
                       fold_one_window<Element>(line, column, Operation::kOfNothing, Operation::both), column);
       }
+      continue;
     }
-    return;
-  }
-  const Parts parts(axis, columns, tile.kWords);
-  if (columns <= parts.most()) {
-    tile.move_to(0);
-    return operation.run(band, parts.part(0), tile.words());
-  }
-  for (uint32_t n = band.count; n != 0; --n, line.from += band.window_step, line.to += band.out_step) {
-    for (uint32_t first = 0; first < columns; first += parts.most()) {
+    for (uint32_t first = 0; first < parts.columns(); first += parts.most()) {
       tile.move_to(parts.position_of(first));
       operation.run(line, parts.part(first), tile.words());
     }
@@ -128,16 +125,21 @@ inline uint32_t alike_from(const Axis &lines, uint32_t first) {
 
 template <class Operation>
 void pool_windows(const _NN_POOL_PARM &parm, const Axis &columns, const Axis &lines, Operation operation) {
-  LineTile<typename Operation::Fold> tile;
+  using Tile = LineTile<typename Operation::Fold>;
+  Tile tile;
   const uint32_t line_count = count_of(lines, operation.extra_line_limit());
   // Without steps across the lines a window may be taller than the kernel, and too tall for the words of a tile.
-  const bool in_tiles = columns.is_regular() && lines.stride > 0;
+  const Axis *irregular = columns.is_regular() && lines.stride > 0 ? nullptr : &columns;
+  const Parts parts(columns, count_of(columns, operation.extra_column_limit(Place::kInner)), Tile::kWords);
+  const Parts extra_parts(columns, count_of(columns, operation.extra_column_limit(Place::kExtra)), Tile::kWords);
+  const bool one_part = irregular == nullptr && parts.columns() <= parts.most();
   for (uint32_t b = 0; b < parm.batch; ++b) {
     for (uint32_t c = 0; c < parm.channel; ++c) {
       const uint8_t *plane = pointer<const uint8_t>(parm.in_addr) + b * size_t{parm.in_batch_ofs} + c * size_t{parm.in_channel_ofs};
       uint8_t *to = pointer(parm.out_addr) + b * size_t{parm.out_batch_ofs} + c * size_t{parm.out_channel_ofs};
       for (uint32_t j = 0; j < line_count;) {
         const Window window = lines.window(static_cast<int32_t>(j));
+        const Parts &line_parts = window.place == Place::kExtra ? extra_parts : parts;
         const Band band = {plane + first_line_offset(lines, static_cast<int32_t>(j), parm.in_line_ofs),
                            parm.in_line_ofs,
                            parm.stride_h * size_t{parm.in_line_ofs},
@@ -146,7 +148,12 @@ void pool_windows(const _NN_POOL_PARM &parm, const Axis &columns, const Axis &li
                            parm.out_line_ofs,
                            alike_from(lines, j)};
         operation.start_lines(window);
-        run_band(band, columns, count_of(columns, operation.extra_column_limit(window.place)), in_tiles, operation, tile);
+        if (one_part) {
+          tile.move_to(0);
+          operation.run(band, line_parts.whole(), tile.words());
+        } else {
+          run_in_pieces(band, line_parts, irregular, operation, tile);
+        }
         j += band.count;
       }
     }

@@ -247,25 +247,39 @@ template <class Fold, uint32_t kLines>
 #endif
 }
 
-/// The folds of three lines for two windows at once, the second one a line further on: of at least kColumnsOfBlock columns.
-template <class Fold>
+/// The folds of three lines for two windows at once, the second one kApart lines (1 or 2) further on: of at least
+/// kColumnsOfBlock columns. Where kBlocks is not 0, so many blocks of columns are known to be enough.
+template <class Fold, uint32_t kApart, uint32_t kBlocks>
 [[gnu::always_inline]] inline void fold_three_lines_twice(const uint8_t *from, size_t line_bytes, uint32_t columns,
                                                           typename Fold::Word *to, typename Fold::Word *next_to) {
 #if TARVU_NEON
+  using Block = typename Fold::Block;
   const auto fold_at = [=](size_t c) __attribute__((always_inline)) {
     const uint8_t *first = from + c * sizeof(typename Fold::Element);
     const uint8_t *second = first + line_bytes;
     const uint8_t *third = second + line_bytes;
-    const typename Fold::Block shared = Fold::first_two(second, third);
-    Fold::keep(Fold::more(shared, first), to + c);
-    Fold::keep(Fold::more(shared, third + line_bytes), next_to + c);
+    const uint8_t *fourth = third + line_bytes;
+    if constexpr (kApart == 1) {
+      const Block shared = Fold::first_two(second, third);
+      Fold::keep(Fold::more(shared, first), to + c);
+      Fold::keep(Fold::more(shared, fourth), next_to + c);
+    } else {
+      const Block one = Fold::more(Fold::first_two(second, third), first);
+      const Block two = Fold::more(Fold::first_two(third, fourth), fourth + line_bytes);
+      Fold::keep(one, to + c);
+      Fold::keep(two, next_to + c);
+    }
   };
   const size_t last = columns - kColumnsOfBlock<Fold>;
-  for (size_t c = 0; c < last; c += kColumnsOfBlock<Fold>) fold_at(c);
+  if constexpr (kBlocks == 2) {
+    fold_at(0);
+  } else {
+    for (size_t c = 0; c < last; c += kColumnsOfBlock<Fold>) fold_at(c);
+  }
   fold_at(last);
 #else
   fold_columns_of_lines<Fold, 3>(from, line_bytes, 3, columns, to);
-  fold_columns_of_lines<Fold, 3>(from + line_bytes, line_bytes, 3, columns, next_to);
+  fold_columns_of_lines<Fold, 3>(from + kApart * line_bytes, line_bytes, 3, columns, next_to);
 #endif
 }
 
