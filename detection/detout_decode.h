@@ -3,6 +3,7 @@
 #ifndef TARVU_DETECTION_DETOUT_DECODE_H
 #define TARVU_DETECTION_DETOUT_DECODE_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "simd/boxes.h"

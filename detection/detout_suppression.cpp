@@ -2,6 +2,7 @@
 #include "detection/detout_suppression.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "detection/score_sort.h"
 #include "simd/boxes.h"
@@ -19,36 +20,84 @@ struct BoxState {
 
 bool is_dead(const BoxState &state) { return state.score < 0.0f; }
 
-/// Box i against the group of four boxes at `others`: lowers the score of each one that it suppresses by 1.0.
-inline void suppress_group(const BoxLanes &box, f32x4 box_area, const float *others, BoxState *states, float threshold) {
-  const BoxLanes other = load_boxes(others);
-  PairLanes state = load_pairs(&states->area);
-  const f32x4 width = smaller(other.xmax, box.xmax) - larger(other.xmin, box.xmin);
-  const f32x4 height = smaller(other.ymax, box.ymax) - larger(other.ymin, box.ymin);
+/// Lanes where two boxes overlap by the threshold or more: by the intersection's share in their union, without a division.
+/// A NaN area never does.
+inline s32x4 overlap_reaches(float threshold, const BoxLanes &a, f32x4 area_a, const BoxLanes &b, f32x4 area_b) {
+  const f32x4 width = smaller(a.xmax, b.xmax) - larger(a.xmin, b.xmin);
+  const f32x4 height = smaller(a.ymax, b.ymax) - larger(a.ymin, b.ymin);
   const f32x4 intersection = larger(height, f32x4{}) * larger(width, f32x4{});
-  const f32x4 both = box_area + state.first;
+  const f32x4 both = area_a + area_b;
   const f32x4 joined = both - intersection;
-  const auto suppressed = intersection >= joined * threshold;
-  // Kept: 1.0 less and not a dead mark, so a score of 1.0 or more outlives it. Adding -0.0 leaves any score as it is.
-  state.second += select(suppressed, fill<f32x4>(-1.0f), fill<f32x4>(-0.0f));
-  store_pairs(&states->area, state);
+  return s32x4(intersection >= joined * threshold);
+}
+
+/// What a suppression adds to a score.
+/// Kept: this is no dead mark, so a score of 1.0 or more outlives it.
+constexpr float kSuppressed = -1.0f;
+
+BoxLanes in_all_lanes(const float *box) {
+  return {fill<f32x4>(box[0]), fill<f32x4>(box[1]), fill<f32x4>(box[2]), fill<f32x4>(box[3])};
 }
 
 /// Box i against all boxes behind it.
-void suppress_behind(const float *boxes, BoxState *states, int32_t i, int32_t count, float threshold) {
-  const float *at = boxes + 4 * ptrdiff_t{i};
+void suppress_behind(const float *boxes, BoxState *states, ptrdiff_t i, ptrdiff_t count, float threshold) {
+  const float *at = boxes + 4 * i;
   // A NaN edge makes every overlap NaN, which suppresses nothing.
   if (at[0] != at[0] || at[1] != at[1] || at[2] != at[2] || at[3] != at[3]) return;
-  const BoxLanes box = {fill<f32x4>(at[0]), fill<f32x4>(at[1]), fill<f32x4>(at[2]), fill<f32x4>(at[3])};
+  const BoxLanes box = in_all_lanes(at);
   const auto box_area = fill<f32x4>(states[i].area);
-  for (int32_t j = i + 1; j < count;) {
+  for (ptrdiff_t j = i + 1; j < count;) {
     if (is_dead(states[j])) {
       ++j;
-    } else {
-      suppress_group(box, box_area, boxes + 4 * ptrdiff_t{j}, states + j, threshold);
-      j += kGroup;
+      continue;
+    }
+    PairLanes state = load_pairs(&states[j].area);
+    const s32x4 suppressed = overlap_reaches(threshold, load_boxes(boxes + 4 * j), state.first, box, box_area);
+    // Adding -0.0 leaves any score as it is.
+    state.second += select(suppressed, fill<f32x4>(kSuppressed), fill<f32x4>(-0.0f));
+    store_pairs(&states[j].area, state);
+    j += kGroup;
+  }
+}
+
+/// Boxes that are kept, in lanes, to be held against one other box.
+struct KeptBoxes {
+  struct Group {
+    BoxLanes boxes;
+    f32x4 areas;
+  };
+  Group groups[kMostSurvivors / kGroup];
+  int32_t count = 0;
+};
+
+float area_of(const float *box) { return (box[3] - box[1]) * (box[2] - box[0]); }
+
+void add_box(KeptBoxes &kept, const float *box) {
+  KeptBoxes::Group &group = kept.groups[kept.count / kGroup];
+  const int32_t lane = kept.count % kGroup;
+  // Lanes without a box have no area.
+  if (lane == 0) group = {in_all_lanes(box), fill<f32x4>(std::numeric_limits<float>::quiet_NaN())};
+  group.boxes.xmin[lane] = box[0];
+  group.boxes.ymin[lane] = box[1];
+  group.boxes.xmax[lane] = box[2];
+  group.boxes.ymax[lane] = box[3];
+  group.areas[lane] = area_of(box);
+  ++kept.count;
+}
+
+/// The score of a box after the suppressions by all kept ones, or until it is dead.
+float suppressed_score(float score, const KeptBoxes &kept, const float *box, float threshold) {
+  const BoxLanes lanes = in_all_lanes(box);
+  const auto area = fill<f32x4>(area_of(box));
+  for (int32_t first = 0; first < kept.count && !(score < 0.0f); first += kGroup) {
+    const KeptBoxes::Group &group = kept.groups[first / kGroup];
+    const s32x4 suppressing = overlap_reaches(threshold, lanes, area, group.boxes, group.areas);
+    if (!any(suppressing)) continue;
+    for (int32_t lane = 0; lane < kGroup; ++lane) {
+      if (suppressing[lane] != 0) score += kSuppressed;
     }
   }
+  return score;
 }
 
 /// Fills the first n records with the kept ones. `last` is the place of the last one kept.
@@ -71,6 +120,25 @@ void move_to_front(SortRecord *records, BoxState *states, int32_t n, int32_t las
 }
 
 }  // namespace
+
+int32_t find_survivors(SortRecord *records, float *state, int32_t count, float threshold) {
+  auto *states = reinterpret_cast<BoxState *>(state);
+  SortedFront<SortRecord> sorted(records, count);
+  KeptBoxes kept;
+  int32_t survivors = 0;
+  int32_t last = 0;
+  for (int32_t i = 0; i < count && survivors < kMostSurvivors; ++i) {
+    const SortRecord record = *sorted.next();
+    const auto *box = pointer<const float>(record.box_addr);
+    states[i].score = suppressed_score(record.score, kept, box, threshold);
+    if (is_dead(states[i])) continue;
+    last = i;
+    if (++survivors < kMostSurvivors) add_box(kept, box);
+  }
+  move_to_front(records, states, survivors, last);
+  return survivors;
+}
+
 }  // namespace tarvu
 
 void quick_sort(void *records, int32_t left, int32_t right) {

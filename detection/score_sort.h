@@ -73,11 +73,14 @@ template <class Record>
   return true;
 }
 
+/// How often partitions may look at as many records as there are before they count as uneven. Even ones look at the larger
+/// parts of a part twice in all.
+inline constexpr ptrdiff_t kFairRounds = 8;
+
 /// Sorts the records left to right, both included, as the partition does. The smaller part recurses, so the stack grows with the
 /// logarithm of the count. Where the partition goes badly any sort serves, if there are no ties.
 template <class Record>
 void sort_by_score(Record *left, Record *right) {
-  constexpr ptrdiff_t kFairRounds = 8;  // an even split looks at twice the records in all
   ptrdiff_t credit = kFairRounds * (right - left + 1);
   while (left < right && !sort_ordered_run(left, right)) {
     credit -= right - left + 1;
@@ -98,6 +101,54 @@ void sort_by_score(Record *left, Record *right) {
     }
   }
 }
+
+/// The same sort from the front, only as far as it is asked for: the parts of a partition are independent.
+template <class Record>
+class SortedFront {
+ public:
+  SortedFront(Record *records, ptrdiff_t count) : next_(records), sorted_end_(records), ends_{records + count}, credit_(kFairRounds * count) {}
+
+  /// The next record in order; there must be one.
+  Record *next() {
+    if (next_ == sorted_end_) sort_part();
+    return next_++;
+  }
+
+ private:
+  /// Deep enough for fair splits of any count.
+  static constexpr int kDepth = 48;
+
+  /// Sorts at least one record more.
+  void sort_part() {
+    if (sorted_end_ == ends_[top_]) {
+      --top_;
+      ++sorted_end_;
+      return;
+    }
+    for (;;) {
+      Record *const right = ends_[top_] - 1;
+      credit_ -= right - next_ + 1;
+      if (sort_ordered_run(next_, right)) break;
+      if (top_ == kDepth - 1 || credit_ < 0) {
+        sort_by_score(next_, right);
+        break;
+      }
+      Record *const pivot = partition_by_score(next_, right);
+      if (pivot == next_) {
+        ++sorted_end_;
+        return;
+      }
+      ends_[++top_] = pivot;
+    }
+    sorted_end_ = ends_[top_];
+  }
+
+  Record *next_;
+  Record *sorted_end_;
+  Record *ends_[kDepth];  // of the parts that are not sorted yet, the last one the foremost: all, then pivots in their places
+  int top_ = 0;
+  ptrdiff_t credit_;
+};
 
 }  // namespace tarvu
 

@@ -9,17 +9,16 @@
 namespace tarvu {
 namespace {
 
-constexpr int32_t kMostSurvivors = 20;  // of a class, whatever keep_top_k says
 constexpr int32_t kLeastRecords = 5;    // of a class; missing ones are filled with -1.0
 constexpr int kRecordFloats = 5;        // xmin, ymin, xmax, ymax, score
 constexpr uint32_t kWordBits = 32;
 
-/// The scratch areas that are used. Copies of the input and of the candidates are not made, so theirs are only passed over.
+/// The scratch areas that are used. No copies are made of the input, of the candidates and of the sorted boxes, so theirs are only
+/// passed over.
 struct Scratch {
   float *decoded;
   uint32_t *candidates;  // one bit for each class and prior, each class from a word of its own
   SortRecord *records;
-  float *boxes;
   float *state;
   float *locations;
 };
@@ -40,7 +39,7 @@ Scratch take_scratch(const _NN_DETOUT_PARM &parm) {
   scratch.candidates = static_cast<uint32_t *>(take(4 * priors * static_cast<uint32_t>(parm.num_classes)));
   take(16 * priors);  // variances
   scratch.records = static_cast<SortRecord *>(take(16 * priors));
-  scratch.boxes = static_cast<float *>(take(16 * whole_groups));
+  take(16 * whole_groups);  // boxes in sorted order
   scratch.state = static_cast<float *>(take(8 * whole_groups));
   scratch.locations = static_cast<float *>(take(16 * priors));
   return scratch;
@@ -93,12 +92,14 @@ uint32_t words_per_class(const _NN_DETOUT_PARM &parm) {
 /// Sets the bit of every score that reaches the threshold, for all classes in one pass over the confidences.
 void mark_candidates(const _NN_DETOUT_PARM &parm, const float *confidences, uint32_t *candidates) {
   const auto classes = static_cast<uint32_t>(parm.num_classes);
+  const auto background = static_cast<uint32_t>(parm.background_label_id);
   const uint32_t words = words_per_class(parm);
   std::memset(candidates, 0, size_t{words} * classes * sizeof(uint32_t));
   const size_t count = static_cast<size_t>(parm.num_priors) * classes;
   for_each_at_least(confidences, count, parm.confidence_threshold, [=](size_t at) {
     const auto p = static_cast<uint32_t>(at / classes);
     const uint32_t c = static_cast<uint32_t>(at) - p * classes;
+    if (c == background) return;
     candidates[size_t{c} * words + p / kWordBits] |= 1u << p % kWordBits;
   });
 }
@@ -149,8 +150,7 @@ void detect_item(const _NN_DETOUT_PARM &parm, const Item &item, const Scratch &s
   for (int32_t c = 0; c < parm.num_classes; ++c) {
     if (c == parm.background_label_id) continue;
     const int32_t count = has_priors ? gather_candidates(parm, item.confidences, scratch, c) : 0;
-    const int32_t survivors =
-        nonmax_suppress(scratch.records, scratch.boxes, scratch.state, count, 1, kMostSurvivors, parm.nms_threshold);
+    const int32_t survivors = find_survivors(scratch.records, scratch.state, count, parm.nms_threshold);
     output = write_class(scratch.records, std::min(parm.keep_top_k, survivors), output);
   }
 }

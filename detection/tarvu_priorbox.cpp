@@ -2,7 +2,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "simd/lanes.h"
+#include "simd/boxes.h"
 #include "tarvu.h"
 
 namespace tarvu {
@@ -115,16 +115,13 @@ uint32_t list_sizes(const _NN_PRIORBOX_WORK &work, Size *sizes) {
 /// Halves are rounded to float in a group and exact in the rest: a width of 2^-149 around a centre of 2^-149 has its left edge at
 /// 2^-149 in a group (half of it rounds to 0) and at 0.0 in the rest (half of 2^-149 rounds to even).
 inline f32x4 corners_in_group(f32x4 centre, f32x4 signed_halves) { return centre + signed_halves; }
-inline f32x4 corners_in_rest(float centre_x, float centre_y, Size size) {
-  const auto x = static_cast<double>(centre_x);
-  const auto y = static_cast<double>(centre_y);
-  const double half_width = static_cast<double>(size.width) * 0.5;
-  const double half_height = static_cast<double>(size.height) * 0.5;
-  return f32x4{static_cast<float>(x - half_width), static_cast<float>(y - half_height), static_cast<float>(x + half_width),
-               static_cast<float>(y + half_height)};
+inline f32x4 corners_in_rest(f32x4 centre, Size size) {
+  const f64x2 exact_centre = widen_lower(centre);
+  const f64x2 half = f64x2{static_cast<double>(size.width), static_cast<double>(size.height)} * 0.5;
+  return narrow(exact_centre - half, exact_centre + half);
 }
 
-/// The boxes of every cell: the first `grouped` of `count` sizes as a group, then the rest.
+/// The sizes around one centre: the first `grouped` of `count` as a group, then the rest.
 struct Cell {
   const Size *sizes;
   uint32_t grouped;
@@ -142,60 +139,104 @@ bool has_exact_half(Size size) {
   return (size.width * 0.5f) * 2.0f == size.width && (size.height * 0.5f) * 2.0f == size.height;
 }
 
-/// Where the halves are floats, both forms of the corners agree (a sum in double and then rounded to float is the sum in float),
-/// and the rest of the sizes goes with the group.
+/// Where the halves are floats, both forms of the corners agree (a sum in double that is then rounded to float is the sum in
+/// float), and the rest of the sizes goes with the group.
 Cell with_widest_group(Cell cell) {
   while (cell.grouped < cell.count && has_exact_half(cell.sizes[cell.grouped])) ++cell.grouped;
   return cell;
 }
 
-void make_boxes(const _NN_PRIORBOX_WORK &work, Cell cell, float *to) {
-  cell = with_widest_group(cell);
-  f32x4 halves[kMostSizes];
-  for (uint32_t k = 0; k < cell.grouped; ++k) halves[k] = signed_halves(cell.sizes[k]);
+/// Calls make_cell(centre) for every cell in order, with the centre as x, y, x, y.
+template <class MakeCell>
+void for_each_centre(const _NN_PRIORBOX_WORK &work, MakeCell make_cell) {
   const float step_w = static_cast<float>(work.img_width) / static_cast<float>(work.in_width);
   const float step_h = static_cast<float>(work.img_height) / static_cast<float>(work.in_height);
-  const auto inv_w = static_cast<float>(1.0 / static_cast<double>(work.img_width));
-  const auto inv_h = static_cast<float>(1.0 / static_cast<double>(work.img_height));
-  const f32x4 scale = {inv_w, inv_h, inv_w, inv_h};
   const uint32_t rows = work.in_height;
   const uint32_t columns = work.in_width;
   const float offset = work.offset;
   for (uint32_t y = 0; y < rows; ++y) {
-    const float centre_y = (static_cast<float>(y) + offset) * step_h;
+    const auto centre_y = fill<f32x4>((static_cast<float>(y) + offset) * step_h);
     for (uint32_t x = 0; x < columns; ++x) {
-      const float centre_x = (static_cast<float>(x) + offset) * step_w;
-      const f32x4 centre = {centre_x, centre_y, centre_x, centre_y};
-      for (uint32_t k = 0; k < cell.grouped; ++k, to += 4) store(to, corners_in_group(centre, halves[k]) * scale);
-      for (uint32_t k = cell.grouped; k < cell.count; ++k, to += 4) {
-        store(to, corners_in_rest(centre_x, centre_y, cell.sizes[k]) * scale);
-      }
+      const auto centre_x = fill<f32x4>((static_cast<float>(x) + offset) * step_w);
+      make_cell(zip_low(centre_x, centre_y));
     }
   }
 }
 
+/// All sizes in the group. With `clamped` the coordinates are held to 0..1, and NaN stays.
+template <bool clamped>
+void make_grouped_boxes(const _NN_PRIORBOX_WORK &work, Cell cell, f32x4 scale, float *to) {
+  f32x4 halves[kMostSizes];
+  for (uint32_t k = 0; k < cell.count; ++k) halves[k] = signed_halves(cell.sizes[k]);
+  const uint32_t in_pairs = cell.count / 2 * 2;
+  const auto box = [=](f32x4 centre, f32x4 signed_half) {
+    const f32x4 scaled = corners_in_group(centre, signed_half) * scale;
+    return clamped ? clamp_to_unit(scaled) : scaled;
+  };
+  for_each_centre(work, [&](f32x4 centre) {
+    for (uint32_t k = 0; k < in_pairs; k += 2, to += 8) {
+      const f32x4 first = box(centre, halves[k]);
+      const f32x4 second = box(centre, halves[k + 1]);
+      store(to, first);
+      store(to + 4, second);
+    }
+    if (in_pairs != cell.count) {
+      store(to, box(centre, halves[in_pairs]));
+      to += 4;
+    }
+  });
+}
+
+void make_mixed_boxes(const _NN_PRIORBOX_WORK &work, Cell cell, f32x4 scale, bool clamped, float *to) {
+  for_each_centre(work, [&](f32x4 centre) {
+    for (uint32_t k = 0; k < cell.count; ++k, to += 4) {
+      const Size size = cell.sizes[k];
+      const f32x4 corners =
+          k < cell.grouped ? corners_in_group(centre, signed_halves(size)) : corners_in_rest(centre, size);
+      const f32x4 scaled = corners * scale;
+      store(to, clamped ? clamp_to_unit(scaled) : scaled);
+    }
+  });
+}
+
+/// Makes all boxes; with `clamped` they come out as clamp_in_block() would leave them.
+void make_boxes(const _NN_PRIORBOX_WORK &work, Cell cell, bool clamped, float *to) {
+  const auto inv_w = static_cast<float>(1.0 / static_cast<double>(work.img_width));
+  const auto inv_h = static_cast<float>(1.0 / static_cast<double>(work.img_height));
+  const f32x4 scale = {inv_w, inv_h, inv_w, inv_h};
+  cell = with_widest_group(cell);
+  if (cell.grouped != cell.count) return make_mixed_boxes(work, cell, scale, clamped, to);
+  if (clamped) return make_grouped_boxes<true>(work, cell, scale, to);
+  make_grouped_boxes<false>(work, cell, scale, to);
+}
+
 // ---- Clamp and variances
 
-/// In a block a NaN stays; in the tail it becomes 0.0. -0.0 becomes 0.0 in both.
-inline float clamp_in_block(float x) {
-  const float low = x <= 0.0f ? 0.0f : x;
-  return low > 1.0f ? 1.0f : low;
+/// In a block of 16 floats a NaN stays; in the tail it becomes 0.0. -0.0 becomes 0.0 in both.
+inline void clamp_in_block(float *boxes) {
+  f32xn floats[kBlock / kLanes<f32xn>];
+  for (int k = 0; k < kBlock / kLanes<f32xn>; ++k) floats[k] = clamp_to_unit(load<f32xn>(boxes + k * kLanes<f32xn>));
+  for (int k = 0; k < kBlock / kLanes<f32xn>; ++k) store(boxes + k * kLanes<f32xn>, floats[k]);
 }
 inline float clamp_in_tail(float x) {
   const float low = x > 0.0f ? x : 0.0f;
   return low < 1.0f ? low : 1.0f;
 }
 
-/// The first `in_blocks` of `count` floats as blocks, then the tail.
-void clamp(float *boxes, int32_t in_blocks, int32_t count) {
-  for (int32_t i = 0; i < in_blocks; ++i) boxes[i] = clamp_in_block(boxes[i]);
+/// The floats from `first` to `in_blocks` in blocks, then those up to `count` as the tail.
+void clamp(float *boxes, int32_t first, int32_t in_blocks, int32_t count) {
+  for (int32_t i = first; i < in_blocks; i += kBlock) clamp_in_block(boxes + i);
   for (int32_t i = in_blocks; i < count; ++i) boxes[i] = clamp_in_tail(boxes[i]);
 }
 
 /// `count` is a multiple of 4.
 void fill_variances(const _NN_PRIORBOX_WORK &work, float *to, int32_t count) {
   const auto pattern = load<f32x4>(work.variances);
-  for (int32_t i = 0; i < count; i += 4) store(to + i, pattern);
+  int32_t i = 0;
+  for (; i + kBlock <= count; i += kBlock, to += kBlock) {
+    for (int k = 0; k < kBlock; k += 4) store(to + k, pattern);
+  }
+  for (; i < count; i += 4, to += 4) store(to, pattern);
 }
 
 /// Floats that the clamp and the variances cover.
@@ -203,30 +244,30 @@ int32_t covered_floats(const _NN_PRIORBOX_WORK &work) {
   return static_cast<int32_t>(work.in_height * work.in_width * static_cast<uint32_t>(work.num_priors) * 4);
 }
 
+/// Both kernels. Without `in_groups` no size belongs to a group and no float to a block.
+void make_regions(const _NN_PRIORBOX_WORK &work, float *boxes, float *variances, bool in_groups) {
+  Size sizes[kMostSizes];
+  const uint32_t count = list_sizes(work, sizes);
+  const uint64_t made = uint64_t{work.in_height} * work.in_width * count * 4;
+  const int32_t covered = covered_floats(work);
+  const int32_t in_blocks = in_groups ? covered / kBlock * kBlock : 0;
+  const bool clips = work.clip != 0;
+  const bool clamped_at_once = clips && in_blocks > 0 && made <= static_cast<uint64_t>(covered);
+  make_boxes(work, {sizes, in_groups ? count / kGroup * kGroup : 0, count}, clamped_at_once, boxes);
+  if (clips) clamp(boxes, clamped_at_once ? static_cast<int32_t>(made / kBlock * kBlock) : 0, in_blocks, covered);
+  fill_variances(work, variances, covered);
+}
+
 }  // namespace
 }  // namespace tarvu
 
 _QX_RESULT tarvu_priorbox_neon_func(const _NN_PRIORBOX_WORK *work, float *const regions[2]) {
-  float *const boxes = regions[0];
-  float *const variances = regions[1];
-  tarvu::Size sizes[tarvu::kMostSizes];
-  const uint32_t count = tarvu::list_sizes(*work, sizes);
-  tarvu::make_boxes(*work, {sizes, count / tarvu::kGroup * tarvu::kGroup, count}, boxes);
-  const int32_t covered = tarvu::covered_floats(*work);
-  if (work->clip != 0) tarvu::clamp(boxes, covered / tarvu::kBlock * tarvu::kBlock, covered);
-  tarvu::fill_variances(*work, variances, covered);
+  tarvu::make_regions(*work, regions[0], regions[1], true);
   return QX_OK;
 }
 
 _QX_RESULT tarvu_priorbox_c_func(const _NN_PRIORBOX_WORK *work, float *const regions[2]) {
-  float *const boxes = regions[0];
-  float *const variances = regions[1];
-  tarvu::Size sizes[tarvu::kMostSizes];
-  const uint32_t count = tarvu::list_sizes(*work, sizes);
-  tarvu::make_boxes(*work, {sizes, 0, count}, boxes);
-  const int32_t covered = tarvu::covered_floats(*work);
-  if (work->clip != 0) tarvu::clamp(boxes, 0, covered);
-  tarvu::fill_variances(*work, variances, covered);
+  tarvu::make_regions(*work, regions[0], regions[1], false);
   return QX_OK;
 }
 

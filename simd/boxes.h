@@ -14,6 +14,9 @@ namespace tarvu {
 inline f32x4 lower_twice(f32x4 a) { return __builtin_shufflevector(a, a, 0, 1, 0, 1); }
 inline f32x4 upper_twice(f32x4 a) { return __builtin_shufflevector(a, a, 2, 3, 2, 3); }
 
+/// a0 b0 a1 b1
+inline f32x4 zip_low(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 4, 1, 5); }
+
 /// The lower, or the upper, two lanes in double precision.
 inline f64x2 widen_lower(f32x4 a) {
 #if TARVU_NEON
@@ -43,6 +46,17 @@ inline f32x4 narrow(f64x2 lower, f64x2 upper) {
                static_cast<float>(upper[1])};
 #endif
 }
+
+/// Held to 0.0..1.0. -0.0 becomes 0.0, NaN stays.
+#if TARVU_NEON
+inline f32x4 clamp_to_unit(f32x4 x) { return vminq_f32(vmaxq_f32(x, f32x4{}), vdupq_n_f32(1.0f)); }
+#else
+template <FloatLanes F>
+inline F clamp_to_unit(F x) {
+  const F low = x <= 0.0f ? F{} : x;
+  return low > 1.0f ? fill<F>(1.0f) : low;
+}
+#endif
 
 /// The lanes of `a` where `mask` is set, of `b` elsewhere, bit by bit.
 inline f32x4 select(s32x4 mask, f32x4 a, f32x4 b) {
