@@ -64,8 +64,8 @@ std::shared_ptr<float[]> detector_priors() {
   return priors;
 }
 
-/// Rows that add up to 1, as softmax gives them: the background has what the objects leave, and one score of an object in 100
-/// is at least 0.3.
+/// Rows that add up to 1, as softmax gives them: the background has what the objects leave, and one score of an object
+/// in 100 is at least 0.3.
 std::shared_ptr<float[]> detector_confidences() {
   std::shared_ptr<float[]> confidences = make_buffer<float>(size_t{kPriors} * kClasses);
   support::Random random(42);
@@ -85,7 +85,8 @@ Workload detection_output(const char *name) {
     const std::shared_ptr<float[]> confidences = detector_confidences();
     const std::shared_ptr<float[]> priors = detector_priors();
     const std::shared_ptr<float[]> out = make_buffer<float>(size_t{kClasses} * 20 * 5);
-    const std::shared_ptr<uint8_t[]> scratch = make_buffer<uint8_t>((128 + 4 * kClasses) * kPriors + 24 * (kPriors + 3));
+    const std::shared_ptr<uint8_t[]> scratch =
+        make_buffer<uint8_t>((128 + 4 * kClasses) * kPriors + 24 * (kPriors + 3));
     _NN_DETOUT_PARM parm{};
     parm.loc_addr = address_of(locations);
     parm.conf_addr = address_of(confidences);

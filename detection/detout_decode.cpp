@@ -45,8 +45,9 @@ void DecodeBBoxes(const float *prior_bboxes, const float *prior_variances, int32
   if (num_priors <= 0) return;
   const ptrdiff_t set_floats = tarvu::kDecodedStep * num_priors;
   for (int32_t l = 0; l < num_loc_classes; ++l, loc += set_floats, decoded += set_floats) {
-    tarvu::decode_locations({prior_bboxes, tarvu::kDecodedStep, prior_variances, loc, tarvu::kDecodedStep, decoded, num_priors},
-                            code_type, variance_encoded_in_target != 0);
+    tarvu::decode_locations(
+        {prior_bboxes, tarvu::kDecodedStep, prior_variances, loc, tarvu::kDecodedStep, decoded, num_priors}, code_type,
+        variance_encoded_in_target != 0);
     if (clip_bbox == 1) tarvu::clip_records(decoded, num_priors);
   }
 }

@@ -36,8 +36,8 @@ inline f32x4 decode_relative_corners(f32x4 prior, f32x4 offsets) {
   return shift + prior;
 }
 
-/// The centre is in the lower lanes of `offsets`, the logarithm of the size in the upper ones. Half the size is taken from the
-/// centre in double precision, where it is exact.
+/// The centre is in the lower lanes of `offsets`, the logarithm of the size in the upper ones. Half the size is taken
+/// from the centre in double precision, where it is exact.
 inline f32x4 decode_centre_and_size(f32x4 prior, f32x4 offsets) {
   const f32x4 size = upper_twice(prior) - lower_twice(prior);
   const f32x4 prior_centre = (lower_twice(prior) + upper_twice(prior)) * 0.5f;
@@ -61,7 +61,8 @@ inline void decode_set(LocationSet set, bool variance_encoded_in_target, Decode 
   }
 }
 
-/// Decodes a set by its `code_type`. An unknown one prints its line, without an end, for every record and writes nothing.
+/// Decodes a set by its `code_type`. An unknown one prints its line, without an end, for every record and writes
+/// nothing.
 void decode_locations(const LocationSet &set, int32_t code_type, bool variance_encoded_in_target);
 
 }  // namespace tarvu

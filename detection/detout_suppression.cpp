@@ -20,8 +20,8 @@ struct BoxState {
 
 bool is_dead(const BoxState &state) { return state.score < 0.0f; }
 
-/// Lanes where two boxes overlap by the threshold or more: by the intersection's share in their union, without a division.
-/// A NaN area never does.
+/// Lanes where two boxes overlap by the threshold or more: by the intersection's share in their union, without a
+/// division. A NaN area never does.
 inline s32x4 overlap_reaches(float threshold, const BoxLanes &a, f32x4 area_a, const BoxLanes &b, f32x4 area_b) {
   const f32x4 width = smaller(a.xmax, b.xmax) - larger(a.xmin, b.xmin);
   const f32x4 height = smaller(a.ymax, b.ymax) - larger(a.ymin, b.ymin);

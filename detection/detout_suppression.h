@@ -21,8 +21,8 @@ static_assert(offsetof(SortRecord, box_addr) == offsetof(_NN_DETOUT_RECORD, box_
 /// Most survivors of a class, whatever the block says.
 inline constexpr int32_t kMostSurvivors = 20;
 
-/// nonmax_suppress() with a limit of kMostSurvivors for a caller that wants the survivors alone: returns their number n and puts
-/// them into the first n records. The other records end in any order.
+/// nonmax_suppress() with a limit of kMostSurvivors for a caller that wants the survivors alone: returns their number n
+/// and puts them into the first n records. The other records end in any order.
 /// \param state room for `count` pairs of floats
 int32_t find_survivors(SortRecord *records, float *state, int32_t count, float threshold);
 

@@ -29,9 +29,9 @@ Record *partition_by_score(Record *left, Record *right) {
   return i;
 }
 
-/// Deals with a run that the partition would take apart record by record, and returns whether it was one. The partition leaves
-/// a run that never rises as it is. In a run that never falls it puts the last record first and the first one last, until those
-/// two are equal.
+/// Deals with a run that the partition would take apart record by record, and returns whether it was one. The partition
+/// leaves a run that never rises as it is. In a run that never falls it puts the last record first and the first one
+/// last, until those two are equal.
 template <class Record>
 bool sort_ordered_run(Record *left, Record *right) {
   const Record *at = left;
@@ -73,12 +73,12 @@ template <class Record>
   return true;
 }
 
-/// How often partitions may look at as many records as there are before they count as uneven. Even ones look at the larger
-/// parts of a part twice in all.
+/// How many times their number of records the partitions of one call may look at before they count as uneven. With even
+/// splits it is twice.
 inline constexpr ptrdiff_t kFairRounds = 8;
 
-/// Sorts the records left to right, both included, as the partition does. The smaller part recurses, so the stack grows with the
-/// logarithm of the count. Where the partition goes badly any sort serves, if there are no ties.
+/// Sorts the records left to right, both included, as the partition does. The smaller part recurses, so the stack grows
+/// with the logarithm of the count. Where the partition goes badly any sort serves, if there are no ties.
 template <class Record>
 void sort_by_score(Record *left, Record *right) {
   ptrdiff_t credit = kFairRounds * (right - left + 1);
@@ -106,7 +106,8 @@ void sort_by_score(Record *left, Record *right) {
 template <class Record>
 class SortedFront {
  public:
-  SortedFront(Record *records, ptrdiff_t count) : next_(records), sorted_end_(records), ends_{records + count}, credit_(kFairRounds * count) {}
+  SortedFront(Record *records, ptrdiff_t count)
+      : next_(records), sorted_end_(records), ends_{records + count}, credit_(kFairRounds * count) {}
 
   /// The next record in order; there must be one.
   Record *next() {
@@ -120,7 +121,7 @@ class SortedFront {
 
   /// Sorts at least one record more.
   void sort_part() {
-    if (sorted_end_ == ends_[top_]) {
+    if (sorted_end_ == ends_[top_]) {  // a pivot between two parts
       --top_;
       ++sorted_end_;
       return;
@@ -145,7 +146,8 @@ class SortedFront {
 
   Record *next_;
   Record *sorted_end_;
-  Record *ends_[kDepth];  // of the parts that are not sorted yet, the last one the foremost: all, then pivots in their places
+  /// Ends of the parts that are not sorted yet, the foremost part last: the end of all, then pivots in their places.
+  Record *ends_[kDepth];
   int top_ = 0;
   ptrdiff_t credit_;
 };

@@ -9,12 +9,12 @@
 namespace tarvu {
 namespace {
 
-constexpr int32_t kLeastRecords = 5;    // of a class; missing ones are filled with -1.0
-constexpr int kRecordFloats = 5;        // xmin, ymin, xmax, ymax, score
+constexpr int32_t kLeastRecords = 5;  // of a class; missing ones are filled with -1.0
+constexpr int kRecordFloats = 5;      // xmin, ymin, xmax, ymax, score
 constexpr uint32_t kWordBits = 32;
 
-/// The scratch areas that are used. No copies are made of the input, of the candidates and of the sorted boxes, so theirs are only
-/// passed over.
+/// The scratch areas that are used. No copies are made of the input, of the candidates and of the sorted boxes, so
+/// theirs are only passed over.
 struct Scratch {
   float *decoded;
   uint32_t *candidates;  // one bit for each class and prior, each class from a word of its own
@@ -63,7 +63,8 @@ Item batch_item(const _NN_DETOUT_PARM &parm, uint32_t i) {
 /// Decodes all boxes, also those that no class takes: with an unknown code type a later call uses them as they stand.
 void decode_item(const _NN_DETOUT_PARM &parm, const Item &item, const Scratch &scratch) {
   const auto *locations = static_cast<const float *>(item.locations);
-  // Kept: the width alone decides, modulo 256, so unsigned 8-bit locations are read as signed and 16-bit ones as floats.
+  // Kept: the width alone decides, modulo 256, so unsigned 8-bit locations are read as signed and 16-bit ones as
+  // floats.
   if (static_cast<uint8_t>(width_bits(parm.loc_fmt)) == 8) {
     int8tofloat_neon(static_cast<const int8_t *>(item.locations), scratch.locations, parm.loc_fmt.frac_bits,
                      4 * static_cast<uint32_t>(parm.num_priors), scale_of(parm.loc_scale));
@@ -73,7 +74,8 @@ void decode_item(const _NN_DETOUT_PARM &parm, const Item &item, const Scratch &s
   const ptrdiff_t priors = parm.num_priors;
   for (int32_t l = 0; l < sets; ++l) {
     LocationSet set;
-    // Kept: the boxes of the priors step like the locations, past their real spacing where there are more sets than one.
+    // Kept: the boxes of the priors step like the locations, past their real spacing where there are more sets than
+    // one.
     set.priors = item.priors;
     set.prior_step = 4 * ptrdiff_t{sets};
     set.variances = item.priors + 4 * priors;

@@ -43,8 +43,8 @@ void add_box(KeptBoxes &kept, const _NN_NMS_OBJ &box) {
   ++kept.count;
 }
 
-/// Whether a kept box overlaps `box` by the threshold or more. Edges that only touch are no overlap, and no overlap never
-/// suppresses, not even with a threshold of 0.0.
+/// Whether a kept box overlaps `box` by the threshold or more. Edges that only touch are no overlap, and no overlap
+/// never suppresses, not even with a threshold of 0.0.
 bool is_suppressed(const KeptBoxes &kept, const _NN_NMS_OBJ &box, float threshold) {
   const auto x1 = fill<f32xn>(box.x1);
   const auto y1 = fill<f32xn>(box.y1);
@@ -57,7 +57,7 @@ bool is_suppressed(const KeptBoxes &kept, const _NN_NMS_OBJ &box, float threshol
     const f32xn width = smaller(group->x2, x2) - larger(group->x1, x1);
     const f32xn height = smaller(group->y2, y2) - larger(group->y1, y1);
     const auto overlaps = (width > 0.0f) & (height > 0.0f);
-    if (!any(overlaps)) [[likely]] continue;
+    if (!any(overlaps)) continue;
     const f32xn intersection = width * height;
     const f32xn both = group->area + area;
     const f32xn joined = both - intersection;
@@ -73,8 +73,9 @@ struct Sweep {
   int32_t last = 0;  // place of the last box visited
 };
 
-/// Greedy sweep: marks every box that a kept one before it suppresses with a score of -1.0. Kept boxes are collected and each
-/// box behind them is held against all of them at once; when no more fit, the sweep starts anew behind the last one collected.
+/// Greedy sweep: marks every box that a kept one before it suppresses with a score of -1.0. Kept boxes are collected
+/// and each box behind them is held against all of them at once; when no more fit, the sweep starts anew behind the
+/// last one collected.
 Sweep sweep_boxes(_NN_NMS_OBJ *objs, int32_t obj_num, int32_t max_obj_num, float threshold) {
   Sweep sweep;
   sweep.last = obj_num - 1;

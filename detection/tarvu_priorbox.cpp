@@ -8,9 +8,9 @@
 namespace tarvu {
 namespace {
 
-constexpr int kMostSizes = 48;   // 4 box sizes, each square, second square, and 10 aspect ratios
-constexpr uint32_t kGroup = 4;   // sizes
-constexpr int32_t kBlock = 16;   // floats
+constexpr int kMostSizes = 48;  // 4 box sizes, each square, second square, and 10 aspect ratios
+constexpr uint32_t kGroup = 4;  // sizes
+constexpr int32_t kBlock = 16;  // floats
 
 /// Whether two aspect ratios count as one.
 bool is_same_ratio(double difference) { return difference > -1e-6 && difference < 1e-6; }
@@ -18,8 +18,8 @@ bool is_same_ratio(double difference) { return difference > -1e-6 && difference 
 // ---- From the block to the working record
 
 _QX_RESULT check_block(const _NN_PRIORBOX_PARM &parm) {
-  if (parm.in_width != 0 && parm.in_height != 0 && parm.img_width != 0 && parm.img_height != 0 && parm.min_size_num != 0 &&
-      parm.aspect_ratios_num != 0 && parm.variance_num != 0) {
+  if (parm.in_width != 0 && parm.in_height != 0 && parm.img_width != 0 && parm.img_height != 0 &&
+      parm.min_size_num != 0 && parm.aspect_ratios_num != 0 && parm.variance_num != 0) {
     return QX_OK;
   }
   std::printf(
@@ -27,7 +27,8 @@ _QX_RESULT check_block(const _NN_PRIORBOX_PARM &parm) {
       "in_height),%dx%dx%dx%d(max_size_num x min_size_num x variance_num x aspect_ratios_num)\r\n\033[0m",
       "tarvu_priorbox_checkparm", static_cast<int>(parm.img_width), static_cast<int>(parm.img_height),
       static_cast<int>(parm.in_width), static_cast<int>(parm.in_height), static_cast<int>(parm.max_size_num),
-      static_cast<int>(parm.min_size_num), static_cast<int>(parm.variance_num), static_cast<int>(parm.aspect_ratios_num));
+      static_cast<int>(parm.min_size_num), static_cast<int>(parm.variance_num),
+      static_cast<int>(parm.aspect_ratios_num));
   return QX_ERR_PARAM;
 }
 
@@ -71,8 +72,8 @@ _NN_PRIORBOX_WORK working_record(const _NN_PRIORBOX_PARM &parm) {
   work.offset = parm.offset;
   for (uint32_t i = 0; i < parm.min_size_num; ++i) work.min_sizes[i] = parm.min_sizes[i];
   list_ratios(parm, work);
-  // Kept: this counts the boxes of one box size, and a second size only where it is the greater one, while the kernels make a
-  // box for each. Clamp and variances go by this count.
+  // Kept: this counts the boxes of one box size, and a second size only where it is the greater one, while the kernels
+  // make a box for each. Clamp and variances go by this count.
   uint32_t counted = work.ratio_count;
   for (uint32_t i = 0; i < parm.max_size_num; ++i) {
     work.max_sizes[i] = parm.max_sizes[i];
@@ -112,8 +113,8 @@ uint32_t list_sizes(const _NN_PRIORBOX_WORK &work, Size *sizes) {
 }
 
 /// Corners of a box in image units, before they are scaled to 0..1: xmin, ymin, xmax, ymax.
-/// Halves are rounded to float in a group and exact in the rest: a width of 2^-149 around a centre of 2^-149 has its left edge at
-/// 2^-149 in a group (half of it rounds to 0) and at 0.0 in the rest (half of 2^-149 rounds to even).
+/// Halves are rounded to float in a group and exact in the rest: a width of 2^-149 around a centre of 2^-149 has its
+/// left edge at 2^-149 in a group (half of it rounds to 0) and at 0.0 in the rest (half of 2^-149 rounds to even).
 inline f32x4 corners_in_group(f32x4 centre, f32x4 signed_halves) { return centre + signed_halves; }
 inline f32x4 corners_in_rest(f32x4 centre, Size size) {
   const f64x2 exact_centre = widen_lower(centre);
@@ -139,8 +140,8 @@ bool has_exact_half(Size size) {
   return (size.width * 0.5f) * 2.0f == size.width && (size.height * 0.5f) * 2.0f == size.height;
 }
 
-/// Where the halves are floats, both forms of the corners agree (a sum in double that is then rounded to float is the sum in
-/// float), and the rest of the sizes goes with the group.
+/// Where the halves are floats, both forms of the corners agree (a sum in double that is then rounded to float is the
+/// sum in float), and the rest of the sizes goes with the group.
 Cell with_widest_group(Cell cell) {
   while (cell.grouped < cell.count && has_exact_half(cell.sizes[cell.grouped])) ++cell.grouped;
   return cell;

@@ -1,6 +1,6 @@
 /// \file boxes.h
-/// What the detection operators need of lanes: boxes and pairs taken apart, floats over a threshold found, coordinates in
-/// double precision.
+/// What the detection operators need of lanes: boxes and pairs taken apart, floats over a threshold found, coordinates
+/// in double precision.
 #ifndef TARVU_SIMD_BOXES_H
 #define TARVU_SIMD_BOXES_H
 
@@ -126,7 +126,8 @@ inline void store_pairs(float *pairs, const PairLanes &lanes) {
 #endif
 }
 
-/// Calls action(i) for each i with values[i] >= threshold, in ascending order; NaN on either side never is. Fast where few are.
+/// Calls action(i) for each i with values[i] >= threshold, in ascending order; NaN on either side never is. Fast where
+/// few are.
 template <class Action>
 inline void for_each_at_least(const float *values, size_t count, float threshold, Action action) {
   size_t i = 0;
@@ -144,7 +145,8 @@ inline void for_each_at_least(const float *values, size_t count, float threshold
     }
     const uint8x16_t bytes = vuzp1q_u8(uint8x16_t(halves[0]), uint8x16_t(halves[1]));
     uint64_t found = vget_lane_u64(uint64x1_t(vshrn_n_u16(uint16x8_t(bytes), 4)), 0);
-    if (found != 0) [[unlikely]] found &= 0x8888888888888888u;
+    if (found != 0) [[unlikely]]
+      found &= 0x8888888888888888u;
 #else
     constexpr int kBitsEach = 1;
     const auto bits = [&](size_t k) {

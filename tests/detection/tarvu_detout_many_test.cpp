@@ -19,8 +19,8 @@ constexpr size_t kPriors = 3000;
 constexpr size_t kClasses = 2;
 constexpr size_t kRows = 20;
 
-/// One class with these scores behind a background without any. The boxes stand so close that most are suppressed, which makes
-/// the suppression ask for many of them in order.
+/// One class with these scores behind a background without any. The boxes stand so close that most are suppressed,
+/// which makes the suppression ask for many of them in order.
 struct Crowd {
   std::vector<float> priors;
   std::vector<float> confidences;

@@ -98,7 +98,8 @@ TEST(BoxLanes, AnyIsTrueForEachLane) {
 }
 
 TEST(BoxLanes, SelectTakesWholeLanes) {
-  const f32x4 chosen = tarvu::select(s32x4{-1, 0, 0, -1}, f32x4{1.0f, 2.0f, 3.0f, -0.0f}, f32x4{5.0f, -0.0f, kNan, 8.0f});
+  const f32x4 chosen =
+      tarvu::select(s32x4{-1, 0, 0, -1}, f32x4{1.0f, 2.0f, 3.0f, -0.0f}, f32x4{5.0f, -0.0f, kNan, 8.0f});
   EXPECT_EQ(chosen[0], 1.0f);
   EXPECT_EQ(bits(chosen[1]), bits(-0.0f));
   EXPECT_NE(chosen[2], chosen[2]);

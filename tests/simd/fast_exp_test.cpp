@@ -50,8 +50,8 @@ TEST(FastExpStep, FollowsItsFormulaForSpecialFloats) {
 }
 
 TEST(FastExpStep, FollowsItsFormulaBelowAndAboveItsRange) {
-  for (const float x : {-87.9f, -87.98f, -87.99f, -88.0f, -1000.0f, 88.7f, 88.75f, 88.8f, 89.0f, 177.4f, 177.5f, 266.0f, 267.0f,
-                        1000.0f}) {
+  for (const float x : {-87.9f, -87.98f, -87.99f, -88.0f, -1000.0f, 88.7f, 88.75f, 88.8f, 89.0f, 177.4f, 177.5f, 266.0f,
+                        267.0f, 1000.0f}) {
     expect_formula(x);
   }
 }
@@ -59,7 +59,8 @@ TEST(FastExpStep, FollowsItsFormulaBelowAndAboveItsRange) {
 TEST(FastExpStep, FollowsItsFormulaForRandomFloats) {
   Random random = support::test_random(461);
   SCOPED_TRACE(random.trace());
-  for (int i = 0; i < 20000; ++i) expect_formula(random.one_in(2) ? random.any_float() : random.uniform(-90.0f, 270.0f));
+  for (int i = 0; i < 20000; ++i)
+    expect_formula(random.one_in(2) ? random.any_float() : random.uniform(-90.0f, 270.0f));
 }
 
 }  // namespace
