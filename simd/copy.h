@@ -14,10 +14,15 @@ inline void copy_bytes(const uint8_t *from, uint8_t *to, size_t bytes) {
   constexpr size_t kBlock = 128;
   constexpr size_t kLongest = 4096;
   if (bytes > kBlock && bytes <= kLongest) {
-    const uint8_t *const last = from + (bytes - kBlock);
-    uint8_t *const to_last = to + (bytes - kBlock);
-    for (; from < last; from += kBlock, to += kBlock) copy_vectors<8>(from, to);
-    copy_vectors<8>(last, to_last);
+    const auto copy_block = [](const uint8_t *source, uint8_t *destination) {
+      const uint8x16x4_t first = vld1q_u8_x4(source);
+      const uint8x16x4_t second = vld1q_u8_x4(source + 64);
+      vst1q_u8_x4(destination, first);
+      vst1q_u8_x4(destination + 64, second);
+    };
+    size_t left = bytes;
+    for (; left > kBlock; left -= kBlock, from += kBlock, to += kBlock) copy_block(from, to);
+    copy_block(from + left - kBlock, to + left - kBlock);
     return;
   }
 #endif

@@ -1,6 +1,7 @@
 // Takes every element from a place along one axis that an index of its own names.
 #include <cstdio>
 
+#include "simd/index_block.h"
 #include "tensor/gather_types.h"
 
 namespace tarvu {
@@ -21,29 +22,18 @@ inline const uint8_t *slice_base(const Line &line, int32_t index) {
   return line.start + position * line.slice_step;
 }
 
-/// Whether one of eight indices is negative.
-template <class Index>
-inline bool has_negative(const uint8_t *indices) {
-  if constexpr (std::is_unsigned_v<Index>) {
-    return false;
-  } else {
-    constexpr uint64_t kSigns[] = {0x8080808080808080, 0x8000800080008000, 0, 0x8000000080000000};
-    uint64_t bits = 0;
-    for (size_t i = 0; i < sizeof(Index); ++i) bits |= load<uint64_t>(indices + 8 * i);
-    return (bits & kSigns[sizeof(Index) - 1]) != 0;
-  }
-}
-
 template <class Index>
 inline int32_t index_at(const uint8_t *indices, uint32_t i) {
   return static_cast<int32_t>(load<Index>(indices + i * sizeof(Index)));
 }
 
-/// Eight columns of indices that are not negative; `from` is where slice 0 has the first column.
+/// A block of columns whose indices are not negative; `from` is where slice 0 has the first of them.
 template <class T, class Index>
 inline void gather_block(const uint8_t *from, uint32_t slice_step, uint32_t column_step, const uint8_t *indices, uint8_t *to) {
-  for (uint32_t i = 0; i < 8; ++i, from += column_step) {
-    store(to + i * sizeof(T), load<T>(from + static_cast<uint32_t>(index_at<Index>(indices, i)) * slice_step));
+  uint32_t distances[kIndexBlock];
+  multiply_indices<Index>(indices, slice_step, distances);
+  for (uint32_t i = 0; i < kIndexBlock; ++i) {
+    store(to + i * sizeof(T), load<T>(from + distances[i] + i * column_step));
   }
 }
 
@@ -57,20 +47,23 @@ const uint8_t *gather_columns(const Line &line, const uint8_t *indices, uint32_t
   const uint32_t slice_step = line.slice_step;
   size_t inside = line.inside + size_t{first} * kColumnStep;
   indices += first * sizeof(Index);
-  for (uint32_t done; count != 0; count -= done) {
-    done = 1;
-    if (count >= 8 && !has_negative<Index>(indices)) {
+  while (count != 0) {
+    const uint32_t count_before = count;
+    for (; count >= kIndexBlock && !has_negative<Index>(indices); count -= kIndexBlock) {
       gather_block<T, Index>(start + inside, slice_step, kColumnStep, indices, to);
-      kept = start + static_cast<uint32_t>(index_at<Index>(indices, 7)) * slice_step;
-      done = 8;
-    } else {
-      const int32_t index = index_at<Index>(indices, 0);
-      if (index != -1) kept = slice_base(line, index);
-      store(to, load<T>(kept + inside));
+      inside += kIndexBlock * kColumnStep;
+      indices += kIndexBlock * sizeof(Index);
+      to += kIndexBlock * sizeof(T);
     }
-    inside += size_t{done} * kColumnStep;
-    indices += done * sizeof(Index);
-    to += done * sizeof(T);
+    if (count != count_before) kept = slice_base(line, index_at<Index>(indices - sizeof(Index), 0));
+    if (count == 0) break;
+    const int32_t index = index_at<Index>(indices, 0);
+    if (index != -1) kept = slice_base(line, index);
+    store(to, load<T>(kept + inside));
+    inside += kColumnStep;
+    indices += sizeof(Index);
+    to += sizeof(T);
+    --count;
   }
   return kept;
 }
