@@ -1,12 +1,45 @@
+#include <algorithm>
 #include <cstring>
 
 #include "bench/bench.h"
-#include "tests/reference/tarvu_gatherelement_c_reference.h"
-#include "tests/reference/tarvu_topk_c_reference.h"
 #include "tests/support/formats.h"
 
 namespace bench {
 namespace {
+
+void plain_topk(const int16_t *in, uint32_t *work, int16_t *values, uint16_t *indices, uint32_t lines, uint32_t width,
+                uint32_t k) {
+  for (uint32_t line = 0; line < lines; ++line, in += width, values += k, indices += k) {
+    for (uint32_t i = 0; i < width; ++i) work[i] = i;
+    const auto ranks_first = [in](uint32_t a, uint32_t b) { return in[a] != in[b] ? in[a] > in[b] : a < b; };
+    std::nth_element(work, work + k, work + width, ranks_first);
+    std::sort(work, work + k, ranks_first);
+    for (uint32_t i = 0; i < k; ++i) {
+      values[i] = in[work[i]];
+      indices[i] = static_cast<uint16_t>(work[i]);
+    }
+  }
+}
+
+void plain_gather_rows(const int8_t *in, const int16_t *list, int8_t *out, uint32_t width, uint32_t indices) {
+  for (uint32_t i = 0; i < indices; ++i, out += width)
+    std::memcpy(out, in + list[i] * static_cast<ptrdiff_t>(width), width);
+}
+
+/// Like the operator, with the rule for indices below 0.
+void plain_gather_elements(const int8_t *in, const int16_t *list, int8_t *out, uint32_t rows, uint32_t width) {
+  const int8_t *from = in;
+  for (uint32_t row = 0; row < rows; ++row) {
+    for (uint32_t column = 0; column < width; ++column) {
+      const int32_t index = *list++;
+      if (index != -1) {
+        const uint32_t position = static_cast<uint32_t>(index) + (index < 0 ? rows * width : 0);
+        from = in + position * width;
+      }
+      *out++ = from[column];
+    }
+  }
+}
 
 /// Sorted values and indices of the largest elements of dense 16-bit lines.
 Workload topk(const char *name, uint32_t lines, uint32_t width, uint32_t k) {
@@ -32,10 +65,8 @@ Workload topk(const char *name, uint32_t lines, uint32_t width, uint32_t k) {
     parm.largest = 1;
     parm.sorted = 1;
     parm.k = k;
-    const auto run = [=](_QX_RESULT (*process)(const _NN_TOPK_PARM *)) {
-      return [in, values, indices, work, parm, process] { expect_ok(process(&parm)); };
-    };
-    return Calls{run(tarvu_topk_process), run(reference::tarvu_topk_process)};
+    const auto plain = [=] { plain_topk(in.get(), work.get(), values.get(), indices.get(), lines, width, k); };
+    return Calls{[in, values, indices, work, parm] { expect_ok(tarvu_topk_process(&parm)); }, plain};
   };
   return {name, "default", "input", count, count * sizeof(int16_t), prepare};
 }
@@ -60,11 +91,7 @@ Workload gather_rows(const char *name, uint32_t rows, uint32_t width, uint32_t i
     parm.in_fmt = parm.out_fmt = support::format(8, 4, 1);
     parm.ind_fmt = support::format(16, 0, 1);
     parm.axis = 0;
-    const auto plain = [in, out, list, width, indices] {
-      for (uint32_t i = 0; i < indices; ++i) {
-        std::memcpy(out.get() + size_t{i} * width, in.get() + static_cast<size_t>(list[i]) * width, width);
-      }
-    };
+    const auto plain = [=] { plain_gather_rows(in.get(), list.get(), out.get(), width, indices); };
     return Calls{[in, out, list, parm] { expect_ok(tarvu_gather_process(&parm)); }, plain};
   };
   return {name, "default", "byte", count, count, prepare};
@@ -90,10 +117,8 @@ Workload gather_elements(const char *name, uint32_t rows, uint32_t width) {
     parm.in_fmt = parm.out_fmt = support::format(8, 4, 1);
     parm.ind_fmt = support::format(16, 0, 1);
     parm.axis = 0;
-    const auto run = [=](_QX_RESULT (*process)(const _NN_GATHERELEMENT_PARM *)) {
-      return [in, out, list, parm, process] { expect_ok(process(&parm)); };
-    };
-    return Calls{run(tarvu_gatherelement_process), run(reference::tarvu_gatherelement_process)};
+    const auto plain = [=] { plain_gather_elements(in.get(), list.get(), out.get(), rows, width); };
+    return Calls{[in, out, list, parm] { expect_ok(tarvu_gatherelement_process(&parm)); }, plain};
   };
   return {name, "default", "output", count, count, prepare};
 }

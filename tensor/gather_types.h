@@ -45,8 +45,8 @@ inline void with_gather_types(NN_AI_IO_TYPE element_type, NN_AI_IO_TYPE index_ty
 /// Fills `count` output elements by gather(first, count, to), which stores input elements densely, through a tile on the stack
 /// that is then re-formatted to the output as a whole. The output is dense too, in elements of its own format.
 template <class T, class Gather>
-inline void gather_and_reformat(uint8_t *to, size_t out_element, uint32_t count, const _NN_FMT &in_fmt, const _NN_FMT &out_fmt,
-                                Gather gather) {
+inline void gather_and_reformat(uint8_t *to, size_t out_element, uint32_t count, const _NN_FMT &in_fmt,
+                                const _NN_FMT &out_fmt, Gather gather) {
   constexpr uint32_t kTile = 256;
   T tile[kTile];
   for (uint32_t first = 0; first < count; first += kTile) {

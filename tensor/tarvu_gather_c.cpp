@@ -58,7 +58,8 @@ bool walk_of(const _NN_GATHER_PARM &parm, size_t in_element, Walk &walk) {
   if (rank == 1 || out_rank > kMostRank || axis >= rank) return false;
   const uint32_t ind_extents[] = {parm.ind_width, parm.ind_height, parm.ind_channel, parm.ind_batch};
   const uint32_t out_extents[] = {parm.out_width, parm.out_height, parm.out_channel, parm.out_batch};
-  const uint32_t in_steps[] = {static_cast<uint32_t>(in_element), parm.in_line_ofs, parm.in_channel_ofs, parm.in_batch_ofs};
+  const uint32_t in_steps[] = {static_cast<uint32_t>(in_element), parm.in_line_ofs, parm.in_channel_ofs,
+                               parm.in_batch_ofs};
   const size_t out_steps[] = {out_element_bytes(parm, in_element), parm.out_line_ofs, parm.out_channel_ofs,
                               parm.out_batch_ofs};
   for (Outer &outer : walk.outer) outer = {1, 0, 0};
@@ -121,6 +122,7 @@ void gather_runs(const _NN_GATHER_PARM &parm, const Walk &walk, const Slices<Ind
   }
   for (uint32_t i = 0; i < walk.indices; ++i, to += walk.out_step) {
     uint8_t *const staged = same_width ? to : pointer(parm.work_buffer);
+    if (i + 1 != walk.indices) expect_write(to + walk.out_step, walk.run_bytes);
     copy_bytes(slices[i], staged, walk.run_bytes);
     if (!reformats) continue;
     tarvu_convert_fmt_c(staged, to, walk.reformat_count, &parm.in_fmt, &parm.out_fmt, &parm.in_scale, &parm.out_scale);
@@ -159,8 +161,7 @@ _QX_RESULT tarvu_gather_process(const _NN_GATHER_PARM *parm) {
     std::printf("\033[1;31mERR:%s() unsupported ind type %d\r\n\033[0m", "tarvu_gather_process", index_type);
     return QX_ERR_UNSUPPORTED;
   }
-  tarvu::with_gather_types(in_type, index_type, [=](auto element, auto index) {
-    tarvu::gather<decltype(element), decltype(index)>(*parm);
-  });
+  tarvu::with_gather_types(in_type, index_type,
+                           [=](auto element, auto index) { tarvu::gather<decltype(element), decltype(index)>(*parm); });
   return QX_OK;
 }

@@ -29,7 +29,8 @@ inline int32_t index_at(const uint8_t *indices, uint32_t i) {
 
 /// A block of columns whose indices are not negative; `from` is where slice 0 has the first of them.
 template <class T, class Index>
-inline void gather_block(const uint8_t *from, uint32_t slice_step, uint32_t column_step, const uint8_t *indices, uint8_t *to) {
+inline void gather_block(const uint8_t *from, uint32_t slice_step, uint32_t column_step, const uint8_t *indices,
+                         uint8_t *to) {
   uint32_t distances[kIndexBlock];
   multiply_indices<Index>(indices, slice_step, distances);
   for (uint32_t i = 0; i < kIndexBlock; ++i) {
@@ -41,8 +42,8 @@ inline void gather_block(const uint8_t *from, uint32_t slice_step, uint32_t colu
 /// the last one.
 /// Kept: an index of -1 goes on with that slice base, whichever line it belonged to.
 template <class T, class Index, uint32_t kColumnStep>
-const uint8_t *gather_columns(const Line &line, const uint8_t *indices, uint32_t first, uint32_t count, const uint8_t *kept,
-                              uint8_t *to) {
+const uint8_t *gather_columns(const Line &line, const uint8_t *indices, uint32_t first, uint32_t count,
+                              const uint8_t *kept, uint8_t *to) {
   const uint8_t *const start = line.start;
   const uint32_t slice_step = line.slice_step;
   size_t inside = line.inside + size_t{first} * kColumnStep;
@@ -117,8 +118,7 @@ void gather_elements(const _NN_GATHERELEMENT_PARM &parm) {
   if (!shape_of(parm, sizeof(T), shape)) return;
   const uint8_t out_width = width_modulo_256(parm.out_fmt);
   const size_t out_element = out_width == 8 ? 1 : out_width == 16 ? 2 : sizeof(T);
-  const bool reformats =
-      out_width != width_modulo_256(parm.in_fmt) || parm.in_fmt.frac_bits != parm.out_fmt.frac_bits;
+  const bool reformats = out_width != width_modulo_256(parm.in_fmt) || parm.in_fmt.frac_bits != parm.out_fmt.frac_bits;
   const uint32_t width = shape.extents[0];
   const uint8_t *kept = nullptr;
   uint8_t *to = pointer(parm.out_addr);
@@ -153,7 +153,8 @@ _QX_RESULT tarvu_gatherelement_process(const _NN_GATHERELEMENT_PARM *parm) {
   const NN_AI_IO_TYPE in_type = tarvu_get_gatherelement_fmt_type(&parm->in_fmt);
   const NN_AI_IO_TYPE index_type = tarvu_get_gatherelement_fmt_type(&parm->ind_fmt);
   if (!tarvu::is_element_type(in_type)) {
-    std::printf("\033[1;31mERR:%s() unsupported gatherelement input type %d\r\n\033[0m", "tarvu_gatherelement_process", in_type);
+    std::printf("\033[1;31mERR:%s() unsupported gatherelement input type %d\r\n\033[0m", "tarvu_gatherelement_process",
+                in_type);
     return QX_ERR_UNSUPPORTED;
   }
   if (!tarvu::is_index_type(index_type)) {

@@ -64,16 +64,18 @@ inline uint32_t *append_elements(const Line &line, uint32_t position, uint32_t c
   return keys;
 }
 
-/// As append_elements() for a whole block: hits are marked in lanes, one byte an element, and collected from the marks.
+/// As append_elements() for a whole block, in no particular order: hits are marked in lanes, one byte an element, and gathered
+/// into one word.
 template <uint32_t kBlock, class Line>
 inline uint32_t *append_block(const Line &line, uint32_t position, uint32_t least, uint32_t *keys) {
   uint8_t marks[kBlock];
   for (uint32_t i = 0; i < kBlock; ++i) marks[i] = line[i] >= static_cast<typename Line::Rank>(least) ? 1 : 0;
-  for (uint32_t first = 0; first < kBlock; first += 8) {
-    for (auto left = load<uint64_t>(marks + first); left != 0; left &= left - 1) {
-      const uint32_t i = first + static_cast<uint32_t>(std::countr_zero(left)) / 8;
-      *keys++ = key_of(line[i], position + i);
-    }
+  uint64_t hits = 0;
+  for (uint32_t i = 0; i < kBlock / 8; ++i) hits |= load<uint64_t>(marks + 8 * i) << i;
+  for (; hits != 0; hits &= hits - 1) {
+    const auto bit = static_cast<uint32_t>(std::countr_zero(hits));  // mark bit / 8 of the word bit % 8
+    const uint32_t i = bit % 8 * 8 + bit / 8;
+    *keys++ = key_of(line[i], position + i);
   }
   return keys;
 }
@@ -109,14 +111,16 @@ uint32_t collect_candidates(const Line &line, uint32_t n, uint32_t k, uint32_t *
 /// Unsorted picks of a whole line stay in its order.
 template <class Line>
 void pick_from_line(const Line &line, uint32_t n, uint32_t k, bool sorted, uint32_t *work) {
-  constexpr uint32_t kLongBlock = 32;
-  constexpr uint32_t kShortBlock = 8;
   if (k == 0) return;
+  // With fewer than twice as many blocks as picks, most blocks would be looked at twice.
+  const uint32_t longest_block = n / k / 2;
   uint32_t candidates = n;
-  if (uint64_t{k} * 2 * kLongBlock <= n) {
-    candidates = collect_candidates<kLongBlock>(line, n, k, work);
-  } else if (uint64_t{k} * 2 * kShortBlock <= n) {
-    candidates = collect_candidates<kShortBlock>(line, n, k, work);
+  if (longest_block >= 64) {
+    candidates = collect_candidates<64>(line, n, k, work);
+  } else if (longest_block >= 32) {
+    candidates = collect_candidates<32>(line, n, k, work);
+  } else if (longest_block >= 8) {
+    candidates = collect_candidates<8>(line, n, k, work);
   } else {
     for (uint32_t i = 0; i < n; ++i) work[i] = key_of(line[i], i);
   }
