@@ -29,8 +29,8 @@ inline void copy_bytes(const uint8_t *from, uint8_t *to, size_t bytes) {
   copy_run(from, to, bytes);
 }
 
-/// Announces that a run of `bytes` is going to be written here; changes no memory. Arm cores do not fetch lines that are written
-/// whole, and need no announcement.
+/// Announces that a run of `bytes` is going to be written here; changes no memory. Arm cores do not fetch cache lines
+/// that are written whole, and need no announcement.
 inline void expect_write([[maybe_unused]] const uint8_t *to, [[maybe_unused]] size_t bytes) {
 #if !TARVU_NEON
   constexpr size_t kLine = 64;

@@ -42,8 +42,8 @@ inline void with_gather_types(NN_AI_IO_TYPE element_type, NN_AI_IO_TYPE index_ty
   narrow ? with_index(uint8_t{}) : with_index(uint16_t{});
 }
 
-/// Fills `count` output elements by gather(first, count, to), which stores input elements densely, through a tile on the stack
-/// that is then re-formatted to the output as a whole. The output is dense too, in elements of its own format.
+/// Fills `count` output elements, which lie densely in their own format. gather(first, count, to) stores input elements
+/// densely; they are re-formatted from a tile on the stack, which needs no call for each element.
 template <class T, class Gather>
 inline void gather_and_reformat(uint8_t *to, size_t out_element, uint32_t count, const _NN_FMT &in_fmt,
                                 const _NN_FMT &out_fmt, Gather gather) {

@@ -72,14 +72,14 @@ bool walk_of(const _NN_GATHER_PARM &parm, size_t in_element, Walk &walk) {
   walk.position_step = in_steps[dimension];
   walk.run_bytes = in_steps[dimension];
   walk.out_step = out_steps[dimension];
-  // Kept: for a list of rank above 1 this counts more than one slice. Each re-formatting spills over the next slices, which
-  // their own then overwrites; the last spill stays behind the output.
+  // Kept: for a list of rank above 1 this counts more than one slice. Each re-formatting spills over the slices behind
+  // it, which their own indices then overwrite; the last spill stays behind the output.
   walk.reformat_count = product(out_extents, out_rank - 1 - axis);
   walk.single_elements = dimension == 0;
   return walk.indices != 0;
 }
 
-/// Kept: -1 is the first slice, and what is below counts back from the number of indices, not from the extent of the axis.
+/// Kept: -1 is the first slice, and what is below counts back from the number of indices, not from the axis.
 template <class Index>
 uint32_t position_of(Index index, uint32_t indices) {
   if constexpr (std::is_unsigned_v<Index>) {

@@ -38,8 +38,8 @@ inline void gather_block(const uint8_t *from, uint32_t slice_step, uint32_t colu
   }
 }
 
-/// `count` columns of one line from `first` on, stored densely. `kept` is the slice base of the element before; returns that of
-/// the last one.
+/// `count` columns of one line from `first` on, stored densely. `kept` is the slice base of the element before; returns
+/// that of the last one.
 /// Kept: an index of -1 goes on with that slice base, whichever line it belonged to.
 template <class T, class Index, uint32_t kColumnStep>
 const uint8_t *gather_columns(const Line &line, const uint8_t *indices, uint32_t first, uint32_t count,

@@ -89,8 +89,8 @@ void pick_by_keys(const _NN_TOPK_PARM &parm, const Walk &walk, T flip) {
 }
 
 /// Lines shorter than the number of picks, or of a tensor whose offsets do not fit a signed word.
-/// Kept: the scratch holds 32-bit element offsets, and what it held behind the line is ranked as if it belonged to it; what is
-/// left there takes part in the next line.
+/// Kept: the scratch holds 32-bit element offsets, and what it held behind the line is ranked as if it belonged to it;
+/// what is left there takes part in the next line.
 template <class T>
 void pick_by_offsets(const _NN_TOPK_PARM &parm, const Walk &walk, T flip) {
   const auto *in = pointer<const uint8_t>(parm.in_addr);

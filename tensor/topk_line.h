@@ -20,8 +20,8 @@ inline T rank_of(uint32_t key) {
   return static_cast<T>(key >> 16);
 }
 
-/// The ranks of a line whose elements lie side by side: the elements, with their bits flipped so that the best is the greatest
-/// unsigned number.
+/// The ranks of a line whose elements lie side by side: the elements, with their bits flipped so that the best is the
+/// greatest unsigned number.
 template <class T>
 struct DenseLine {
   using Rank = T;
@@ -64,8 +64,8 @@ inline uint32_t *append_elements(const Line &line, uint32_t position, uint32_t c
   return keys;
 }
 
-/// As append_elements() for a whole block, in no particular order: hits are marked in lanes, one byte an element, and gathered
-/// into one word.
+/// As append_elements() for a whole block, in no particular order: hits are marked in lanes, one byte an element, and
+/// gathered into one word.
 template <uint32_t kBlock, class Line>
 inline uint32_t *append_block(const Line &line, uint32_t position, uint32_t least, uint32_t *keys) {
   uint8_t marks[kBlock];
@@ -82,8 +82,8 @@ inline uint32_t *append_block(const Line &line, uint32_t position, uint32_t leas
 
 /// Keys of candidates in front of `work`, among them the k best of the line; returns how many. For k * kBlock up to n.
 ///
-/// The k blocks whose best elements rank first hold all of the k best elements: each element of another block has k elements
-/// ahead of it. Nor can one be picked that ranks behind the best of the last of these blocks.
+/// The k blocks whose best elements rank first hold all of the k best elements: each element of another block has k
+/// elements ahead of it. Nor can one be picked that ranks behind the best of the last of these blocks.
 template <uint32_t kBlock, class Line>
 uint32_t collect_candidates(const Line &line, uint32_t n, uint32_t k, uint32_t *work) {
   const uint32_t blocks = n / kBlock;
