@@ -41,6 +41,7 @@ struct Workload {
 };
 
 /// One function per subsystem, in <subsystem>_bench.cpp.
+void add_activation_workloads(std::vector<Workload> &suite);
 void add_convert_workloads(std::vector<Workload> &suite);
 void add_select_workloads(std::vector<Workload> &suite);
 void add_tensor_workloads(std::vector<Workload> &suite);

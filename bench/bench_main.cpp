@@ -117,6 +117,7 @@ int main(int argc, char **argv) {
   }
 
   std::vector<bench::Workload> suite;
+  bench::add_activation_workloads(suite);
   bench::add_convert_workloads(suite);
   bench::add_select_workloads(suite);
   bench::add_tensor_workloads(suite);
