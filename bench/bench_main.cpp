@@ -121,6 +121,7 @@ int main(int argc, char **argv) {
   bench::add_convert_workloads(suite);
   bench::add_pool_workloads(suite);
   bench::add_detection_workloads(suite);
+  bench::add_select_workloads(suite);
   bench::add_tensor_workloads(suite);
 
   FILE *out = take_standard_output();
