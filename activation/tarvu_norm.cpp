@@ -40,6 +40,7 @@ bool norm_integers_by_position(const _NN_NORM_PARM &parm, uint64_t in, uint64_t 
   // Half a unit is added ahead of the scale for negative fraction bits; that is left to the conversion.
   if (item.plane < kLeastPlaneToFuse || parm.out_fmt.frac_bits < 0) return false;
   const uint64_t count = item.plane * item.channels;
+  if (scratch.bytes != 8 * count) return false;  // the element count has wrapped
   const MemoryRange scales{parm.scale_addr, (item.shared_scale ? 1 : item.channels) * sizeof(float)};
   bool done = false;
   with_element_type(parm.in_fmt, [&](auto in_element) {
