@@ -66,6 +66,40 @@ inline void store_converted(const f32xn (&floats)[kFloatBlockVectors], float mul
   }
 }
 
+/// One element: x times `multiplier` to nearest, ties away from 0, with saturation, NaN as 0; a float as it is.
+template <class T>
+inline void store_rounded(float x, float multiplier, T *to) {
+  if constexpr (std::is_same_v<T, float>) {
+    store(to, x);
+  } else {
+    store(to, to_integer<T>(round_half_away(x * multiplier)));
+  }
+}
+
+/// A block of floats to nearest, ties away from 0, with saturation; NaN as 0.
+template <class T>
+inline void store_rounded(const f32xn (&floats)[kFloatBlockVectors], T *to) {
+#if TARVU_NEON
+  WordLanesOf<T> words[kFloatBlockVectors];
+  for (uint32_t k = 0; k < kFloatBlockVectors; ++k) {
+    if constexpr (std::is_signed_v<T>) {
+      words[k] = vcvtaq_s32_f32(floats[k]);
+    } else {
+      words[k] = vcvtaq_u32_f32(floats[k]);
+    }
+  }
+  store_saturated<T>(words, to);
+#elif TARVU_AVX2
+  f32xn whole[kFloatBlockVectors];
+  for (uint32_t k = 0; k < kFloatBlockVectors; ++k) whole[k] = round_half_away(floats[k]);
+  store_converted<T>(whole, to);
+#else
+  for (uint32_t i = 0; i < kFloatBlock; ++i) {
+    store(to + i, to_integer<T>(round_half_away(floats[i / kLanes<f32xn>][i % kLanes<f32xn>])));
+  }
+#endif
+}
+
 /// Sixteen neighbours dealt out to four vectors: lane k of fours[j] is from[4k + j].
 inline void load_fours(const float *from, f32x4 (&fours)[4]) {
 #if TARVU_NEON
