@@ -23,7 +23,8 @@ inline void write_run_sizes(_NN_LAYERNORM_PARM &parm) {
 /// Gamma or beta.
 /// Kept: the address 0 is not the mark of absence, so an array at 0 is read like any other.
 struct LearnedArray {
-  explicit LearnedArray(uint64_t address) : values(pointer<const float>(address)), present(address != TARVU_LAYERNORM_ABSENT) {}
+  explicit LearnedArray(uint64_t address)
+      : values(pointer<const float>(address)), present(address != TARVU_LAYERNORM_ABSENT) {}
 
   float value(size_t i) const { return load<float>(values + i); }
 

@@ -29,8 +29,8 @@ inline D add_square(D acc, D d) {
   return fused_multiply_add(d, d, acc);
 }
 
-inline double inverse_deviation(double square_sum, const LayernormRuns &runs) {
-  return 1.0 / std::sqrt(square_sum / static_cast<double>(runs.length) + runs.eps);
+inline double inverse_deviation(double square_sum, size_t length, double eps) {
+  return 1.0 / std::sqrt(square_sum / static_cast<double>(length) + eps);
 }
 
 /// y * gamma + beta, rounded twice. An absent gamma stands as 1, an absent beta as -0: neither changes a float.
@@ -40,9 +40,9 @@ inline V scale_and_shift(V y, V gamma, V beta) {
   return scaled + beta;
 }
 
-/// One element of a run as the result in float.
-inline float normalised(double x, double mean, double inverse, size_t i, const LayernormRuns &runs) {
-  const auto y = static_cast<float>((x - mean) * inverse);
+/// The result in float of element i of a run.
+inline float normalised(double deviation, double inverse, size_t i, const LayernormRuns &runs) {
+  const auto y = static_cast<float>(deviation * inverse);
   return scale_and_shift(y, runs.gamma.present ? runs.gamma.value(i) : 1.0f,
                          runs.beta.present ? runs.beta.value(i) : -0.0f);
 }
@@ -56,18 +56,33 @@ inline void normalise_one(const float *x, float *out, const LayernormRuns &runs)
   for (size_t i = 0; i < runs.length; ++i) {
     square_sum = add_square(square_sum, static_cast<double>(load<float>(x + i)) - mean);
   }
-  const double inverse = inverse_deviation(square_sum, runs);
+  const double inverse = inverse_deviation(square_sum, runs.length, runs.eps);
   TARVU_INDEPENDENT_ITERATIONS
   for (size_t i = 0; i < runs.length; ++i) {
-    store(out + i, normalised(static_cast<double>(load<float>(x + i)), mean, inverse, i, runs));
+    store(out + i, normalised(static_cast<double>(load<float>(x + i)) - mean, inverse, i, runs));
   }
 }
 
-/// Statistics of `chains` times kRunLanes runs, run by run.
+/// Runs that follow one another and are worked on side by side, kRunLanes in each of several chains: run r is lane r % kRunLanes
+/// of chain r / kRunLanes.
+template <class T>
+struct RunSource {
+  const T *first;
+  size_t length;
+  float multiplier;  ///< of integer elements
+
+  /// Elements i to i + kTurn - 1 of all runs of a chain.
+  void load_turn_of(int chain, size_t i, f32xn (&x)[kTurnVectors]) const {
+    load_turn<T>([&](int lane) { return address(chain * kRunLanes + lane, i); }, multiplier, x);
+  }
+  double element(int run, size_t i) const { return static_cast<double>(load_as_float(address(run, i), multiplier)); }
+  const T *address(int run, size_t i) const { return first + static_cast<size_t>(run) * length + i; }
+};
+
 template <int chains>
 struct RunStatistics {
   f64xn mean[chains];
-  f64xn inverse[chains];
+  f64xn inverse[chains];  ///< 1 / sqrt(variance + eps)
 };
 
 /// Whether products of elements of T with a multiplier are exact in float.
@@ -76,126 +91,168 @@ inline bool products_are_exact(float multiplier) {
   return (std::bit_cast<uint32_t>(multiplier) & ((1u << (8 * sizeof(T))) - 1)) == 0;
 }
 
-/// Calls action(chain, x, i) for the turns of all runs in order, with x the vectors of the turn from element i on of the chain's
-/// runs, and then action_on_rest(run, i) for the elements behind the last turn.
-template <class T, int chains, class Action, class ActionOnRest>
-inline void for_each_turn(const T *first, const LayernormRuns &runs, Action action, ActionOnRest action_on_rest) {
-  const size_t length = runs.length;
-  size_t i = 0;
-  for (; i + kTurn <= length; i += kTurn) {
-    for (int chain = 0; chain < chains; ++chain) {
-      f32xn x[kTurnVectors];
-      load_turn<T>([=](int lane) { return first + static_cast<size_t>(chain * kRunLanes + lane) * length + i; },
-                   runs.in_multiplier, x);
-      action(chain, x, i);
+/// The sum of each run in index order.
+template <class T, int chains>
+void sum_runs(const RunSource<T> &source_of, f64xn (&result)[chains]) {
+  const RunSource<T> source = source_of;
+  if constexpr (!std::is_same_v<T, float>) {
+    if (source.length <= kLongestIntegerSum && products_are_exact<T>(source.multiplier)) {
+      // No partial sum is rounded, so the sum of the integers gives the same.
+      for (int run = 0; run < chains * kRunLanes; ++run) {
+        const int32_t sum = sum_of_integers(source.address(run, 0), source.length);
+        result[run / kRunLanes][run % kRunLanes] =
+            0.0 + static_cast<double>(sum) * static_cast<double>(source.multiplier);
+      }
+      return;
     }
   }
-  for (; i < length; ++i) {
-    for (int run = 0; run < chains * kRunLanes; ++run) action_on_rest(run, i);
+  f64xn sums[chains] = {};
+  size_t i = 0;
+  for (; i + kTurn <= source.length; i += kTurn) {
+    for (int chain = 0; chain < chains; ++chain) {
+      f32xn x[kTurnVectors];
+      source.load_turn_of(chain, i, x);
+      for (const f32xn &pair : x) {
+        sums[chain] = sums[chain] + widen_low(pair);
+        sums[chain] = sums[chain] + widen_high(pair);
+      }
+    }
+  }
+  for (int run = 0; run < chains * kRunLanes; ++run) {
+    double sum = sums[run / kRunLanes][run % kRunLanes];
+    for (size_t k = i; k < source.length; ++k) sum = sum + source.element(run, k);
+    result[run / kRunLanes][run % kRunLanes] = sum;
   }
 }
 
-/// Mean and inverse deviation of runs side by side. `tile`, if T is an integer, takes the deviations of all whole turns.
+/// The sums of the squared deviations from `means`. For integers `tile` takes the deviations: of whole turns chain by chain,
+/// interleaved by run, and behind them element by element.
 template <class T, int chains>
-inline RunStatistics<chains> statistics_of(const T *first, const LayernormRuns &runs, double *tile) {
-  const auto element = [=](int run, size_t i) {
-    return static_cast<double>(load_as_float(first + static_cast<size_t>(run) * runs.length + i, runs.in_multiplier));
-  };
-  RunStatistics<chains> statistics{};
-  f64xn *const mean = statistics.mean;
-  bool summed = false;
-  if constexpr (!std::is_same_v<T, float>) {
-    // All partial sums are exact in double, so the sum of the integers gives the same.
-    summed = runs.length <= kLongestIntegerSum && products_are_exact<T>(runs.in_multiplier);
-    for (int run = 0; summed && run < chains * kRunLanes; ++run) {
-      const int32_t sum = sum_of_integers(first + static_cast<size_t>(run) * runs.length, runs.length);
-      mean[run / kRunLanes][run % kRunLanes] = 0.0 + static_cast<double>(sum) * static_cast<double>(runs.in_multiplier);
+void sum_squares(const RunSource<T> &source_of, const f64xn (&means)[chains], double *tile, f64xn (&result)[chains]) {
+  const RunSource<T> source = source_of;
+  f64xn mean[chains];
+  f64xn sums[chains] = {};
+  for (int chain = 0; chain < chains; ++chain) mean[chain] = means[chain];
+  size_t i = 0;
+  for (; i + kTurn <= source.length; i += kTurn) {
+    for (int chain = 0; chain < chains; ++chain) {
+      f32xn x[kTurnVectors];
+      source.load_turn_of(chain, i, x);
+      for (const f32xn &pair : x) {
+        const f64xn low = widen_low(pair) - mean[chain];
+        const f64xn high = widen_high(pair) - mean[chain];
+        sums[chain] = add_square(sums[chain], low);
+        sums[chain] = add_square(sums[chain], high);
+        if constexpr (!std::is_same_v<T, float>) {
+          store(tile, low);
+          store(tile + kRunLanes, high);
+          tile += 2 * kRunLanes;
+        }
+      }
     }
   }
-  if (!summed) {
-    for_each_turn<T, chains>(
-        first, runs,
-        [&](int chain, const f32xn(&x)[kTurnVectors], size_t) {
-          for (const f32xn &pair : x) {
-            mean[chain] = mean[chain] + widen_low(pair);
-            mean[chain] = mean[chain] + widen_high(pair);
-          }
-        },
-        [&](int run, size_t i) { mean[run / kRunLanes][run % kRunLanes] += element(run, i); });
+  for (int chain = 0; chain < chains; ++chain) result[chain] = sums[chain];
+  for (; i < source.length; ++i) {
+    for (int run = 0; run < chains * kRunLanes; ++run) {
+      const int chain = run / kRunLanes;
+      const int lane = run % kRunLanes;
+      const double deviation = source.element(run, i) - mean[chain][lane];
+      result[chain][lane] = add_square(result[chain][lane], deviation);
+      if constexpr (!std::is_same_v<T, float>) store(tile++, deviation);
+    }
   }
-  for (int chain = 0; chain < chains; ++chain) mean[chain] = mean[chain] / fill<f64xn>(static_cast<double>(runs.length));
+}
 
-  f64xn *const square_sum = statistics.inverse;
-  for_each_turn<T, chains>(
-      first, runs,
-      [&](int chain, const f32xn(&x)[kTurnVectors], size_t i) {
-        double *to = tile + (i * chains + static_cast<size_t>(chain) * kTurn) * kRunLanes;
-        for (const f32xn &pair : x) {
-          const f64xn low = widen_low(pair) - mean[chain];
-          const f64xn high = widen_high(pair) - mean[chain];
-          square_sum[chain] = add_square(square_sum[chain], low);
-          square_sum[chain] = add_square(square_sum[chain], high);
-          if constexpr (!std::is_same_v<T, float>) {
-            store(to, low);
-            store(to + kRunLanes, high);
-            to += 2 * kRunLanes;
-          }
-        }
-      },
-      [&](int run, size_t i) {
-        const int chain = run / kRunLanes;
-        const int lane = run % kRunLanes;
-        square_sum[chain][lane] = add_square(square_sum[chain][lane], element(run, i) - mean[chain][lane]);
-      });
-  for (int run = 0; run < chains * kRunLanes; ++run) {
-    const int chain = run / kRunLanes;
-    const int lane = run % kRunLanes;
-    statistics.inverse[chain][lane] = inverse_deviation(square_sum[chain][lane], runs);
+template <class T, int chains>
+RunStatistics<chains> statistics_of(const RunSource<T> &source, double eps, double *tile) {
+  RunStatistics<chains> statistics;
+  sum_runs(source, statistics.mean);
+  for (f64xn &mean : statistics.mean) mean = mean / fill<f64xn>(static_cast<double>(source.length));
+  sum_squares(source, statistics.mean, tile, statistics.inverse);
+  for (f64xn &inverse : statistics.inverse) {
+    for (int lane = 0; lane < kRunLanes; ++lane) inverse[lane] = inverse_deviation(inverse[lane], source.length, eps);
   }
   return statistics;
 }
 
-/// `chains` times kRunLanes runs from `first` on. For integers `tile` holds one double for each element of the runs, and `out` may
-/// be `first` if the elements have the same size; so it may for floats, which use no tile.
-template <class In, class Out, int chains>
-void normalise_side_by_side(const In *first, Out *out, double *tile, const LayernormRuns &runs) {
-  const size_t length = runs.length;
-  const RunStatistics<chains> statistics = statistics_of<In, chains>(first, runs, tile);
-  size_t i = 0;
-  for (; i + kTurn <= length; i += kTurn) {
-    f32xn gamma[kTurnVectors];
-    f32xn beta[kTurnVectors];
+/// Gamma and beta for a turn.
+struct LearnedTurn {
+  f32xn gamma[kTurnVectors];
+  f32xn beta[kTurnVectors];
+
+  LearnedTurn(const LayernormRuns &runs, size_t i) {
     for (int v = 0; v < kTurnVectors; ++v) {
       gamma[v] = runs.gamma.present ? spread_pair(runs.gamma.values + i + 2 * v) : fill<f32xn>(1.0f);
       beta[v] = runs.beta.present ? spread_pair(runs.beta.values + i + 2 * v) : fill<f32xn>(-0.0f);
     }
+  }
+};
+
+/// The results of runs from the tile of their deviations.
+template <class Out, int chains>
+void normalise_tile(const double *tile, Out *out, const f64xn (&inverses)[chains], const LayernormRuns &runs_of) {
+  const LayernormRuns runs = runs_of;
+  f64xn inverse[chains];
+  for (int chain = 0; chain < chains; ++chain) inverse[chain] = inverses[chain];
+  size_t i = 0;
+  for (; i + kTurn <= runs.length; i += kTurn) {
+    const LearnedTurn learned(runs, i);
     for (int chain = 0; chain < chains; ++chain) {
-      const auto run_of = [=](int lane) { return static_cast<size_t>(chain * kRunLanes + lane) * length + i; };
+      f32xn y[kTurnVectors];
+      for (int v = 0; v < kTurnVectors; ++v, tile += 2 * kRunLanes) {
+        const f32xn normalised =
+            narrow(load<f64xn>(tile) * inverse[chain], load<f64xn>(tile + kRunLanes) * inverse[chain]);
+        y[v] = scale_and_shift(normalised, learned.gamma[v], learned.beta[v]);
+      }
+      store_turn<Out>(y, runs.out_multiplier,
+                      [=](int lane) { return out + static_cast<size_t>(chain * kRunLanes + lane) * runs.length + i; });
+    }
+  }
+  for (; i < runs.length; ++i) {
+    for (int run = 0; run < chains * kRunLanes; ++run, ++tile) {
+      const float y = normalised(load<double>(tile), inverse[run / kRunLanes][run % kRunLanes], i, runs);
+      store_rounded(y, runs.out_multiplier, out + static_cast<size_t>(run) * runs.length + i);
+    }
+  }
+}
+
+/// `chains` times kRunLanes runs of integers. `tile` holds one double for each of their elements. `out` may be `first` if the
+/// elements have the same size.
+template <class In, class Out, int chains>
+void normalise_integers_side_by_side(const In *first, Out *out, double *tile, const LayernormRuns &runs) {
+  const RunSource<In> source{first, runs.length, runs.in_multiplier};
+  const RunStatistics<chains> statistics = statistics_of<In, chains>(source, runs.eps, tile);
+  normalise_tile<Out, chains>(tile, out, statistics.inverse, runs);
+}
+
+/// `chains` times kRunLanes runs of floats. `out` may be `first`.
+template <int chains>
+void normalise_floats_side_by_side(const float *first, float *out, const LayernormRuns &runs) {
+  const RunSource<float> source{first, runs.length, 1.0f};
+  const RunStatistics<chains> statistics = statistics_of<float, chains>(source, runs.eps, nullptr);
+  size_t i = 0;
+  for (; i + kTurn <= runs.length; i += kTurn) {
+    const LearnedTurn learned(runs, i);
+    for (int chain = 0; chain < chains; ++chain) {
       const f64xn mean = statistics.mean[chain];
       const f64xn inverse = statistics.inverse[chain];
       f32xn y[kTurnVectors];
-      if constexpr (std::is_same_v<In, float>) {
-        load_turn<float>([=](int lane) { return first + run_of(lane); }, 1.0f, y);
-        for (f32xn &pair : y) pair = narrow((widen_low(pair) - mean) * inverse, (widen_high(pair) - mean) * inverse);
-      } else {
-        const double *from = tile + (i * chains + static_cast<size_t>(chain) * kTurn) * kRunLanes;
-        for (f32xn &pair : y) {
-          pair = narrow(load<f64xn>(from) * inverse, load<f64xn>(from + kRunLanes) * inverse);
-          from += 2 * kRunLanes;
-        }
+      source.load_turn_of(chain, i, y);
+      for (int v = 0; v < kTurnVectors; ++v) {
+        const f32xn normalised = narrow((widen_low(y[v]) - mean) * inverse, (widen_high(y[v]) - mean) * inverse);
+        y[v] = scale_and_shift(normalised, learned.gamma[v], learned.beta[v]);
       }
-      for (int v = 0; v < kTurnVectors; ++v) y[v] = scale_and_shift(y[v], gamma[v], beta[v]);
-      store_turn<Out>(y, runs.out_multiplier, [=](int lane) { return out + run_of(lane); });
+      store_turn<float>(
+          y, 1.0f, [=](int lane) { return out + static_cast<size_t>(chain * kRunLanes + lane) * runs.length + i; });
     }
   }
-  for (; i < length; ++i) {
+  for (; i < runs.length; ++i) {
     for (int run = 0; run < chains * kRunLanes; ++run) {
-      const size_t at = static_cast<size_t>(run) * length + i;
-      const auto x = static_cast<double>(load_as_float(first + at, runs.in_multiplier));
       const int chain = run / kRunLanes;
       const int lane = run % kRunLanes;
-      const float y = normalised(x, statistics.mean[chain][lane], statistics.inverse[chain][lane], i, runs);
-      store_rounded(y, runs.out_multiplier, out + at);
+      const double deviation = source.element(run, i) - statistics.mean[chain][lane];
+      store(out + static_cast<size_t>(run) * runs.length + i,
+            normalised(deviation, statistics.inverse[chain][lane], i, runs));
     }
   }
 }

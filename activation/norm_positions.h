@@ -35,67 +35,120 @@ inline float factor_in_tail(float sum, float eps) {
   return static_cast<float>(1.0 / std::sqrt(static_cast<double>(radicand)));
 }
 
-/// `blocks` blocks of positions side by side, from `in` and `out` on. `tile` takes `channels` rows of the positions as floats, so
-/// that integers are converted once; a float tensor is read again instead.
-template <class In, class Out, int blocks>
-void norm_columns(const In *in, Out *out, float *tile, const NormItem &item) {
-  constexpr uint32_t kPositions = blocks * kPositionBlock;
-  f32xn factors[blocks][kFloatBlockVectors];
-  for (auto &block : factors) {
+/// A value for each position of some blocks side by side.
+template <int blocks>
+struct ByPosition {
+  static constexpr size_t kPositions = size_t{blocks} * kPositionBlock;
+  f32xn of[blocks][kFloatBlockVectors];
+};
+
+/// The sums of the squares of some blocks of positions, from `in` on, with `eps` first. For integers `tile` takes `channels` dense
+/// rows of the positions as floats, so that they are converted once.
+template <class In, int blocks>
+void sum_columns(const In *in, float *tile, const NormItem &item, ByPosition<blocks> &result) {
+  const float multiplier = item.in_multiplier;
+  const size_t plane = item.plane;
+  f32xn sums[blocks][kFloatBlockVectors];
+  for (auto &block : sums) {
     for (f32xn &sum : block) sum = fill<f32xn>(item.eps);
   }
-  float *row = tile;
-  for (uint32_t c = 0; c < item.channels; ++c, row += kPositions) {
-    for (int b = 0; b < blocks; ++b) {
+  for (uint32_t left = item.channels; left > 0; --left, in += plane, tile += result.kPositions) {
+    for (uint32_t b = 0; b < blocks; ++b) {
       f32xn x[kFloatBlockVectors];
-      load_as_floats(in + c * item.plane + b * kPositionBlock, item.in_multiplier, x);
+      load_as_floats(in + b * kPositionBlock, multiplier, x);
       for (uint32_t k = 0; k < kFloatBlockVectors; ++k) {
         const f32xn square = x[k] * x[k];
-        factors[b][k] = factors[b][k] + square;
-        if constexpr (!std::is_same_v<In, float>) store(row + b * kPositionBlock + k * kLanes<f32xn>, x[k]);
+        sums[b][k] = sums[b][k] + square;
       }
+      if constexpr (!std::is_same_v<In, float>) store_converted(x, 1.0f, tile + b * kPositionBlock);
     }
   }
-  const float shared = item.shared_scale ? load<float>(item.scales) : 1.0f;
-  for (auto &block : factors) {
-    for (f32xn &factor : block) factor = fill<f32xn>(shared) * factor_in_block(factor);
+  for (uint32_t b = 0; b < blocks; ++b) {
+    for (uint32_t k = 0; k < kFloatBlockVectors; ++k) result.of[b][k] = sums[b][k];
   }
-  const auto scale_rows = [&](auto scaled_by_channel) {
-    for (uint32_t c = 0; c < item.channels; ++c) {
-      const f32xn scale = fill<f32xn>(scaled_by_channel ? load<float>(item.scales + c) : 1.0f);
-      const float *from = tile + size_t{c} * kPositions;
-      if constexpr (std::is_same_v<In, float>) from = in + c * item.plane;
-      for (int b = 0; b < blocks; ++b) {
-        f32xn y[kFloatBlockVectors];
-        load_as_floats(from + b * kPositionBlock, 1.0f, y);
-        for (uint32_t k = 0; k < kFloatBlockVectors; ++k) {
-          y[k] = y[k] * (scaled_by_channel ? scale * factors[b][k] : factors[b][k]);
-        }
-        store_converted(y, item.out_multiplier, out + c * item.plane + b * kPositionBlock);
-      }
-    }
-  };
-  item.shared_scale ? scale_rows(std::false_type{}) : scale_rows(std::true_type{});
 }
 
-/// The `positions` last ones, fewer than a block.
-template <class In, class Out>
-void norm_tail(const In *in, Out *out, uint32_t positions, const NormItem &item) {
-  float factors[kPositionBlock] = {};
-  for (uint32_t c = 0; c < item.channels; ++c) {
+/// out = x * (scale of the channel * factor), or x * factor with a shared scale, which is in the factor then. Rows of `x` are
+/// `step` elements apart.
+template <class Out, int blocks, bool shared_scale>
+void scale_columns(const float *x, size_t step, Out *out, const NormItem &item, const ByPosition<blocks> &factors_of) {
+  const ByPosition<blocks> factors = factors_of;
+  const float multiplier = item.out_multiplier;
+  const size_t plane = item.plane;
+  const float *scales = item.scales;
+  for (uint32_t left = item.channels; left > 0; --left, x += step, out += plane) {
+    f32xn scale{};
+    if constexpr (!shared_scale) scale = fill<f32xn>(load<float>(scales++));
+    for (uint32_t b = 0; b < blocks; ++b) {
+      f32xn y[kFloatBlockVectors];
+      load_as_floats(x + b * kPositionBlock, 1.0f, y);
+      for (uint32_t k = 0; k < kFloatBlockVectors; ++k) {
+        y[k] = y[k] * (shared_scale ? factors.of[b][k] : scale * factors.of[b][k]);
+      }
+      store_converted(y, multiplier, out + b * kPositionBlock);
+    }
+  }
+}
+
+template <class In, class Out, int blocks>
+void norm_columns(const In *in, Out *out, float *tile, const NormItem &item) {
+  ByPosition<blocks> factors;
+  sum_columns<In, blocks>(in, tile, item, factors);
+  const float *x = tile;
+  size_t step = factors.kPositions;
+  if constexpr (std::is_same_v<In, float>) {
+    x = in;
+    step = item.plane;
+  }
+  for (auto &block : factors.of) {
+    for (f32xn &factor : block) {
+      factor = factor_in_block(factor);
+      if (item.shared_scale) factor = fill<f32xn>(load<float>(item.scales)) * factor;
+    }
+  }
+  if (item.shared_scale) {
+    scale_columns<Out, blocks, true>(x, step, out, item, factors);
+  } else {
+    scale_columns<Out, blocks, false>(x, step, out, item, factors);
+  }
+}
+
+/// The factors of the `positions` last ones, fewer than a block. For integers `tile` takes dense rows as in sum_columns().
+template <class In>
+void factors_of_tail(const In *in, float *tile, uint32_t positions, const NormItem &item, float *factors) {
+  for (uint32_t p = 0; p < positions; ++p) factors[p] = 0.0f;
+  for (uint32_t c = 0; c < item.channels; ++c, in += item.plane, tile += positions) {
     for (uint32_t p = 0; p < positions; ++p) {
-      const float x = load_as_float(in + c * item.plane + p, item.in_multiplier);
+      keep_scalar();
+      const float x = load_as_float(in + p, item.in_multiplier);
       const float square = x * x;
       factors[p] = factors[p] + square;
+      if constexpr (!std::is_same_v<In, float>) store(tile + p, x);
     }
   }
   for (uint32_t p = 0; p < positions; ++p) factors[p] = factor_in_tail(factors[p], item.eps);
-  for (uint32_t c = 0; c < item.channels; ++c) {
+}
+
+/// As scale_columns(), for the last positions.
+template <class Out>
+void scale_tail(const float *x, size_t step, Out *out, uint32_t positions, const NormItem &item, const float *factors) {
+  for (uint32_t c = 0; c < item.channels; ++c, x += step, out += item.plane) {
     const float scale = load<float>(item.scales + (item.shared_scale ? 0 : c));
     for (uint32_t p = 0; p < positions; ++p) {
-      const float x = load_as_float(in + c * item.plane + p, item.in_multiplier);
-      store_converted(x * (factors[p] * scale), item.out_multiplier, out + c * item.plane + p);
+      keep_scalar();
+      store_converted(load<float>(x + p) * (factors[p] * scale), item.out_multiplier, out + p);
     }
+  }
+}
+
+template <class In, class Out>
+void norm_tail(const In *in, Out *out, float *tile, uint32_t positions, const NormItem &item) {
+  float factors[kPositionBlock];
+  factors_of_tail(in, tile, positions, item, factors);
+  if constexpr (std::is_same_v<In, float>) {
+    scale_tail(in, item.plane, out, positions, item, factors);
+  } else {
+    scale_tail(tile, positions, out, positions, item, factors);
   }
 }
 
@@ -109,7 +162,7 @@ void norm_by_position(const In *in, Out *out, float *tile, const NormItem &item)
   }
   if (p < in_blocks) norm_columns<In, Out, 1>(in + p, out + p, tile, item);
   const auto rest = static_cast<uint32_t>(item.plane - in_blocks);
-  if (rest != 0) norm_tail(in + in_blocks, out + in_blocks, rest, item);
+  if (rest != 0) norm_tail(in + in_blocks, out + in_blocks, tile, rest, item);
 }
 
 }  // namespace tarvu

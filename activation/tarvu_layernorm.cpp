@@ -14,7 +14,8 @@ constexpr float kMean = 187.03314f;
 static_assert(std::bit_cast<uint32_t>(kMean) == 0x433B087C);
 
 /// A run of `length` floats. The last `length & 15` elements of `x` are overwritten.
-void normalise_run(float *x, float *out, uint32_t length, float eps, const LearnedArray &gamma, const LearnedArray &beta) {
+void normalise_run(float *x, float *out, uint32_t length, float eps, const LearnedArray &gamma,
+                   const LearnedArray &beta) {
   const float sum = sum_of_squares(x, length, [](auto value) { return value - fill<decltype(value)>(kMean); });
   const float variance = sum / static_cast<float>(length);
   const float radicand = variance + eps;
@@ -44,7 +45,8 @@ _QX_RESULT tarvu_layernorm_process_neon(_NN_LAYERNORM_PARM *parm) {
   tarvu::write_run_sizes(*parm);
   const tarvu::LayernormFloats floats(*parm);
   if (floats.in_converted) {
-    tarvu_fixtofloat_neon(tarvu::pointer<const void>(parm->in_addr), floats.in, floats.count, &parm->in_fmt, &parm->in_scale);
+    tarvu_fixtofloat_neon(tarvu::pointer<const void>(parm->in_addr), floats.in, floats.count, &parm->in_fmt,
+                          &parm->in_scale);
   }
   const size_t runs = size_t{parm->batch} * parm->outer_size;
   for (size_t run = 0; run < runs && parm->inner_size != 0; ++run) {
@@ -53,8 +55,8 @@ _QX_RESULT tarvu_layernorm_process_neon(_NN_LAYERNORM_PARM *parm) {
                          tarvu::LearnedArray(parm->gamma_addr), tarvu::LearnedArray(parm->beta_addr));
   }
   if (floats.out_converted) {
-    tarvu_floattofix_rnd_neon(floats.out, tarvu::pointer<void>(parm->out_addr), floats.count, &parm->out_fmt, &parm->out_scale,
-                              tarvu::kLayernormRoundingCode);
+    tarvu_floattofix_rnd_neon(floats.out, tarvu::pointer<void>(parm->out_addr), floats.count, &parm->out_fmt,
+                              &parm->out_scale, tarvu::kLayernormRoundingCode);
   }
   return QX_OK;
 }

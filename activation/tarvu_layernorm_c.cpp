@@ -19,10 +19,10 @@ constexpr size_t kConversionStep = 16;
 void normalise_floats(const float *in, float *out, size_t count_of_runs, const LayernormRuns &runs) {
   size_t run = 0;
   for (; run + kRunsAtOnce <= count_of_runs; run += kRunsAtOnce) {
-    normalise_side_by_side<float, float, kChains>(in + run * runs.length, out + run * runs.length, nullptr, runs);
+    normalise_floats_side_by_side<kChains>(in + run * runs.length, out + run * runs.length, runs);
   }
   for (; run + kRunLanes <= count_of_runs; run += kRunLanes) {
-    normalise_side_by_side<float, float, 1>(in + run * runs.length, out + run * runs.length, nullptr, runs);
+    normalise_floats_side_by_side<1>(in + run * runs.length, out + run * runs.length, runs);
   }
   for (; run < count_of_runs; ++run) normalise_one(in + run * runs.length, out + run * runs.length, runs);
 }
@@ -52,8 +52,9 @@ size_t normalise_integers(const _NN_LAYERNORM_PARM &parm, uint32_t count, size_t
       runs.out_multiplier = rounded_multiplier_from_float(parm.out_fmt.frac_bits, scale_of(parm.out_scale));
       for (size_t run = 0; run < done; run += kRunsAtOnce) {
         const size_t start = run * runs.length;
-        normalise_side_by_side<In, Out, kChains>(pointer<const In>(parm.in_addr) + start, pointer<Out>(parm.out_addr) + start,
-                                                 pointer<double>(scratch.address), runs);
+        normalise_integers_side_by_side<In, Out, kChains>(pointer<const In>(parm.in_addr) + start,
+                                                          pointer<Out>(parm.out_addr) + start,
+                                                          pointer<double>(scratch.address), runs);
       }
     });
   });
@@ -76,8 +77,7 @@ _QX_RESULT tarvu_layernorm_process(_NN_LAYERNORM_PARM *parm) {
   // Kept: with the batch inside the run every batch item is a run of the whole tensor, each one starting where the one before
   // ended. In scratch memory a run then reads the results of the one before, so they go one after the other.
   const bool runs_fill_the_tensor = count_of_runs * runs.length == floats.count;
-  const size_t done =
-      runs_fill_the_tensor ? tarvu::normalise_integers(*parm, floats.count, count_of_runs, runs) : 0;
+  const size_t done = runs_fill_the_tensor ? tarvu::normalise_integers(*parm, floats.count, count_of_runs, runs) : 0;
 
   const auto start = static_cast<uint32_t>(done * runs.length);
   const auto bytes_before = [start](const _NN_FMT &fmt) {

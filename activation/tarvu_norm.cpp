@@ -36,7 +36,8 @@ constexpr size_t kLeastPlaneToFuse = 64;
 
 /// Computes an item by position without a pass over floats in between, and returns true: if both formats are integers and no
 /// array lies over another. `tile` holds one float for each element.
-bool norm_integers_by_position(const _NN_NORM_PARM &parm, uint64_t in, uint64_t out, const MemoryRange &scratch, NormItem item) {
+bool norm_integers_by_position(const _NN_NORM_PARM &parm, uint64_t in, uint64_t out, const MemoryRange &scratch,
+                               NormItem item) {
   // Half a unit is added ahead of the scale for negative fraction bits; that is left to the conversion.
   if (item.plane < kLeastPlaneToFuse || parm.out_fmt.frac_bits < 0) return false;
   const uint64_t count = item.plane * item.channels;
@@ -71,8 +72,9 @@ _QX_RESULT tarvu_norm_process(const _NN_NORM_PARM *parm) {
   uint64_t cursor = parm->work_buffer;
   auto *const in_scratch = static_cast<float *>(tarvu_getbuffrom(&cursor, 4 * count));
   auto *const out_scratch = static_cast<float *>(tarvu_getbuffrom(&cursor, 4 * count));
-  const tarvu::NormItem item{plane, parm->channel, tarvu::pointer<const float>(parm->scale_addr), parm->shared_scale != 0,
-                             parm->eps, 1.0f, 1.0f};
+  const tarvu::NormItem item{
+      plane, parm->channel, tarvu::pointer<const float>(parm->scale_addr), parm->shared_scale != 0, parm->eps,
+      1.0f,  1.0f};
   const tarvu::MemoryRange scratch{parm->work_buffer, 8 * uint64_t{count}};
   for (uint32_t b = 0; b < parm->batch; ++b) {
     const uint64_t in = parm->in_addr + uint64_t{b} * parm->in_batch_ofs;

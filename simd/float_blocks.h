@@ -24,7 +24,12 @@ inline float load_as_float(const T *from, float multiplier) {
 template <class T>
 inline void load_as_floats(const T *from, float multiplier, f32xn *floats) {
   if constexpr (std::is_same_v<T, float>) {
+#if TARVU_NEON
+    const float32x4x4_t block = vld1q_f32_x4(from);
+    for (uint32_t k = 0; k < kFloatBlockVectors; ++k) floats[k] = block.val[k];
+#else
     for (uint32_t k = 0; k < kFloatBlockVectors; ++k) floats[k] = load<f32xn>(from + kLanes<f32xn> * k);
+#endif
   } else {
 #if TARVU_NEON || TARVU_AVX2
     WordLanesOf<T> words[kFloatBlockVectors];

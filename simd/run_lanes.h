@@ -119,7 +119,7 @@ inline void separate(const Lanes (&in)[2 * count], Lanes (&a)[count], Lanes (&b)
 template <class T>
 using TurnLanes = std::conditional_t<sizeof(T) == 1, u8x16, std::conditional_t<sizeof(T) == 2, u16x8, u32x4>>;
 template <class T>
-inline constexpr int kTurnParts = static_cast<int>(kTurn * kRunLanes * sizeof(T) / 16);
+inline constexpr int kTurnParts = static_cast<int>(kTurn *kRunLanes * sizeof(T) / 16);
 template <class T>
 inline constexpr int kRunParts = static_cast<int>(kTurn * sizeof(T) / 16);
 
@@ -164,8 +164,8 @@ inline void store_separated(const TurnLanes<T> (&turn)[kTurnParts<T>], At at) {
       // Four elements of each run together, and then eight.
       u32x4 fours[2];
       for (int k = 0; k < 2; ++k) {
-        fours[k] = u32x4(
-            __builtin_shufflevector(turn[k], turn[k], 0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
+        fours[k] =
+            u32x4(__builtin_shufflevector(turn[k], turn[k], 0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
       }
       const auto first = u64x2(zip_low(fours[0], fours[1]));
       const auto last = u64x2(zip_high(fours[0], fours[1]));
