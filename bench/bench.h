@@ -46,6 +46,7 @@ void add_convert_workloads(std::vector<Workload> &suite);
 void add_pool_workloads(std::vector<Workload> &suite);
 void add_detection_workloads(std::vector<Workload> &suite);
 void add_select_workloads(std::vector<Workload> &suite);
+void add_norm_workloads(std::vector<Workload> &suite);
 void add_tensor_workloads(std::vector<Workload> &suite);
 
 /// Zeroed memory on a cache line of its own.

@@ -122,6 +122,7 @@ int main(int argc, char **argv) {
   bench::add_pool_workloads(suite);
   bench::add_detection_workloads(suite);
   bench::add_select_workloads(suite);
+  bench::add_norm_workloads(suite);
   bench::add_tensor_workloads(suite);
 
   FILE *out = take_standard_output();
