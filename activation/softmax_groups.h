@@ -5,6 +5,7 @@
 #define TARVU_ACTIVATION_SOFTMAX_GROUPS_H
 
 #include <cstddef>
+#include <type_traits>
 
 #include "simd/softmax_lanes.h"
 
@@ -19,96 +20,117 @@ static_assert(std::bit_cast<uint32_t>(kLeastDifference) == 0xC2AE0000);
 template <class V>
 inline V exponential_step(V x, V maximum) {
   const V difference = x - maximum;
-  return fast_exp_of_difference(larger(difference, fill<V>(kLeastDifference)));
+  return fast_exp_of_difference(larger_or_limit(difference, kLeastDifference));
 }
 
-/// The largest of a row and of the seed, in any order: a maximum does not depend on it.
-inline float maximum_of_row(const float *in, uint32_t length) {
-  f32xn largest = fill<f32xn>(kMaximumSeed);
-  uint32_t i = 0;
-  for (; i + kRowBlock <= length; i += kRowBlock) {
-    f32xn block[kRowBlockParts];
-    for (uint32_t k = 0; k < kRowBlockParts; ++k) block[k] = load<f32xn>(in + i + kLanes<f32xn> * k);
-    for (uint32_t half = kRowBlockParts / 2; half != 0; half /= 2) {
-      for (uint32_t k = 0; k < half; ++k) block[k] = larger_or_nan(block[k], block[k + half]);
-    }
-    largest = larger_or_nan(largest, block[0]);
-  }
-  f32x4 of_fours = fill<f32x4>(kMaximumSeed);
-  for (; i + 4 <= length; i += 4) of_fours = larger_or_nan(of_fours, load<f32x4>(in + i));
-  float maximum = larger(largest_lane(largest), largest_lane(of_fours));
-  for (; i < length; ++i) maximum = larger(maximum, load<float>(in + i));
-  return maximum;
-}
-
-/// The exponentials of rows that follow one another, and the reciprocals of their sums. A sum has one accumulator of four lanes:
-/// its chains of additions go side by side.
+/// The largest elements of rows that follow one another, and of the seed; the order does not matter to a maximum.
 template <int kRows>
-inline void exponentials_of_rows(const float *in, float *out, uint32_t length, const float (&maximum)[kRows],
+inline void maxima_of_rows(const float *in, size_t length, float (&maximum)[kRows]) {
+  f32xn blocks[kRows];
+  for (f32xn &x : blocks) x = fill<f32xn>(kMaximumSeed);
+  size_t rest = length;
+  for (; rest >= kRowBlock; rest -= kRowBlock, in += kRowBlock) {
+    for (int row = 0; row < kRows; ++row) blocks[row] = larger_or_nan(blocks[row], largest_in_block(in + length * row));
+  }
+  f32x4 lanes[kRows];
+  for (int row = 0; row < kRows; ++row) lanes[row] = combine_lanes(blocks[row]);
+  for (; rest >= 4; rest -= 4, in += 4) {
+    for (int row = 0; row < kRows; ++row) lanes[row] = larger_or_nan(lanes[row], load<f32x4>(in + length * row));
+  }
+  for (int row = 0; row < kRows; ++row) maximum[row] = largest_lane(lanes[row]);
+  for (; rest != 0; --rest, ++in) {
+    for (int row = 0; row < kRows; ++row) maximum[row] = larger_or_nan(maximum[row], load<float>(in + length * row));
+  }
+}
+
+/// Their exponentials, and the reciprocals of the sums. A sum has one accumulator of four lanes: several rows go side by side so
+/// that their chains of additions do.
+template <int kRows>
+inline void exponentials_of_rows(const float *in, float *out, size_t length, const float (&maximum)[kRows],
                                  float (&reciprocal)[kRows]) {
   f32x4 lanes[kRows] = {};
-  uint32_t i = 0;
-  for (; i + kRowBlock <= length; i += kRowBlock) {
+  size_t rest = length;
+  for (; rest >= kRowBlock; rest -= kRowBlock, in += kRowBlock, out += kRowBlock) {
     for (int row = 0; row < kRows; ++row) {
-      const size_t at = size_t{length} * row + i;
-      RowBlock block = load_row_block(in + at);
-      for (f32xn &part : block.part) part = exponential_step(part, fill<f32xn>(maximum[row]));
+      const auto step = [&](f32xn x) { return exponential_step(x, fill<f32xn>(maximum[row])); };
+      const RowBlock block = map_row_block(load_row_block(in + length * row), step);
       lanes[row] = add_row_block(lanes[row], block);
-      store_row_block(block, out + at);
+      store_row_block(block, out + length * row);
     }
   }
-  for (; i + 4 <= length; i += 4) {
+  for (; rest >= 4; rest -= 4, in += 4, out += 4) {
     for (int row = 0; row < kRows; ++row) {
-      const size_t at = size_t{length} * row + i;
-      const f32x4 e = exponential_step(load<f32x4>(in + at), fill<f32x4>(maximum[row]));
+      const f32x4 e = exponential_step(load<f32x4>(in + length * row), fill<f32x4>(maximum[row]));
       lanes[row] = lanes[row] + e;
-      store(out + at, e);
+      store(out + length * row, e);
     }
   }
   float sum[kRows];
   for (int row = 0; row < kRows; ++row) {
-    sum[row] = 0.0f;
-    for (int k = 0; k < 4; ++k) sum[row] = sum[row] + lanes[row][k];
+    // Lane 0 is not negative: it stays what it is when 0.0f is added.
+    sum[row] = ((lanes[row][0] + lanes[row][1]) + lanes[row][2]) + lanes[row][3];
   }
-  for (; i < length; ++i) {
+  for (; rest != 0; --rest, ++in, ++out) {
     for (int row = 0; row < kRows; ++row) {
-      const size_t at = size_t{length} * row + i;
-      const float e = exponential_step(load<float>(in + at), maximum[row]);
+      const float e = exponential_step(load<float>(in + length * row), maximum[row]);
       sum[row] = sum[row] + e;
-      store(out + at, e);
+      store(out + length * row, e);
     }
   }
   for (int row = 0; row < kRows; ++row) reciprocal[row] = 1.0f / sum[row];
 }
 
-inline void multiply_row(float *row, uint32_t length, float factor) {
-  uint32_t i = 0;
-  for (; i + kRowBlock <= length; i += kRowBlock) {
-    for (uint32_t k = i; k < i + kRowBlock; k += kLanes<f32xn>) store(row + k, load<f32xn>(row + k) * fill<f32xn>(factor));
-  }
-  for (; i + 4 <= length; i += 4) store(row + i, load<f32x4>(row + i) * fill<f32x4>(factor));
-  for (; i < length; ++i) store(row + i, load<float>(row + i) * factor);
+inline void multiply_block(float *at, float factor) {
+  f32xn x[kRowBlockParts];
+  for (uint32_t k = 0; k < kRowBlockParts; ++k) x[k] = load<f32xn>(at + kLanes<f32xn> * k) * fill<f32xn>(factor);
+  for (uint32_t k = 0; k < kRowBlockParts; ++k) store(at + kLanes<f32xn> * k, x[k]);
 }
 
 template <int kRows>
-inline void softmax_of_rows_together(const float *in, float *out, uint32_t length) {
-  float maximum[kRows];
-  float reciprocal[kRows];
-  for (int row = 0; row < kRows; ++row) maximum[row] = maximum_of_row(in + size_t{length} * row, length);
-  exponentials_of_rows(in, out, length, maximum, reciprocal);
-  for (int row = 0; row < kRows; ++row) multiply_row(out + size_t{length} * row, length, reciprocal[row]);
+inline void multiply_rows(float *rows, size_t length, const float (&factor)[kRows]) {
+  size_t rest = length;
+  for (; rest >= kRowBlock; rest -= kRowBlock, rows += kRowBlock) {
+    for (int row = 0; row < kRows; ++row) multiply_block(rows + length * row, factor[row]);
+  }
+  for (; rest >= 4; rest -= 4, rows += 4) {
+    for (int row = 0; row < kRows; ++row) {
+      float *at = rows + length * row;
+      store(at, load<f32x4>(at) * fill<f32x4>(factor[row]));
+    }
+  }
+  for (; rest != 0; --rest, ++rows) {
+    for (int row = 0; row < kRows; ++row) store(rows + length * row, load<float>(rows + length * row) * factor[row]);
+  }
 }
 
-/// `rows` groups of `length` neighbours, one behind the other.
-inline void softmax_of_rows(const float *in, float *out, uint32_t rows, uint32_t length) {
-  if (length == 0) return;
-  constexpr int kTogether = 2;
-  for (; rows >= kTogether; rows -= kTogether) {
-    softmax_of_rows_together<kTogether>(in, out, length);
-    in += size_t{kTogether} * length;
-    out += size_t{kTogether} * length;
+/// Writes the exponentials of `rows` groups of `length` neighbours, one behind the other; finish(row, reciprocals) then has to
+/// multiply those of the rows from `row` on, one or more, by the reciprocals of their sums.
+template <class Finish>
+inline void exponentials_of_all_rows(const float *in, float *out, uint32_t rows, size_t length, Finish finish) {
+  constexpr uint32_t kTogether = 2;
+  const auto some_rows = [&](uint32_t row, auto &reciprocal) {
+    constexpr int kRows = std::extent_v<std::remove_reference_t<decltype(reciprocal)>>;
+    float maximum[kRows];
+    maxima_of_rows(in + length * row, length, maximum);
+    exponentials_of_rows(in + length * row, out + length * row, length, maximum, reciprocal);
+    finish(row, reciprocal);
+  };
+  uint32_t row = 0;
+  for (; rows - row >= kTogether; row += kTogether) {
+    float reciprocal[kTogether];
+    some_rows(row, reciprocal);
   }
-  if (rows != 0) softmax_of_rows_together<1>(in, out, length);
+  for (; row < rows; ++row) {
+    float reciprocal[1];
+    some_rows(row, reciprocal);
+  }
+}
+
+inline void softmax_of_rows(const float *in, float *out, uint32_t rows, size_t length) {
+  if (length == 0) return;
+  exponentials_of_all_rows(in, out, rows, length, [&](uint32_t row, const auto &reciprocal) {
+    multiply_rows(out + length * row, length, reciprocal);
+  });
 }
 
 /// Neighbouring columns in `kVectors` vectors (or single floats). Each has its own maximum, sum (in the order of the axis) and

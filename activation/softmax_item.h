@@ -6,6 +6,8 @@
 ///   Form::of(const Parm &parm, uint32_t count)            for items of `count` elements
 ///   to_floats(const T *in, float *out, uint32_t n)        n elements to floats
 ///   from_floats(const float *in, T *item, uint32_t first, uint32_t n)     n floats to the elements of an item from `first` on
+///   multiplies()                                          whether there is a form that multiplies the floats on the way:
+///   from_multiplied_floats(const float *in, float factor, T *item, uint32_t first, uint32_t n)
 #ifndef TARVU_ACTIVATION_SOFTMAX_ITEM_H
 #define TARVU_ACTIVATION_SOFTMAX_ITEM_H
 
@@ -124,23 +126,44 @@ struct Item {
       form.from_floats(from, static_cast<decltype(element) *>(out), first, n);
     });
   }
+
+  /// Their products with one factor; only if form.multiplies().
+  void write_multiplied(const float *from, float factor, uint32_t first, uint32_t n) const {
+    with_element_type(out_fmt, [&](auto element) {
+      form.from_multiplied_floats(from, factor, static_cast<decltype(element) *>(out), first, n);
+    });
+  }
 };
 
 /// Floats that are converted, computed on and converted back at one go: they stay in the first-level cache.
 constexpr uint32_t kTileFloats = 4096;
 
+/// From this length on a row is converted by itself, multiplied on the way.
+constexpr uint32_t kLongRow = 64;
+
 /// Rows by tiles: an element is read before it is written, and nothing is read after it was.
 template <class Form>
 void softmax_of_rows_by_tiles(const Item<Form> &item, const Groups &groups, float *tile) {
-  const uint32_t together = std::max(kTileFloats / std::max(groups.length, 1u), 1u);
+  const uint32_t length = groups.length;
+  if (length == 0) return;
+  const uint32_t together = std::max(kTileFloats / length, 1u);
   for (uint32_t done = 0; done < groups.planes; done += together) {
     const uint32_t rows = std::min(together, groups.planes - done);
-    const uint32_t first = done * groups.length;
-    const uint32_t n = rows * groups.length;
-    const bool writes_floats = gives_floats(item.out_fmt);
-    item.read(first, n, tile);
-    softmax_of_rows(tile, writes_floats ? static_cast<float *>(item.out) + first : tile, rows, groups.length);
-    if (!writes_floats) item.write(tile, first, n);
+    const uint32_t first = done * length;
+    item.read(first, rows * length, tile);
+    if (gives_floats(item.out_fmt)) {
+      softmax_of_rows(tile, static_cast<float *>(item.out) + first, rows, length);
+    } else if (length < kLongRow || !item.form.multiplies()) {
+      softmax_of_rows(tile, tile, rows, length);
+      item.write(tile, first, rows * length);
+    } else {
+      exponentials_of_all_rows(tile, tile, rows, length, [&](uint32_t row, const auto &reciprocal) {
+        for (const float factor : reciprocal) {
+          item.write_multiplied(tile + size_t{length} * row, factor, first + length * row, length);
+          ++row;
+        }
+      });
+    }
   }
 }
 

@@ -8,7 +8,7 @@
 #include <iterator>
 #include <limits>
 
-#include "simd/lanes.h"
+#include "simd/softmax_lanes.h"
 #include "tarvu.h"
 
 namespace tarvu {
@@ -46,113 +46,122 @@ inline constexpr int16_t g_vendor_ais_exptbl[] = {
 constexpr int kTableFracBits = 6;
 constexpr int kLastEntry = 671;
 static_assert(std::size(g_vendor_ais_exptbl) == kLastEntry + 1);
+static_assert(g_vendor_ais_exptbl[0] == 0);
 
 /// Exponential of a difference from -32768 to 0. What lies below the table is 0, as its first entry is.
 inline int16_t table_exponential(int difference) {
-  return g_vendor_ais_exptbl[std::max(difference, -kLastEntry) + kLastEntry];
+  return g_vendor_ais_exptbl[kLastEntry + std::max(difference, -kLastEntry)];
 }
 
-/// Elements brought to the table's fraction bits, in blocks: a left shift in 16 bits, or an arithmetic right shift.
-template <class V>
-V to_table_fraction_in_block(V x, int left_shift) {
-  using Element = typename LaneOf<V>::type;
-  constexpr int kMostShift = 15;  // leaves the sign
-  if constexpr (kLanes<V> == 1) {
-    const int32_t word = left_shift > 0 ? shift_left(int32_t{x}, left_shift)
-                                        : shift_right(int32_t{x}, std::min(-left_shift, kMostShift));
-    return static_cast<Element>(word);
-  } else {
-    return left_shift > 0 ? x << left_shift : x >> std::min(-left_shift, kMostShift);
+/// Brings elements to the table's fraction bits: one element or lanes of a block, and single ones at the end of a run.
+struct AsTheyAre {
+  template <class V>
+  V in_block(V x) const {
+    return x;
   }
-}
+  int16_t in_tail(int16_t x) const { return x; }
+};
 
-/// Single elements at the end of a run.
-/// Kept apart from the blocks: a left shift is a right shift by a count modulo 32 here, so with 5 fraction bits -10 gives -20
-/// in a block and -1 here.
-inline int16_t to_table_fraction_in_tail(int16_t x, int left_shift) {
-  return left_shift > 0 ? static_cast<int16_t>(shift_right(int32_t{x}, -left_shift))
-                        : to_table_fraction_in_block(x, left_shift);
-}
+/// An arithmetic shift, which drops the fraction towards minus infinity.
+struct ShiftedRight {
+  int count;  // 1 to 15, which leaves the sign
 
-/// Calls on_eight(i) and on_one(i) for the elements in blocks, and on_one_of_tail(i) for the rest: all of a tail of up to 5
+  template <class V>
+  V in_block(V x) const {
+    return static_cast<V>(x >> count);
+  }
+  int16_t in_tail(int16_t x) const { return in_block(x); }
+};
+
+/// A shift in 16 bits: what goes beyond the top is lost.
+struct ShiftedLeft {
+  int count;  // 1 to 6
+
+  template <class V>
+  V in_block(V x) const {
+    return static_cast<V>(x << count);
+  }
+  /// Kept apart from the blocks: the shift is one to the right by a count modulo 32 here, so -10 with 5 fraction bits gives -20
+  /// in a block and -1 here.
+  int16_t in_tail(int16_t x) const { return static_cast<int16_t>(shift_right(int32_t{x}, -count)); }
+};
+
+/// Calls on_eight(i), on_one(i) for the elements in blocks, and on_one_of_tail(i) for the rest: all of a tail of up to 5
 /// elements, and what follows the first 4 of a longer one.
 template <class OnEight, class OnOne, class OnOneOfTail>
-void for_each_element(uint32_t count, OnEight on_eight, OnOne on_one, OnOneOfTail on_one_of_tail) {
-  const uint32_t in_blocks = (count & ~7u) + ((count & 7) >= 6 ? 4 : 0);
-  uint32_t i = 0;
-  for (; in_blocks - i >= 8; i += 8) on_eight(i);
+inline void for_each_element(size_t count, OnEight on_eight, OnOne on_one, OnOneOfTail on_one_of_tail) {
+  const size_t in_blocks = (count & ~size_t{7}) + ((count & 7) >= 6 ? 4 : 0);
+  size_t i = 0;
+  for (; count - i >= 32; i += 32) {
+    on_eight(i);
+    on_eight(i + 8);
+    on_eight(i + 16);
+    on_eight(i + 24);
+  }
+  for (; count - i >= 8; i += 8) on_eight(i);
   for (; i < in_blocks; ++i) on_one(i);
   for (; i < count; ++i) on_one_of_tail(i);
 }
 
 /// The least and the largest of a run brought to the table's fraction bits.
 struct Range {
-  int32_t least;
-  int32_t largest;
+  int16_t least = std::numeric_limits<int16_t>::max();
+  int16_t largest = std::numeric_limits<int16_t>::min();
 };
-inline Range range_of(const int16_t *in, uint32_t count, int left_shift) {
-  constexpr int16_t kLeast = std::numeric_limits<int16_t>::min();
-  constexpr int16_t kLargest = std::numeric_limits<int16_t>::max();
-  s16x8 least = fill<s16x8>(kLargest);
-  s16x8 largest = fill<s16x8>(kLeast);
-  int16_t least_of_ones = kLargest;
-  int16_t largest_of_ones = kLeast;
+
+template <class Fraction>
+Range range_of(const int16_t *in, size_t count, Fraction fraction) {
+  Range range;
+  s16x8 least = fill<s16x8>(range.least);
+  s16x8 largest = fill<s16x8>(range.largest);
   const auto take_one = [&](int16_t x) {
-    least_of_ones = std::min(least_of_ones, x);
-    largest_of_ones = std::max(largest_of_ones, x);
+    range.least = std::min(range.least, x);
+    range.largest = std::max(range.largest, x);
   };
   for_each_element(
       count,
-      [&](uint32_t i) {
-        const s16x8 x = to_table_fraction_in_block(load<s16x8>(in + i), left_shift);
+      [&](size_t i) {
+        const s16x8 x = fraction.in_block(load<s16x8>(in + i));
         least = least < x ? least : x;
         largest = largest > x ? largest : x;
       },
-      [&](uint32_t i) { take_one(to_table_fraction_in_block(load<int16_t>(in + i), left_shift)); },
-      [&](uint32_t i) { take_one(to_table_fraction_in_tail(load<int16_t>(in + i), left_shift)); });
-  for (int k = 0; k < kLanes<s16x8>; ++k) {
-    least_of_ones = std::min<int16_t>(least_of_ones, least[k]);
-    largest_of_ones = std::max<int16_t>(largest_of_ones, largest[k]);
-  }
-  return {least_of_ones, largest_of_ones};
+      [&](size_t i) { take_one(fraction.in_block(load<int16_t>(in + i))); },
+      [&](size_t i) { take_one(fraction.in_tail(load<int16_t>(in + i))); });
+  return {std::min(range.least, least_lane(least)), std::max(range.largest, largest_lane(largest))};
 }
 
 /// The exponentials, where no difference wraps.
-inline void look_up(const int16_t *in, int16_t *out, uint32_t count, int left_shift, int32_t largest) {
+template <class Fraction>
+void look_up(const int16_t *in, int16_t *out, size_t count, Fraction fraction, int16_t largest) {
+  const auto first_entry = static_cast<int16_t>(largest - kLastEntry);
   for_each_element(
       count,
-      [&](uint32_t i) {
-        const s16x8 x = to_table_fraction_in_block(load<s16x8>(in + i), left_shift);
-        const s16x8 difference = x - static_cast<int16_t>(largest);
-        const s16x8 least = fill<s16x8>(-kLastEntry);
-        const s16x8 entry = (difference > least ? difference : least) + static_cast<int16_t>(kLastEntry);
+      [&](size_t i) {
+        const s16x8 above = fraction.in_block(load<s16x8>(in + i)) - first_entry;
+        const s16x8 entry = above > 0 ? above : s16x8{};
+        if (is_zero(entry)) {  // far below the largest, as most scores of a classifier are
+          store(out + i, s16x8{});
+          return;
+        }
         for (int k = 0; k < kLanes<s16x8>; ++k) store(out + i + k, g_vendor_ais_exptbl[entry[k]]);
       },
-      [&](uint32_t i) {
-        store(out + i, table_exponential(to_table_fraction_in_block(load<int16_t>(in + i), left_shift) - largest));
-      },
-      [&](uint32_t i) {
-        store(out + i, table_exponential(to_table_fraction_in_tail(load<int16_t>(in + i), left_shift) - largest));
-      });
+      [&](size_t i) { store(out + i, table_exponential(fraction.in_block(load<int16_t>(in + i)) - largest)); },
+      [&](size_t i) { store(out + i, table_exponential(fraction.in_tail(load<int16_t>(in + i)) - largest)); });
 }
 
 /// The differences with wrapping in 16 bits.
-inline void subtract_largest(const int16_t *in, int16_t *out, uint32_t count, int left_shift, int32_t largest) {
-  const auto subtract_from = [&](uint32_t i, int16_t x) { store(out + i, static_cast<int16_t>(x - largest)); };
-  const auto on_one = [&](uint32_t i) { subtract_from(i, to_table_fraction_in_block(load<int16_t>(in + i), left_shift)); };
-  const auto on_one_of_tail = [&](uint32_t i) {
-    subtract_from(i, to_table_fraction_in_tail(load<int16_t>(in + i), left_shift));
-  };
-  const auto on_eight = [&](uint32_t i) {
-    for (uint32_t k = i; k < i + 8; ++k) on_one(k);
-  };
-  for_each_element(count, on_eight, on_one, on_one_of_tail);
+template <class Fraction>
+void subtract(const int16_t *in, int16_t *out, size_t count, Fraction fraction, int16_t largest) {
+  for_each_element(
+      count, [&](size_t i) { store(out + i, fraction.in_block(load<s16x8>(in + i)) - largest); },
+      [&](size_t i) { store(out + i, static_cast<int16_t>(fraction.in_block(load<int16_t>(in + i)) - largest)); },
+      [&](size_t i) { store(out + i, static_cast<int16_t>(fraction.in_tail(load<int16_t>(in + i)) - largest)); });
 }
 
 /// The exponentials of differences up to the first one that wrapped above 0, which ends the run.
-inline _QX_RESULT look_up_to_wrap(int16_t *out, uint32_t count) {
+inline _QX_RESULT look_up_to_wrap(int16_t *out, size_t count) {
   constexpr int kLimit = 8191;
-  for (uint32_t i = 0; i < count; ++i) {
+  for (size_t i = 0; i < count; ++i) {
     const int difference = load<int16_t>(out + i);
     if (difference > 0) {
       std::printf("\033[1;31mERR:%s() idx %d over limit %d\r\n\033[0m", "vendor_submax_s16", difference + kLimit, kLimit);
@@ -163,17 +172,23 @@ inline _QX_RESULT look_up_to_wrap(int16_t *out, uint32_t count) {
   return QX_OK;
 }
 
-/// A run of `count` elements, which may be written over.
-inline _QX_RESULT table_softmax(const int16_t *in, int16_t *out, uint32_t count, uint8_t frac_bits) {
-  if (count == 0) return QX_OK;
-  const int left_shift = kTableFracBits - frac_bits;
-  const Range range = range_of(in, count, left_shift);
+template <class Fraction>
+_QX_RESULT table_softmax(const int16_t *in, int16_t *out, size_t count, Fraction fraction) {
+  const Range range = range_of(in, count, fraction);
   if (range.largest - range.least <= std::numeric_limits<int16_t>::max()) {
-    look_up(in, out, count, left_shift, range.largest);
+    look_up(in, out, count, fraction, range.largest);
     return QX_OK;
   }
-  subtract_largest(in, out, count, left_shift, range.largest);
+  subtract(in, out, count, fraction, range.largest);
   return look_up_to_wrap(out, count);
+}
+
+/// A run of `count` elements, which may be written over.
+inline _QX_RESULT table_softmax(const int16_t *in, int16_t *out, size_t count, uint8_t frac_bits) {
+  constexpr int kMostShift = 15;
+  if (frac_bits < kTableFracBits) return table_softmax(in, out, count, ShiftedLeft{kTableFracBits - frac_bits});
+  if (frac_bits == kTableFracBits) return table_softmax(in, out, count, AsTheyAre{});
+  return table_softmax(in, out, count, ShiftedRight{std::min(frac_bits - kTableFracBits, kMostShift)});
 }
 
 }  // namespace tarvu

@@ -3,6 +3,7 @@
 
 #include "activation/softmax_item.h"
 #include "activation/softmax_table.h"
+#include "simd/conversion.h"
 
 namespace tarvu {
 namespace {
@@ -27,6 +28,17 @@ struct FlatForm {
   template <class T>
   void from_floats(const float *in, T *item, uint32_t first, uint32_t n) const {
     Kernels<T>::from_floats(in, item + first, out_frac_bits, n, out_scale);
+  }
+  /// Where the conversion is a multiplication and no more.
+  bool multiplies() const { return out_frac_bits >= 0; }
+  template <class T>
+  void from_multiplied_floats(const float *in, float factor, T *item, uint32_t first, uint32_t n) const {
+    const float multiplier = multiplier_from_float(out_frac_bits, out_scale);
+    floats_to_integers<T>(in, item + first, n, [=](auto x) {
+      using V = decltype(x);
+      const V product = x * fill<V>(factor);
+      return product * fill<V>(multiplier);
+    });
   }
 };
 

@@ -35,6 +35,9 @@ struct ZeroPointForm {
     floats_to_zero_point_in_block<T>(in, item + first, blocked, zero_point, out_multiplier);
     floats_to_zero_point_in_tail<T>(in + blocked, item + first + blocked, n - blocked, zero_point, out_multiplier);
   }
+  static constexpr bool multiplies() { return false; }
+  template <class T>
+  void from_multiplied_floats(const float *, float, T *, uint32_t, uint32_t) const {}
 };
 
 }  // namespace

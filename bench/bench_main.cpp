@@ -118,6 +118,7 @@ int main(int argc, char **argv) {
 
   std::vector<bench::Workload> suite;
   bench::add_convert_workloads(suite);
+  bench::add_softmax_workloads(suite);
   bench::add_tensor_workloads(suite);
 
   FILE *out = take_standard_output();
