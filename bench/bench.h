@@ -48,6 +48,7 @@ void add_detection_workloads(std::vector<Workload> &suite);
 void add_select_workloads(std::vector<Workload> &suite);
 void add_norm_workloads(std::vector<Workload> &suite);
 void add_eltwise_workloads(std::vector<Workload> &suite);
+void add_softmax_workloads(std::vector<Workload> &suite);
 void add_tensor_workloads(std::vector<Workload> &suite);
 
 /// Zeroed memory on a cache line of its own.

@@ -124,6 +124,7 @@ int main(int argc, char **argv) {
   bench::add_select_workloads(suite);
   bench::add_norm_workloads(suite);
   bench::add_eltwise_workloads(suite);
+  bench::add_softmax_workloads(suite);
   bench::add_tensor_workloads(suite);
 
   FILE *out = take_standard_output();
