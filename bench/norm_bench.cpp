@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cmath>
 #include <cstddef>
 
@@ -10,6 +9,13 @@ namespace {
 
 void plain_to_floats(const int8_t *__restrict in, float *__restrict out, size_t count, float multiplier) {
   for (size_t i = 0; i < count; ++i) out[i] = static_cast<float>(in[i]) * multiplier;
+}
+
+/// Without a branch, which random data would mispredict.
+int8_t plain_saturate(float y) {
+  y = y < -128.0f ? -128.0f : y;
+  y = y > 127.0f ? 127.0f : y;
+  return static_cast<int8_t>(static_cast<int32_t>(y));
 }
 
 /// Plane by plane, with exact roots.
@@ -24,8 +30,7 @@ void plain_norm_by_position(const int8_t *__restrict in, int8_t *__restrict out,
   for (size_t p = 0; p < plane; ++p) factors[p] = 1.0f / std::sqrt(factors[p]);
   for (size_t c = 0; c < channels; ++c) {
     for (size_t p = 0; p < plane; ++p) {
-      const float y = floats[c * plane + p] * (scales[c] * factors[p]) * out_multiplier;
-      out[c * plane + p] = static_cast<int8_t>(std::clamp(y, -128.0f, 127.0f));
+      out[c * plane + p] = plain_saturate(floats[c * plane + p] * (scales[c] * factors[p]) * out_multiplier);
     }
   }
 }
@@ -46,8 +51,8 @@ void plain_layernorm(const int8_t *__restrict in, int8_t *__restrict out, const 
     const double inverse = 1.0 / std::sqrt(square_sum / static_cast<double>(width) + eps);
     for (size_t i = 0; i < width; ++i) {
       const auto normalised = static_cast<float>((static_cast<double>(floats[i]) - mean) * inverse);
-      const float y = std::clamp((normalised * gamma[i] + beta[i]) * out_multiplier, -128.0f, 127.0f);
-      out[i] = static_cast<int8_t>(y > 0.0f ? y + 0.5f : y - 0.5f);
+      const float y = (normalised * gamma[i] + beta[i]) * out_multiplier;
+      out[i] = plain_saturate(y + std::copysign(0.5f, y));
     }
   }
 }
