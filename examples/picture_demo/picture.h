@@ -1,0 +1,24 @@
+/// \file picture.h
+/// Picture files in and out.
+#ifndef TARVU_EXAMPLES_PICTURE_DEMO_PICTURE_H
+#define TARVU_EXAMPLES_PICTURE_DEMO_PICTURE_H
+
+#include <string>
+
+#include "demo.h"
+
+namespace demo {
+
+/// Reads a PNG, JPEG or binary PPM file as interleaved bytes: width 3 (red, green, blue), height the columns, channel the lines
+/// of the picture.
+Tensor load_picture(const std::string &path);
+
+/// Writes interleaved bytes as load_picture() gives them.
+void save_picture(const std::string &path, const Tensor &interleaved);
+
+/// Writes planes, one below the other, as grey values.
+void save_planes(const std::string &path, const Tensor &planes);
+
+}  // namespace demo
+
+#endif  // TARVU_EXAMPLES_PICTURE_DEMO_PICTURE_H
