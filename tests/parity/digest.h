@@ -55,6 +55,7 @@ class Report {
 /// from support::Random with seeds of their own, and no entry depends on another, so that one added leaves the rest
 /// as they are.
 void add_convert_cases(Report &report);
+void add_softmax_cases(Report &report);
 void add_tensor_cases(Report &report);
 
 }  // namespace parity
