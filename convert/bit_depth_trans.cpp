@@ -20,9 +20,26 @@ void from_floats(const float *source, T *destination, int frac_bits, uint32_t co
                         [=](auto x) { return (x + fill<decltype(x)>(bias)) * fill<decltype(x)>(multiplier); });
 }
 
+/// Converts with a multiplier of 2^-1 to 2^-8 folded into the conversion, the commonest formats of 8-bit elements. Returns false
+/// with nothing done for any other multiplier.
+template <class T, int... fraction_bits>
+bool to_float_fractions(const T *source, float *destination, uint32_t count, float multiplier,
+                        std::integer_sequence<int, fraction_bits...>) {
+  const auto with = [=]<int bits>(std::integral_constant<int, bits>) {
+    if (multiplier * static_cast<float>(1 << bits) != 1.0f) return false;
+    integers_to_floats<T>(source, destination, count, [](auto x) { return to_f32_fraction<bits>(x); });
+    return true;
+  };
+  return (with(std::integral_constant<int, fraction_bits + 1>{}) || ...);
+}
+
 template <class T>
 void to_floats(const T *source, float *destination, int frac_bits, uint32_t count, float scale) {
   const float multiplier = multiplier_to_float(frac_bits, scale);
+  if constexpr (kConvertsFractionsAtOnce && sizeof(T) == 1) {
+    constexpr std::make_integer_sequence<int, 8> kFractions;
+    if (to_float_fractions<T>(source, destination, count, multiplier, kFractions)) return;
+  }
   integers_to_floats<T>(source, destination, count, [=](auto x) {
     const auto as_float = to_f32(x);
     return as_float * fill<std::remove_cv_t<decltype(as_float)>>(multiplier);

@@ -139,7 +139,8 @@ inline float round_in_tail(float y, uint32_t code) {
 /// Whole blocks by a code known to the compiler.
 template <class T, RoundingCode code>
 void convert_blocks(const float *source, T *destination, uint32_t count, float multiplier) {
-  floats_to_integers<T>(source, destination, count, [=](auto x) {
+  constexpr int kUnrolled = code == kHalfAway ? 4 : 1;  // the code that layer normalisation uses
+  floats_to_integers<T, kUnrolled>(source, destination, count, [=](auto x) {
     using V = decltype(x);
     const V y = x * fill<V>(multiplier);
     return round_in_block(smaller(larger(y, fill<V>(kLeast<T>)), fill<V>(kMost<T>)), code);

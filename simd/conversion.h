@@ -213,7 +213,8 @@ inline void load_words(const T *from, WordLanesOf<T> (&words)[2]) {
 #endif
 
 /// to[i] = towards zero of step(from[i]), saturated; NaN gives 0. `step` maps floats to floats, one or f32xn at a time.
-template <class T, class Step>
+/// `unrolled` blocks are converted a turn.
+template <class T, int unrolled = 4, class Step>
 inline void floats_to_integers(const float *from, T *to, uint32_t count, Step step) {
 #if TARVU_NEON || TARVU_AVX2
   const auto block = [&](const float *source, T *destination) {
@@ -221,12 +222,16 @@ inline void floats_to_integers(const float *from, T *to, uint32_t count, Step st
     for (int k = 0; k < kBlockVectors; ++k) floats[k] = step(load<f32xn>(source + kLanes<f32xn> * k));
     store_converted<T>(floats, destination);
   };
-  for (; count >= 64; count -= 64, from += 64, to += 64) {
-    for (int k = 0; k < 64; k += kConversionBlock) block(from + k, to + k);
+  constexpr int kTurn = unrolled * kConversionBlock;
+  for (; unrolled > 1 && count >= kTurn; count -= kTurn, from += kTurn, to += kTurn) {
+    for (int k = 0; k < kTurn; k += kConversionBlock) block(from + k, to + k);
   }
   for (; count >= 16; count -= 16, from += 16, to += 16) block(from, to);
 #endif
-  for (uint32_t k = 0; k < count; ++k) store(to + k, to_integer<T>(step(load<float>(from + k))));
+  for (uint32_t k = 0; k < count; ++k) {
+    keep_scalar();
+    store(to + k, to_integer<T>(step(load<float>(from + k))));
+  }
 }
 
 /// to[i] = step(from[i]) saturated: `step` maps floats to words of T (one or f32xn at a time).
@@ -244,7 +249,10 @@ inline void floats_to_words_to_integers(const float *from, T *to, uint32_t count
   }
   for (; count >= 16; count -= 16, from += 16, to += 16) block(from, to);
 #endif
-  for (uint32_t k = 0; k < count; ++k) store(to + k, saturate<T>(step(load<float>(from + k))));
+  for (uint32_t k = 0; k < count; ++k) {
+    keep_scalar();
+    store(to + k, saturate<T>(step(load<float>(from + k))));
+  }
 }
 
 /// to[i] = step(word of from[i]): `step` maps words (signed or unsigned as T is, one or as many as f32xn has) to floats.
@@ -263,7 +271,10 @@ inline void integers_to_floats(const T *from, float *to, uint32_t count, Step st
   }
   for (; count >= 16; count -= 16, from += 16, to += 16) block(from, to);
 #endif
-  for (uint32_t k = 0; k < count; ++k) store(to + k, step(static_cast<WordOf<T>>(load<T>(from + k))));
+  for (uint32_t k = 0; k < count; ++k) {
+    keep_scalar();
+    store(to + k, step(static_cast<WordOf<T>>(load<T>(from + k))));
+  }
 }
 
 }  // namespace tarvu

@@ -30,6 +30,9 @@
 
 namespace tarvu {
 
+/// In the body of a loop over less than a block: keeps the compiler from building lanes for it, which would never run.
+inline void keep_scalar() { __asm__ volatile(""); }
+
 /// An element at any address, of any effective type: tensors are the caller's bytes.
 template <class T>
 struct [[gnu::packed, gnu::may_alias]] Unaligned {

@@ -103,12 +103,20 @@ inline void transpose(const uint8_t *from, size_t from_step, uint8_t *to, size_t
     return;
   }
   // Blocks at the lower and right edges are moved back to lie inside; what they write twice is the same.
-  for (uint32_t r = 0; r < rows; r += kSide) {
+  const auto block_at = [=](uint32_t r, uint32_t c) {
     const uint32_t row = r + kSide <= rows ? r : rows - kSide;
+    const uint32_t column = c + kSide <= columns ? c : columns - kSide;
+    transpose_block<Lanes>(from + row * from_step + column * sizeof(Element), from_step,
+                           to + column * to_step + row * sizeof(Element), to_step);
+  };
+  // The shorter side inside, so that the lines of both tensors are still in the cache when the next block needs their rest.
+  if (columns <= rows) {
+    for (uint32_t r = 0; r < rows; r += kSide) {
+      for (uint32_t c = 0; c < columns; c += kSide) block_at(r, c);
+    }
+  } else {
     for (uint32_t c = 0; c < columns; c += kSide) {
-      const uint32_t column = c + kSide <= columns ? c : columns - kSide;
-      transpose_block<Lanes>(from + row * from_step + column * sizeof(Element), from_step,
-                             to + column * to_step + row * sizeof(Element), to_step);
+      for (uint32_t r = 0; r < rows; r += kSide) block_at(r, c);
     }
   }
 }

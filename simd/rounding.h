@@ -49,6 +49,28 @@ inline float to_f32(uint32_t x) { return static_cast<float>(x); }
 inline f32x4 to_f32(s32x4 x) { return __builtin_convertvector(x, f32x4); }
 inline f32x4 to_f32(u32x4 x) { return __builtin_convertvector(x, f32x4); }
 
+/// x * 2^-fraction_bits in one operation, for a fraction of 1 to 32 bits; exact where x has no more than 24 significant bits.
+/// One instruction on Arm; elsewhere no faster than a conversion and a product.
+inline constexpr bool kConvertsFractionsAtOnce = TARVU_NEON;
+template <int fraction_bits>
+inline float to_f32_fraction(int32_t x) {
+  return to_f32(x) * (1.0f / static_cast<float>(uint64_t{1} << fraction_bits));
+}
+template <int fraction_bits>
+inline float to_f32_fraction(uint32_t x) {
+  return to_f32(x) * (1.0f / static_cast<float>(uint64_t{1} << fraction_bits));
+}
+#if TARVU_NEON
+template <int fraction_bits>
+inline f32x4 to_f32_fraction(s32x4 x) {
+  return vcvtq_n_f32_s32(x, fraction_bits);
+}
+template <int fraction_bits>
+inline f32x4 to_f32_fraction(u32x4 x) {
+  return vcvtq_n_f32_u32(x, fraction_bits);
+}
+#endif
+
 #if TARVU_NEON
 inline f32x4 round_down(f32x4 x) { return vrndmq_f32(x); }
 inline f32x4 round_up(f32x4 x) { return vrndpq_f32(x); }

@@ -91,11 +91,11 @@ template <class In, class Out>
 inline void narrow_block(const uint8_t *from, uint8_t *to, int shift) {
   typedef In Words __attribute__((vector_size(32)));
   typedef Out Narrow __attribute__((vector_size(16)));
-  const Words least = Words{} + std::numeric_limits<Out>::min();
-  const Words most = Words{} + std::numeric_limits<Out>::max();
+  const Words least = fill<Words>(std::numeric_limits<Out>::min());
+  const Words most = fill<Words>(std::numeric_limits<Out>::max());
   Words words = load<Words>(from) >> std::clamp(-shift, 0, 15);
   words = words < least ? least : words > most ? most : words;
-  words *= static_cast<In>(1 << std::clamp(shift, 0, 8));
+  words *= fill<Words>(static_cast<In>(1 << std::clamp(shift, 0, 8)));
   words = words < least ? least : words > most ? most : words;
   store(to, __builtin_convertvector(words, Narrow));
 }
@@ -110,17 +110,17 @@ inline void shift_bytes_block(const uint8_t *from, uint8_t *to, int shift) {
   constexpr int kLeast = std::numeric_limits<T>::min();
   const auto x = load<Bytes>(from);
   if (shift >= 0) {
-    const Raw kept = Raw{} + static_cast<uint8_t>(0xFF << shift);
+    const Raw kept = fill<Raw>(static_cast<uint8_t>(0xFF << shift));
     const Bytes moved = Bytes(Raw(Words(x) << shift) & kept);
-    const Bytes high = Bytes{} + static_cast<T>(kMost >> shift);
-    const Bytes low = Bytes{} + static_cast<T>(kLeast >> shift);
-    store(to, x > high ? Bytes{} + static_cast<T>(kMost) : x < low ? Bytes{} + static_cast<T>(kLeast) : moved);
+    const Bytes high = fill<Bytes>(static_cast<T>(kMost >> shift));
+    const Bytes low = fill<Bytes>(static_cast<T>(kLeast >> shift));
+    store(to, x > high ? fill<Bytes>(static_cast<T>(kMost)) : x < low ? fill<Bytes>(static_cast<T>(kLeast)) : moved);
   } else {
     // The offset -kLeast makes the values non-negative, so that a logical shift does for both signednesses.
-    const Raw offset = Raw{} + static_cast<uint8_t>(-kLeast);
-    const Raw kept = Raw{} + static_cast<uint8_t>(0xFF >> -shift);
+    const Raw offset = fill<Raw>(static_cast<uint8_t>(-kLeast));
+    const Raw kept = fill<Raw>(static_cast<uint8_t>(0xFF >> -shift));
     const Raw moved = Raw(Words(Raw(x) + offset) >> -shift) & kept;
-    store(to, moved - (Raw{} + static_cast<uint8_t>(-kLeast >> -shift)));
+    store(to, moved - fill<Raw>(static_cast<uint8_t>(-kLeast >> -shift)));
   }
 }
 #endif
@@ -157,12 +157,10 @@ inline void shift_and_clamp_run(const uint8_t *from, uint8_t *to, uint32_t count
   const auto *source = reinterpret_cast<const Unaligned<In> *>(from);
   auto *destination = reinterpret_cast<Unaligned<Out> *>(to);
   const uint32_t rest = count - i;
-  if (shift >= 0) {
-    TARVU_INDEPENDENT_ITERATIONS
-    for (uint32_t k = 0; k < rest; ++k) destination[k].value = shift_and_clamp<In, Out>(source[k].value, shift);
-  } else {
-    TARVU_INDEPENDENT_ITERATIONS
-    for (uint32_t k = 0; k < rest; ++k) destination[k].value = shift_and_clamp<In, Out>(source[k].value, shift);
+  TARVU_INDEPENDENT_ITERATIONS
+  for (uint32_t k = 0; k < rest; ++k) {
+    if constexpr (TARVU_NEON) keep_scalar();
+    destination[k].value = shift_and_clamp<In, Out>(source[k].value, shift);
   }
 }
 

@@ -147,7 +147,8 @@ void move_run(const _NN_PERMUTE_PARM &parm, const uint8_t *from, uint8_t *to, ui
     tarvu_convert_fmt_c(from, to, count, &parm.in_fmt, &parm.out_fmt, &parm.in_scale, &parm.out_scale);
   } else if (from != to) {
     const int element_bytes = shift_right(width_bits(parm.in_fmt), 3);
-    std::memcpy(to, from, static_cast<size_t>(element_bytes) * count);
+    // The identity within one tensor may move lines onto each other.
+    std::memmove(to, from, static_cast<size_t>(element_bytes) * count);
   }
 }
 

@@ -153,6 +153,13 @@ TEST(FcPost, ReadsEachElementType) {
   EXPECT_EQ((std::vector<int32_t>{kLeast, kMost}), words(r, {kLeast, kMost}));
 }
 
+TEST(FcPost, BitCountsAreAddedUpModulo256) {
+  Requantisation r;
+  r.in_fmt = {-128, -120, 0, 0};   // 8, unsigned
+  r.out_fmt = {-128, -113, 1, 0};  // 16, signed
+  EXPECT_EQ((std::vector<int16_t>{0, 200, 255}), (requantise<uint8_t, int16_t>(r, {0, 200, 255})));
+}
+
 TEST(FcPost, ALeftShiftWrapsBeforeTheSaturation) {
   Requantisation r;
   r.mul_a = scale(1, -60);
