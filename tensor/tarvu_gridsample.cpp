@@ -79,27 +79,26 @@ class NearCorners {
   ptrdiff_t down_;
 };
 
-/// The corners of any points.
+/// The corners of any point.
+/// Kept: positions count in 16 bits, so that the neighbour of the last pixel that they reach is the first one.
+Corners corners_of(const Walk &walk, const uint8_t *image, uint16_t x, uint16_t y) {
+  const auto next = [](uint16_t position) { return ptrdiff_t{static_cast<uint16_t>(position + 1)}; };
+  const auto pixel = static_cast<ptrdiff_t>(walk.in_pixel);
+  const auto row = static_cast<ptrdiff_t>(walk.in_row);
+  return {image + y * row + x * pixel, (next(x) - x) * pixel, (next(y) - y) * row};
+}
+
 class FarCorners {
  public:
-  FarCorners(const Walk &walk, const Positions &positions)
-      : positions_(positions),
-        pixel_(static_cast<ptrdiff_t>(walk.in_pixel)),
-        row_(static_cast<ptrdiff_t>(walk.in_row)) {}
+  FarCorners(const Walk &walk, const Positions &positions) : walk_(walk), positions_(positions) {}
 
   Corners of(const uint8_t *image, int point) const {
-    const ptrdiff_t x = positions_.x[point];
-    const ptrdiff_t y = positions_.y[point];
-    return {image + y * row_ + x * pixel_, (next(x) - x) * pixel_, (next(y) - y) * row_};
+    return corners_of(walk_, image, positions_.x[point], positions_.y[point]);
   }
 
  private:
-  /// Kept: in 16 bits, so that the neighbour of the last pixel that they count is the first one.
-  static ptrdiff_t next(ptrdiff_t position) { return static_cast<uint16_t>(position + 1); }
-
-  Positions positions_;
-  ptrdiff_t pixel_;
-  ptrdiff_t row_;
+  const Walk &walk_;
+  const Positions &positions_;
 };
 
 /// The arithmetic of a block: 16-bit lanes that wrap.
@@ -224,9 +223,9 @@ void sample_in_tail(const Walk &walk, const Formats &formats, const uint8_t *gri
   const auto x = static_cast<uint16_t>(grid[0] * walk.last_column);
   const auto y = static_cast<uint16_t>(grid[1] * walk.last_row);
   const auto whole = [&](uint32_t position) {
-    return u16x8{static_cast<uint16_t>(shift_right(position, formats.grid_frac_bits))};
+    return static_cast<uint16_t>(shift_right(position, formats.grid_frac_bits));
   };
-  Corners corners = FarCorners(walk, {whole(x), whole(y), {}, {}}).of(image, 0);
+  Corners corners = corners_of(walk, image, whole(x), whole(y));
   const auto x_fraction = static_cast<uint16_t>(x & formats.fraction_mask);
   const auto y_fraction = static_cast<uint16_t>(y & formats.fraction_mask);
   for (uint32_t c = 0; c < walk.channels; ++c) {
