@@ -42,6 +42,7 @@ struct Workload {
 
 /// One function per subsystem, in <subsystem>_bench.cpp.
 void add_convert_workloads(std::vector<Workload> &suite);
+void add_resample_workloads(std::vector<Workload> &suite);
 void add_tensor_workloads(std::vector<Workload> &suite);
 
 /// Zeroed memory on a cache line of its own.

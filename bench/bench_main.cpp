@@ -119,6 +119,7 @@ int main(int argc, char **argv) {
   std::vector<bench::Workload> suite;
   bench::add_convert_workloads(suite);
   bench::add_tensor_workloads(suite);
+  bench::add_resample_workloads(suite);
 
   FILE *out = take_standard_output();
   pin_to_one_processor();

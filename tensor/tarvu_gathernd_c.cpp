@@ -1,7 +1,9 @@
 // Copies slices of a tensor that tuples of coordinates address.
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <type_traits>
 
 #include "frame/tarvu_util.h"
 #include "simd/conversion.h"
@@ -11,7 +13,7 @@ namespace tarvu {
 namespace {
 
 constexpr uint32_t kRank = 4;
-constexpr uint32_t kTuplesAtOnce = 256;
+constexpr uint32_t kTuplesAtOnce = 512;
 
 /// Slowest dimension first, 0 for a dimension that the tensor lacks.
 struct Shape {
@@ -76,12 +78,14 @@ void find_offsets_by_count(const int32_t *indices, const uint32_t *strides, uint
 template <class Element>
 void move_elements(const uint8_t *from, uint8_t *to, const uint32_t *offsets, uint32_t count) {
   const auto *source = reinterpret_cast<const Unaligned<Element> *>(from);
-  constexpr uint32_t kBlock = 8;
-  uint32_t t = 0;
-  for (; count - t >= kBlock; t += kBlock, to += kBlock * sizeof(Element)) {
-    for (uint32_t k = 0; k < kBlock; ++k) store(to + k * sizeof(Element), source[offsets[t + k]].value);
+  constexpr uint32_t kBlock = 16;
+  const uint32_t *const end = offsets + count;
+  for (; end - offsets >= kBlock; offsets += kBlock, to += kBlock * sizeof(Element)) {
+    Element moved[kBlock];
+    for (uint32_t k = 0; k < kBlock; ++k) moved[k] = source[offsets[k]].value;
+    for (uint32_t k = 0; k < kBlock; ++k) store(to + k * sizeof(Element), moved[k]);
   }
-  for (; t < count; ++t, to += sizeof(Element)) store(to, source[offsets[t]].value);
+  for (; offsets != end; ++offsets, to += sizeof(Element)) store(to, source[*offsets].value);
 }
 
 template <class Element>

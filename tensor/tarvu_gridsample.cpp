@@ -1,5 +1,6 @@
 // Resamples an image at the positions of a grid: bilinear, in integers.
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 

@@ -1,11 +1,12 @@
 // Expands class indices along a new axis.
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
 #include "convert/format_entry.h"
 #include "frame/tarvu_util.h"
-#include "simd/processor.h"
+#include "simd/conversion.h"
 
 namespace tarvu {
 namespace {
@@ -40,12 +41,20 @@ void find_positions(const _NN_ONEHOT_PARM &parm, const uint8_t *column, Lines li
   float indices[kIndicesAtOnce] = {};
   with_element_type(parm.in_fmt, [&](auto element) {
     using Index = decltype(element);
-    Index elements[kIndicesAtOnce];
-    for (uint32_t i = 0; i < lines.count; ++i) elements[i] = load<Index>(column + (lines.first + i) * parm.in_line_ofs);
+    Index gathered[kIndicesAtOnce];
+    const void *elements = column + lines.first * parm.in_line_ofs;
+    if (parm.in_line_ofs != sizeof(Index)) {
+      for (uint32_t i = 0; i < lines.count; ++i)
+        gathered[i] = load<Index>(column + (lines.first + i) * parm.in_line_ofs);
+      elements = gathered;
+    }
     tarvu_fixtofloat_neon(elements, indices, lines.count, &parm.in_fmt, &parm.in_scale);
   });
   const auto depth = static_cast<float>(parm.depth);
-  for (uint32_t i = 0; i < lines.count; ++i) positions[i] = to_s32(indices[i] < 0.0f ? indices[i] + depth : indices[i]);
+  floats_to_integers<int32_t>(indices, positions, lines.count, [=](auto x) {
+    using Floats = decltype(x);
+    return x < Floats{} ? x + fill<Floats>(depth) : x;
+  });
 }
 
 template <class Element>
@@ -70,26 +79,28 @@ class Rows {
 
   /// Writes the rows of a run of indices whose column starts at `to`.
   void write(uint8_t *to, Lines lines, const int32_t *positions) const {
-    if (is_one_run_) fill_run(row(to, lines.first), values_.off, size_t{lines.count} * static_cast<uint32_t>(depth_));
+    if (is_one_run_) return write_one_run(row(to, lines.first), lines.count, positions);
     for (uint32_t i = 0; i < lines.count; ++i) {
-      if (is_dense_) {
-        write_dense_row(row(to, lines.first + i), positions[i]);
-      } else {
-        write_row(row(to, lines.first + i), positions[i]);
-      }
+      uint8_t *own = row(to, lines.first + i);
+      is_dense_ ? write_one_run(own, 1, positions + i) : write_steps(own, positions[i]);
     }
   }
 
  private:
   uint8_t *row(uint8_t *to, uint32_t line) const { return to + line * steps_.height; }
 
-  void write_dense_row(uint8_t *to, int32_t position) const {
-    if (!is_one_run_) fill_run(to, values_.off, static_cast<uint32_t>(depth_));
-    if (position >= 0 && position < depth_) store(to + static_cast<uint32_t>(position) * sizeof(Element), values_.on);
+  /// Rows back to back.
+  void write_one_run(uint8_t *to, uint32_t rows, const int32_t *positions) const {
+    const auto depth = static_cast<uint32_t>(depth_);
+    fill_run(to, values_.off, size_t{rows} * depth);
+    for (uint32_t i = 0; i < rows; ++i, to += depth * sizeof(Element)) {
+      const auto position = static_cast<uint32_t>(positions[i]);
+      if (position < depth) store(to + position * sizeof(Element), values_.on);
+    }
   }
 
   /// Kept: the position is counted in 16 bits, so that a depth beyond them never ends.
-  void write_row(uint8_t *to, int32_t position) const {
+  void write_steps(uint8_t *to, int32_t position) const {
     for (uint16_t d = 0; d < depth_; ++d) store(to + d * steps_.depth, d == position ? values_.on : values_.off);
   }
 
