@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <type_traits>
+#include <utility>
 
 #include "frame/tarvu_util.h"
 #include "simd/bilinear.h"
@@ -11,6 +13,12 @@ namespace tarvu {
 namespace {
 
 constexpr uint32_t kBlock = 8;  // points of a block, and channels of a group
+
+/// How far the image steps, in bytes.
+struct ImageSteps {
+  size_t pixel;
+  size_t row;
+};
 
 /// What both layouts share: where the tensors start and how far they step, in bytes.
 struct Walk {
@@ -25,8 +33,7 @@ struct Walk {
   uint32_t last_row;     // of the input, modulo 2^16
   size_t in_batch;
   size_t in_channel;
-  size_t in_row;
-  size_t in_pixel;
+  ImageSteps in_steps;
   size_t out_batch;
   size_t out_channel;
   size_t out_row;
@@ -48,7 +55,8 @@ Formats formats_of(const _NN_GRIDSAMPLE_PARM &parm) {
   return {grid, parm.in_fmt.frac_bits + grid - parm.out_fmt.frac_bits, mask};
 }
 
-/// Positions of eight points: the pixel to the upper left of each, and how far they lie behind it.
+/// Positions of eight points: the pixel to the upper left of each, and how far they lie behind it, as factors of the
+/// terms that are shifted.
 struct Positions {
   u16x8 x;
   u16x8 y;
@@ -66,41 +74,28 @@ struct Corners {
 /// The corners of points whose offsets in the image fit 32 bits and which have a row and a column behind them.
 class NearCorners {
  public:
-  NearCorners(const Walk &walk, const Positions &positions)
-      : offsets_(sum_of_products(positions.y, static_cast<uint32_t>(walk.in_row), positions.x,
-                                 static_cast<uint32_t>(walk.in_pixel))),
-        right_(static_cast<ptrdiff_t>(walk.in_pixel)),
-        down_(static_cast<ptrdiff_t>(walk.in_row)) {}
+  NearCorners(const ImageSteps &steps, const Positions &positions)
+      : offsets_(sum_of_products(positions.y, static_cast<uint32_t>(steps.row), positions.x,
+                                 static_cast<uint32_t>(steps.pixel))),
+        steps_(steps) {}
 
-  Corners of(const uint8_t *image, int point) const { return {image + offsets_[point], right_, down_}; }
+  Corners of(const uint8_t *image, int point) const {
+    return {image + offsets_[point], static_cast<ptrdiff_t>(steps_.pixel), static_cast<ptrdiff_t>(steps_.row)};
+  }
 
  private:
   EightWords offsets_;
-  ptrdiff_t right_;
-  ptrdiff_t down_;
+  ImageSteps steps_;
 };
 
 /// The corners of any point.
 /// Kept: positions count in 16 bits, so that the neighbour of the last pixel that they reach is the first one.
-Corners corners_of(const Walk &walk, const uint8_t *image, uint16_t x, uint16_t y) {
+Corners corners_of(const ImageSteps &steps, const uint8_t *image, uint16_t x, uint16_t y) {
   const auto next = [](uint16_t position) { return ptrdiff_t{static_cast<uint16_t>(position + 1)}; };
-  const auto pixel = static_cast<ptrdiff_t>(walk.in_pixel);
-  const auto row = static_cast<ptrdiff_t>(walk.in_row);
+  const auto pixel = static_cast<ptrdiff_t>(steps.pixel);
+  const auto row = static_cast<ptrdiff_t>(steps.row);
   return {image + y * row + x * pixel, (next(x) - x) * pixel, (next(y) - y) * row};
 }
-
-class FarCorners {
- public:
-  FarCorners(const Walk &walk, const Positions &positions) : walk_(walk), positions_(positions) {}
-
-  Corners of(const uint8_t *image, int point) const {
-    return corners_of(walk_, image, positions_.x[point], positions_.y[point]);
-  }
-
- private:
-  const Walk &walk_;
-  const Positions &positions_;
-};
 
 /// The arithmetic of a block: 16-bit lanes that wrap.
 class BlendInBlock {
@@ -114,87 +109,142 @@ class BlendInBlock {
         scaling_(formats.scaling) {}
 
   Positions positions(const uint8_t *grid) const {
-    const auto pairs = load<u16x8>(grid);  // x in the low byte
-    const u16x8 x = (pairs & 0xFF) * last_column_;
-    const u16x8 y = (pairs >> 8) * last_row_;
-    return {to_whole_.as_unsigned(x), to_whole_.as_unsigned(y), x & fraction_mask_, y & fraction_mask_};
+    const auto [x, y] = multiply_pairs(grid, last_column_, last_row_);
+    return {to_whole_.of_unsigned(x), to_whole_.of_unsigned(y), to_whole_.factor(x & fraction_mask_),
+            scaling_.factor(y & fraction_mask_)};
   }
 
-  /// Between two neighbours of a row. `Bytes` are eight bytes, or eight bytes widened already.
-  template <class Bytes>
-  u16x8 across(Bytes left, Bytes right, u16x8 x_fraction) const {
-    return sum(to_whole_.as_signed(difference(right, left) * x_fraction), left);
+  /// Between two neighbours of a row. `Bytes` are eight bytes, or eight bytes widened already; `Fraction` is that of each
+  /// lane, or one for all.
+  template <class Bytes, class Fraction>
+  u16x8 across(Bytes left, Bytes right, Fraction x_fraction) const {
+    return sum(to_whole_.of_product(difference(right, left) * x_fraction), left);
   }
 
   /// Between two rows.
   /// Kept: anchored on the lower row, which alone is not scaled to the output.
-  u16x8 down(u16x8 upper, u16x8 lower, u16x8 y_fraction) const {
-    return lower + scaling_.as_signed((upper - lower) * y_fraction);
+  template <class Fraction>
+  u16x8 down(u16x8 upper, u16x8 lower, Fraction y_fraction) const {
+    return lower + scaling_.of_product((upper - lower) * y_fraction);
   }
 
  private:
-  uint16_t last_column_;
-  uint16_t last_row_;
+  uint8_t last_column_;
+  uint8_t last_row_;
   uint16_t fraction_mask_;
   LaneShift to_whole_;
   LaneShift scaling_;
 };
 
 /// Eight bytes at each corner of one point.
-template <class Byte>
-u16x8 blend_bytes(const BlendInBlock &blend, Corners corners, uint16_t x_fraction, uint16_t y_fraction) {
+template <class Byte, class Fraction>
+u16x8 blend_bytes(const BlendInBlock &blend, Corners corners, Fraction x_fraction, Fraction y_fraction) {
   using Bytes = EightBytes<Byte>;
   const uint8_t *top = corners.top_left;
   const uint8_t *bottom = top + corners.down;
-  const u16x8 x = fill<u16x8>(x_fraction);
-  const u16x8 upper = blend.across(load<Bytes>(top), load<Bytes>(top + corners.right), x);
-  const u16x8 lower = blend.across(load<Bytes>(bottom), load<Bytes>(bottom + corners.right), x);
-  return blend.down(upper, lower, fill<u16x8>(y_fraction));
+  const u16x8 upper = blend.across(load<Bytes>(top), load<Bytes>(top + corners.right), x_fraction);
+  const u16x8 lower = blend.across(load<Bytes>(bottom), load<Bytes>(bottom + corners.right), x_fraction);
+  return blend.down(upper, lower, y_fraction);
 }
 
-/// Eight points of one channel, the four neighbours of each side by side in the two rows.
+/// The blocks of a row of a lone plane, whose points stand in the lanes. `row_bytes` are the image's.
 template <class Byte>
-u8x8 blend_points(const BlendInBlock &blend, const NearCorners &corners, const Positions &positions,
-                  const uint8_t *image) {
-  u16x8 top{};
-  u16x8 bottom{};
-  for (int k = 0; k < static_cast<int>(kBlock); ++k) {
-    const Corners own = corners.of(image, k);
-    top[k] = load<uint16_t>(own.top_left);
-    bottom[k] = load<uint16_t>(own.top_left + own.down);
+void sample_plane_row(const BlendInBlock &blend, uint16_t row_bytes, const uint8_t *image, const uint8_t *grid,
+                      uint8_t *out, uint32_t blocks) {
+  const BlendInBlock own = blend;  // in registers, whatever the stores reach
+  for (; blocks != 0; --blocks, grid += 2 * kBlock, out += kBlock) {
+    const Positions positions = own.positions(grid);
+    const EightWords offsets = product_and_sum(positions.y, row_bytes, positions.x);
+    u16x8 top{};
+    u16x8 bottom{};
+    for (int k = 0; k < static_cast<int>(kBlock); ++k) {
+      const uint8_t *top_left = image + offsets[k];
+      top[k] = load<uint16_t>(top_left);
+      bottom[k] = load<uint16_t>(top_left + row_bytes);
+    }
+    const u16x8 upper = own.across(lower_bytes<Byte>(top), upper_bytes<Byte>(top), positions.x_fraction);
+    const u16x8 lower = own.across(lower_bytes<Byte>(bottom), upper_bytes<Byte>(bottom), positions.x_fraction);
+    store(out, narrowed(own.down(upper, lower, positions.y_fraction)));
   }
-  const auto across = [&](u16x8 pairs) {
-    return blend.across(widened_low_bytes<Byte>(pairs), widened_high_bytes<Byte>(pairs), positions.x_fraction);
-  };
-  return low_bytes(blend.down(across(top), across(bottom), positions.y_fraction));
 }
 
-/// A block of `points` (1 to 8) points, all channels.
+/// Where the lanes of a group go: lane l of each point to plane l.
+struct Planes {
+  size_t bytes;    // of one plane
+  uint32_t count;  // 1 to 8
+};
+
+/// Stores the low bytes of the lanes of the first `points` of eight points.
+template <class Points>
+void store_lanes(const u16x8 (&samples)[kBlock], uint8_t *out, Planes planes, Points points) {
+  u64x2 rows[kBlock / 2];
+  transpose_low_bytes(samples, rows);
+  const auto store_row = [&](uint32_t lane) {
+    const uint64_t row = rows[lane / 2][lane % 2];
+    std::memcpy(out + lane * planes.bytes, &row, points);
+  };
+  if (planes.count == kBlock) {
+    for (uint32_t lane = 0; lane < kBlock; ++lane) store_row(lane);
+  } else {
+    for (uint32_t lane = 0; lane < kBlock && lane < planes.count; ++lane) store_row(lane);
+  }
+}
+
+/// All eight points of a block.
+template <class Byte, int... points>
+void blend_block(const BlendInBlock &blend, const NearCorners &corners, const Positions &positions,
+                 const uint8_t *image, u16x8 (&samples)[kBlock], std::integer_sequence<int, points...>) {
+  ((samples[points] = blend_bytes<Byte>(blend, corners.of(image, points), LaneFactor<points>{positions.x_fraction},
+                                        LaneFactor<points>{positions.y_fraction})),
+   ...);
+}
+
+/// The blocks of a row of a group of eight channels, each of eight points.
+/// A function of its own: what is computed for a block must not be taken for an invariant of the loop over groups, which
+/// has too much of it for the registers.
+template <class Byte>
+[[gnu::noinline]] void sample_whole_blocks(ImageSteps steps, const BlendInBlock &shared_blend, const uint8_t *image,
+                                           const uint8_t *grid, uint8_t *out, Planes planes, uint32_t blocks) {
+  const BlendInBlock blend = shared_blend;
+  for (; blocks != 0; --blocks, grid += 2 * kBlock, out += kBlock) {
+    const Positions positions = blend.positions(grid);
+    u16x8 samples[kBlock];
+    blend_block<Byte>(blend, NearCorners(steps, positions), positions, image, samples,
+                      std::make_integer_sequence<int, kBlock>{});
+    store_lanes(samples, out, planes, std::integral_constant<uint32_t, kBlock>{});
+  }
+}
+
+/// As sample_whole_blocks(), for blocks of `points` points (1 to 8) anywhere.
+template <class Byte>
+[[gnu::noinline]] void sample_any_blocks(ImageSteps steps, const BlendInBlock &blend, const uint8_t *image,
+                                         const uint8_t *grid, uint8_t *out, Planes planes, uint32_t limit,
+                                         uint32_t points) {
+  for (uint32_t i = 0; i < limit; i += points) {
+    const Positions positions = blend.positions(grid + 2 * i);
+    u16x8 samples[kBlock] = {};
+    for (uint32_t k = 0; k < points; ++k) {
+      const Corners corners = corners_of(steps, image, positions.x[k], positions.y[k]);
+      samples[k] =
+          blend_bytes<Byte>(blend, corners, fill<u16x8>(positions.x_fraction[k]), fill<u16x8>(positions.y_fraction[k]));
+    }
+    store_lanes(samples, out + i, planes, points);
+  }
+}
+
+/// The blocks of a row, in groups of eight channels.
 /// Kept: eight bytes at a corner are stored as eight channels also where they are columns of one, and all eight of the
 /// last group are stored if there are eight channels at all.
-template <class Byte, class AnyCorners>
-void sample_block(const Walk &walk, const BlendInBlock &blend, const Positions &positions, const AnyCorners &corners,
-                  const uint8_t *image, uint8_t *out, uint32_t points) {
-  const uint32_t stored = std::min(walk.channels, kBlock);
+template <class Byte>
+void sample_row(const Walk &walk, const BlendInBlock &blend, bool near, const uint8_t *image, const uint8_t *grid,
+                uint8_t *out) {
+  const Planes planes = {walk.out_channel, std::min(walk.channels, kBlock)};
+  const uint32_t points = std::min(walk.columns, kBlock);
   for (uint32_t c = 0; c < walk.channels; c += kBlock) {
-    u16x8 samples[kBlock] = {};
-    const auto sample = [&](int k) {
-      samples[k] = blend_bytes<Byte>(blend, corners.of(image, k), positions.x_fraction[k], positions.y_fraction[k]);
-    };
-    if (points == kBlock) {
-      for (int k = 0; k < static_cast<int>(kBlock); ++k) sample(k);
+    if (near && points == kBlock) {
+      sample_whole_blocks<Byte>(walk.in_steps, blend, image, grid, out, planes, walk.columns / kBlock);
     } else {
-      for (int k = 0; k < static_cast<int>(points); ++k) sample(k);
-    }
-    u64x2 rows[kBlock / 2];
-    transpose_low_bytes(samples, rows);
-    if (points == kBlock && stored == kBlock) {
-      for (uint32_t l = 0; l < kBlock; ++l) store(out + l * walk.out_channel, uint64_t{rows[l / 2][l % 2]});
-    } else {
-      for (uint32_t l = 0; l < stored; ++l) {
-        const uint64_t row = rows[l / 2][l % 2];
-        std::memcpy(out + l * walk.out_channel, &row, points);
-      }
+      sample_any_blocks<Byte>(walk.in_steps, blend, image, grid, out, planes, walk.columns + 1 - points, points);
     }
     image += kBlock * walk.in_channel;
     out += kBlock * walk.out_channel;
@@ -226,7 +276,7 @@ void sample_in_tail(const Walk &walk, const Formats &formats, const uint8_t *gri
   const auto whole = [&](uint32_t position) {
     return static_cast<uint16_t>(shift_right(position, formats.grid_frac_bits));
   };
-  Corners corners = corners_of(walk, image, whole(x), whole(y));
+  Corners corners = corners_of(walk.in_steps, image, whole(x), whole(y));
   const auto x_fraction = static_cast<uint16_t>(x & formats.fraction_mask);
   const auto y_fraction = static_cast<uint16_t>(y & formats.fraction_mask);
   for (uint32_t c = 0; c < walk.channels; ++c) {
@@ -242,34 +292,30 @@ bool all_corners_are_near(const Walk &walk, const Formats &formats) {
     return uint64_t{255 * static_cast<uint32_t>(static_cast<uint8_t>(last_pixel))} >>
            std::min(formats.grid_frac_bits, 63);
   };
-  return furthest(walk.last_row) * walk.in_row + furthest(walk.last_column) * walk.in_pixel <= UINT32_MAX;
+  return furthest(walk.last_row) * walk.in_steps.row + furthest(walk.last_column) * walk.in_steps.pixel <= UINT32_MAX;
 }
 
 template <class Byte>
 void sample(const Walk &walk, const Formats &formats) {
   const BlendInBlock blend(walk, formats);
   const bool near = all_corners_are_near(walk, formats);
-  const bool one_plane = near && walk.channels == 1 && walk.in_pixel == 1;
-  const uint32_t points = std::min(walk.columns, kBlock);
-  const uint32_t limit = walk.columns + 1 - points;
+  const bool is_lone_plane = near && walk.columns >= kBlock && walk.channels == 1 && walk.in_steps.pixel == 1;
+  const uint32_t in_tail = walk.columns < kBlock ? 0 : walk.columns % kBlock;
   for (uint32_t b = 0; b < walk.batches; ++b) {
     const uint8_t *image = walk.in + b * walk.in_batch;
     for (uint32_t r = 0; r < walk.rows; ++r) {
       const uint8_t *grid = walk.grid + b * walk.grid_batch + r * walk.grid_row;
       uint8_t *out = walk.out + b * walk.out_batch + r * walk.out_row;
-      uint32_t i = 0;
-      for (; i < limit; i += points) {
-        const Positions positions = blend.positions(grid + 2 * i);
-        if (one_plane && points == kBlock) {
-          store(out + i, blend_points<Byte>(blend, NearCorners(walk, positions), positions, image));
-        } else if (near) {
-          sample_block<Byte>(walk, blend, positions, NearCorners(walk, positions), image, out + i, points);
-        } else {
-          sample_block<Byte>(walk, blend, positions, FarCorners(walk, positions), image, out + i, points);
-        }
+      if (is_lone_plane) {
+        const auto row_bytes = static_cast<uint16_t>(walk.in_steps.row);
+        sample_plane_row<Byte>(blend, row_bytes, image, grid, out, walk.columns / kBlock);
+      } else {
+        sample_row<Byte>(walk, blend, near, image, grid, out);
       }
       if (!walk.has_tail) continue;  // Kept: the last columns of an interleaved output stay as they were.
-      for (; i < walk.columns; ++i) sample_in_tail<Byte>(walk, formats, grid + 2 * i, image, out + i);
+      for (uint32_t i = walk.columns - in_tail; i < walk.columns; ++i) {
+        sample_in_tail<Byte>(walk, formats, grid + 2 * i, image, out + i);
+      }
     }
   }
 }
@@ -306,8 +352,8 @@ Walk walk_interleaved(const _NN_GRIDSAMPLE_PARM &parm) {
   walk.last_row = static_cast<uint16_t>(parm.in_shape[3] - 1);
   walk.in_channel = 1;
   walk.in_batch = walk.channels;
-  walk.in_pixel = size_t{walk.batches} * walk.channels;
-  walk.in_row = parm.in_shape[2] * walk.in_pixel;
+  walk.in_steps.pixel = size_t{walk.batches} * walk.channels;
+  walk.in_steps.row = parm.in_shape[2] * walk.in_steps.pixel;
   const size_t group_row = walk.columns;
   const size_t group = group_row * parm.row_group;
   walk.out += group_row * parm.row_offset;
@@ -324,9 +370,9 @@ Walk walk_planar(const _NN_GRIDSAMPLE_PARM &parm) {
   Walk walk = walk_of_any(parm);
   walk.last_column = static_cast<uint16_t>(parm.in_shape[0] - 1);
   walk.last_row = static_cast<uint16_t>(parm.in_shape[1] - 1);
-  walk.in_pixel = 1;
-  walk.in_row = parm.in_shape[0];
-  walk.in_channel = parm.in_shape[1] * walk.in_row;
+  walk.in_steps.pixel = 1;
+  walk.in_steps.row = parm.in_shape[0];
+  walk.in_channel = parm.in_shape[1] * walk.in_steps.row;
   walk.in_batch = walk.channels * walk.in_channel;
   walk.out_row = walk.columns;
   walk.out_channel = walk.rows * walk.out_row;
