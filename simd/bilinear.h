@@ -1,5 +1,5 @@
 /// \file bilinear.h
-/// Steps of a bilinear blend of bytes in eight 16-bit lanes, which wrap: widening, shifts and the order of the lanes.
+/// Steps of a bilinear blend of bytes in 16-bit lanes, which wrap: widening, shifts and the order of the lanes.
 #ifndef TARVU_SIMD_BILINEAR_H
 #define TARVU_SIMD_BILINEAR_H
 
@@ -12,30 +12,49 @@ namespace tarvu {
 typedef int8_t s8x8 __attribute__((vector_size(8)));
 typedef uint8_t u8x8 __attribute__((vector_size(8)));
 
-/// Eight elements of type Byte (int8_t or uint8_t).
+/// What one step over a group of eight channels computes: eight lanes of a point, or of point k and then of point k + 4
+/// where the target's lanes are wide enough for two.
+#if TARVU_AVX2
+inline constexpr int kPointsOfStep = 2;
+typedef uint16_t StepLanes __attribute__((vector_size(32)));
+#else
+inline constexpr int kPointsOfStep = 1;
+typedef u16x8 StepLanes;
+#endif
+
+/// Eight elements of type Byte (int8_t or uint8_t), and eight for each point of a step.
 template <class Byte>
 using EightBytes = std::conditional_t<std::is_signed_v<Byte>, s8x8, u8x8>;
+template <class Byte>
+using StepBytes [[gnu::vector_size(8 * kPointsOfStep)]] = Byte;
+
+/// The bytes of a step from the places of its points; `second` counts only where a step has two.
+template <class Byte>
+inline StepBytes<Byte> load_step(const uint8_t *first, [[maybe_unused]] const uint8_t *second) {
+#if TARVU_AVX2
+  // A blend with a broadcast leaves the port of the shuffles to the widening.
+  const __m128i lower = _mm_cvtsi64_si128(load<int64_t>(first));
+  return StepBytes<Byte>(_mm_blend_epi32(lower, _mm_set1_epi64x(load<int64_t>(second)), 0xC));
+#else
+  return load<StepBytes<Byte>>(first);
+#endif
+}
 
 /// Bytes widened to 16 bits by their sign; what is 16 bits wide stays as it is.
-inline u16x8 widened(s8x8 a) {
-#if TARVU_AVX2
-  return u16x8(_mm_cvtepi8_epi16(_mm_cvtsi64_si128(int64_t(a))));
-#else
-  return u16x8(__builtin_convertvector(a, s16x8));
-#endif
-}
-inline u16x8 widened(u8x8 a) {
-#if TARVU_AVX2
-  return u16x8(_mm_cvtepu8_epi16(_mm_cvtsi64_si128(int64_t(a))));
-#else
-  return __builtin_convertvector(a, u16x8);
-#endif
-}
 inline u16x8 widened(u16x8 a) { return a; }
+#if TARVU_AVX2
+inline u16x8 widened(s8x8 a) { return u16x8(_mm_cvtepi8_epi16(_mm_cvtsi64_si128(int64_t(a)))); }
+inline u16x8 widened(u8x8 a) { return u16x8(_mm_cvtepu8_epi16(_mm_cvtsi64_si128(int64_t(a)))); }
+inline StepLanes widened(s8x16 a) { return StepLanes(_mm256_cvtepi8_epi16(__m128i(a))); }
+inline StepLanes widened(u8x16 a) { return StepLanes(_mm256_cvtepu8_epi16(__m128i(a))); }
+#else
+inline u16x8 widened(s8x8 a) { return u16x8(__builtin_convertvector(a, s16x8)); }
+inline u16x8 widened(u8x8 a) { return __builtin_convertvector(a, u16x8); }
+#endif
 
 /// a - b, widened first.
 template <class Bytes>
-inline u16x8 difference(Bytes a, Bytes b) {
+inline auto difference(Bytes a, Bytes b) {
 #if TARVU_NEON
   if constexpr (std::is_same_v<Bytes, s8x8>) return u16x8(vsubl_s8(int8x8_t(a), int8x8_t(b)));
   if constexpr (std::is_same_v<Bytes, u8x8>) return u16x8(vsubl_u8(uint8x8_t(a), uint8x8_t(b)));
@@ -43,9 +62,9 @@ inline u16x8 difference(Bytes a, Bytes b) {
   return widened(a) - widened(b);
 }
 
-/// a + b, widened first.
-template <class Bytes>
-inline u16x8 sum(u16x8 a, Bytes b) {
+/// a + b, b widened first.
+template <class Lanes, class Bytes>
+inline Lanes sum(Lanes a, Bytes b) {
 #if TARVU_NEON
   if constexpr (std::is_same_v<Bytes, s8x8>) return u16x8(vaddw_s8(int16x8_t(a), int8x8_t(b)));
   if constexpr (std::is_same_v<Bytes, u8x8>) return u16x8(vaddw_u8(uint16x8_t(a), uint8x8_t(b)));
@@ -75,7 +94,11 @@ class LaneShift {
   /// Makes `a` a factor of products that of_product() shifts: lanes wrap, so a shift to the left may come first.
   u16x8 factor(u16x8 a) const { return a * power_; }
   /// Signed lanes that are products with one factor().
-  u16x8 of_product(u16x8 a) const { return u16x8(s16x8(a) >> right_); }
+  template <class Lanes>
+  Lanes of_product(Lanes a) const {
+    typedef int16_t SignedLanes __attribute__((vector_size(sizeof(Lanes))));
+    return Lanes(SignedLanes(a) >> right_);
+  }
 
  private:
   int right_;
@@ -84,22 +107,26 @@ class LaneShift {
 #endif
 };
 
-/// One lane of a vector as a factor of all lanes of another.
+/// One lane of eight as a factor of all lanes of a point; in the second point of a step, the lane four further on.
 template <int lane>
 struct LaneFactor {
   u16x8 lanes;
 };
 template <int lane>
-inline u16x8 operator*(u16x8 a, LaneFactor<lane> factor) {
+inline StepLanes operator*(StepLanes a, LaneFactor<lane> factor) {
 #if TARVU_NEON
   return u16x8(vmulq_laneq_u16(uint16x8_t(a), uint16x8_t(factor.lanes), lane));
+#elif TARVU_AVX2
+  constexpr int kBytesOfLane = 0x0100 + 0x0202 * lane;
+  const __m256i places = _mm256_setr_m128i(_mm_set1_epi16(kBytesOfLane), _mm_set1_epi16(kBytesOfLane + 0x0808));
+  return a * StepLanes(_mm256_shuffle_epi8(_mm256_broadcastsi128_si256(__m128i(factor.lanes)), places));
 #else
-  return a * __builtin_shufflevector(factor.lanes, factor.lanes, lane, lane, lane, lane, lane, lane, lane, lane);
+  return a * factor.lanes[lane];
 #endif
 }
 
 /// Low bytes of the lanes of `first` and `second` in turn.
-inline u16x8 zip_low_bytes(u16x8 first, u16x8 second) {
+inline StepLanes zip_low_bytes(StepLanes first, StepLanes second) {
 #if TARVU_NEON
   return u16x8(vsliq_n_u16(uint16x8_t(first), uint16x8_t(second), 8));
 #else
@@ -107,20 +134,50 @@ inline u16x8 zip_low_bytes(u16x8 first, u16x8 second) {
 #endif
 }
 
-/// Transposes the low bytes: byte k of row l is the low byte of lane l of columns[k]. Rows 2k and 2k + 1 are the halves
-/// of rows[k].
-inline void transpose_low_bytes(const u16x8 (&columns)[8], u64x2 (&rows)[4]) {
-  const u16x8 columns01 = zip_low_bytes(columns[0], columns[1]);
-  const u16x8 columns23 = zip_low_bytes(columns[2], columns[3]);
-  const u16x8 columns45 = zip_low_bytes(columns[4], columns[5]);
-  const u16x8 columns67 = zip_low_bytes(columns[6], columns[7]);
-  const auto zip_words = [](u16x8 a, u16x8 b, u64x2 &low, u64x2 &high) {
-    low = u64x2(__builtin_shufflevector(u32x4(a), u32x4(b), 0, 4, 1, 5));
-    high = u64x2(__builtin_shufflevector(u32x4(a), u32x4(b), 2, 6, 3, 7));
-  };
-  zip_words(zip_low(columns01, columns23), zip_low(columns45, columns67), rows[0], rows[1]);
-  zip_words(zip_high(columns01, columns23), zip_high(columns45, columns67), rows[2], rows[3]);
-}
+/// The low bytes of the lanes of eight points, transposed: row l holds lane l of points 0 to 7.
+class TransposedBytes {
+ public:
+  static constexpr int kSteps = 8 / kPointsOfStep;
+
+  explicit TransposedBytes(const StepLanes (&steps)[kSteps]) {
+#if TARVU_AVX2
+    typedef uint32_t Words __attribute__((vector_size(32)));
+    const StepLanes points0145 = zip_low_bytes(steps[0], steps[1]);
+    const StepLanes points2367 = zip_low_bytes(steps[2], steps[3]);
+    const auto low = Words(_mm256_unpacklo_epi16(__m256i(points0145), __m256i(points2367)));
+    const auto high = Words(_mm256_unpackhi_epi16(__m256i(points0145), __m256i(points2367)));
+    rows_[0] = Rows(__builtin_shufflevector(low, low, 0, 4, 1, 5, 2, 6, 3, 7));
+    rows_[1] = Rows(__builtin_shufflevector(high, high, 0, 4, 1, 5, 2, 6, 3, 7));
+#else
+    const u16x8 points01 = zip_low_bytes(steps[0], steps[1]);
+    const u16x8 points23 = zip_low_bytes(steps[2], steps[3]);
+    const u16x8 points45 = zip_low_bytes(steps[4], steps[5]);
+    const u16x8 points67 = zip_low_bytes(steps[6], steps[7]);
+    const auto zip_words = [](u16x8 a, u16x8 b, Rows &low, Rows &high) {
+      low = Rows(__builtin_shufflevector(u32x4(a), u32x4(b), 0, 4, 1, 5));
+      high = Rows(__builtin_shufflevector(u32x4(a), u32x4(b), 2, 6, 3, 7));
+    };
+    zip_words(zip_low(points01, points23), zip_low(points45, points67), rows_[0], rows_[1]);
+    zip_words(zip_high(points01, points23), zip_high(points45, points67), rows_[2], rows_[3]);
+#endif
+  }
+
+  /// Stores the eight bytes of a row.
+  void store_row(int row, uint8_t *to) const {
+#if TARVU_AVX2
+    const __m256i both = __m256i(rows_[row / 4]);
+    const __m128 pair = __m128(row % 4 < 2 ? _mm256_castsi256_si128(both) : _mm256_extracti128_si256(both, 1));
+    row % 2 == 0 ? _mm_storel_pi(reinterpret_cast<__m64 *>(to), pair)
+                 : _mm_storeh_pi(reinterpret_cast<__m64 *>(to), pair);
+#else
+    store(to, uint64_t{rows_[row / 2][row % 2]});
+#endif
+  }
+
+ private:
+  typedef uint64_t Rows __attribute__((vector_size(16 * kPointsOfStep)));
+  Rows rows_[8 / kLanes<Rows>];
+};
 
 /// The lower, and the upper, bytes of the lanes as elements of type Byte, in the form that the target subtracts fastest:
 /// as bytes or widened to 16 bits.
@@ -174,7 +231,7 @@ inline PairProducts multiply_pairs(const uint8_t *pairs, uint8_t first_factor, u
 #endif
 }
 
-/// Eight 32-bit words, taken out two at a time.
+/// Eight 32-bit words.
 struct EightWords {
   u32x4 low;   // lanes 0 to 3
   u32x4 high;  // lanes 4 to 7

@@ -12,7 +12,8 @@
 namespace tarvu {
 namespace {
 
-constexpr uint32_t kBlock = 8;  // points of a block, and channels of a group
+constexpr uint32_t kBlock = 8;          // points of a block, and channels of a group
+constexpr uint32_t kPlacedBlocks = 16;  // whose positions are kept for all groups
 
 /// How far the image steps, in bytes.
 struct ImageSteps {
@@ -71,23 +72,6 @@ struct Corners {
   ptrdiff_t down;   // bytes to the neighbour
 };
 
-/// The corners of points whose offsets in the image fit 32 bits and which have a row and a column behind them.
-class NearCorners {
- public:
-  NearCorners(const ImageSteps &steps, const Positions &positions)
-      : offsets_(sum_of_products(positions.y, static_cast<uint32_t>(steps.row), positions.x,
-                                 static_cast<uint32_t>(steps.pixel))),
-        steps_(steps) {}
-
-  Corners of(const uint8_t *image, int point) const {
-    return {image + offsets_[point], static_cast<ptrdiff_t>(steps_.pixel), static_cast<ptrdiff_t>(steps_.row)};
-  }
-
- private:
-  EightWords offsets_;
-  ImageSteps steps_;
-};
-
 /// The corners of any point.
 /// Kept: positions count in 16 bits, so that the neighbour of the last pixel that they reach is the first one.
 Corners corners_of(const ImageSteps &steps, const uint8_t *image, uint16_t x, uint16_t y) {
@@ -117,14 +101,14 @@ class BlendInBlock {
   /// Between two neighbours of a row. `Bytes` are eight bytes, or eight bytes widened already; `Fraction` is that of each
   /// lane, or one for all.
   template <class Bytes, class Fraction>
-  u16x8 across(Bytes left, Bytes right, Fraction x_fraction) const {
+  auto across(Bytes left, Bytes right, Fraction x_fraction) const {
     return sum(to_whole_.of_product(difference(right, left) * x_fraction), left);
   }
 
   /// Between two rows.
   /// Kept: anchored on the lower row, which alone is not scaled to the output.
-  template <class Fraction>
-  u16x8 down(u16x8 upper, u16x8 lower, Fraction y_fraction) const {
+  template <class Lanes, class Fraction>
+  Lanes down(Lanes upper, Lanes lower, Fraction y_fraction) const {
     return lower + scaling_.of_product((upper - lower) * y_fraction);
   }
 
@@ -136,14 +120,12 @@ class BlendInBlock {
   LaneShift scaling_;
 };
 
-/// Eight bytes at each corner of one point.
-template <class Byte, class Fraction>
-u16x8 blend_bytes(const BlendInBlock &blend, Corners corners, Fraction x_fraction, Fraction y_fraction) {
-  using Bytes = EightBytes<Byte>;
-  const uint8_t *top = corners.top_left;
-  const uint8_t *bottom = top + corners.down;
-  const u16x8 upper = blend.across(load<Bytes>(top), load<Bytes>(top + corners.right), x_fraction);
-  const u16x8 lower = blend.across(load<Bytes>(bottom), load<Bytes>(bottom + corners.right), x_fraction);
+/// A blend of what `corner` gives for a distance in bytes from the upper left corner.
+template <class Corner, class Fraction>
+auto blend_corners(const BlendInBlock &blend, Corner corner, ptrdiff_t right, ptrdiff_t down, Fraction x_fraction,
+                   Fraction y_fraction) {
+  const auto upper = blend.across(corner(ptrdiff_t{0}), corner(right), x_fraction);
+  const auto lower = blend.across(corner(down), corner(down + right), x_fraction);
   return blend.down(upper, lower, y_fraction);
 }
 
@@ -174,61 +156,73 @@ struct Planes {
   uint32_t count;  // 1 to 8
 };
 
-/// Stores the low bytes of the lanes of the first `points` of eight points.
-template <class Points>
-void store_lanes(const u16x8 (&samples)[kBlock], uint8_t *out, Planes planes, Points points) {
-  u64x2 rows[kBlock / 2];
-  transpose_low_bytes(samples, rows);
-  const auto store_row = [&](uint32_t lane) {
-    const uint64_t row = rows[lane / 2][lane % 2];
-    std::memcpy(out + lane * planes.bytes, &row, points);
+/// What the positions of whole blocks come to, kept for all groups of channels: offsets in the image, which fit 32 bits,
+/// and the factors of Positions.
+struct PlacedBlocks {
+  uint32_t offsets[kPlacedBlocks * kBlock];
+  u16x8 x_fractions[kPlacedBlocks];
+  u16x8 y_fractions[kPlacedBlocks];
+
+  void place(uint32_t block, const Positions &positions, ImageSteps steps) {
+    store(offsets + block * kBlock, sum_of_products(positions.y, static_cast<uint32_t>(steps.row), positions.x,
+                                                    static_cast<uint32_t>(steps.pixel)));
+    x_fractions[block] = positions.x_fraction;
+    y_fractions[block] = positions.y_fraction;
+  }
+};
+
+/// A block of a group of eight channels.
+template <class Byte, int... steps>
+TransposedBytes blend_block(const BlendInBlock &blend, ImageSteps image_steps, const uint8_t *image,
+                            const uint32_t *offsets, u16x8 x_fractions, u16x8 y_fractions,
+                            std::integer_sequence<int, steps...>) {
+  const auto corners_of_step = [&](int step) {
+    const uint8_t *first = image + offsets[step];
+    const uint8_t *second = image + offsets[(step + 4) % 8];
+    return [=](ptrdiff_t distance) { return load_step<Byte>(first + distance, second + distance); };
   };
-  if (planes.count == kBlock) {
-    for (uint32_t lane = 0; lane < kBlock; ++lane) store_row(lane);
-  } else {
-    for (uint32_t lane = 0; lane < kBlock && lane < planes.count; ++lane) store_row(lane);
-  }
+  const auto right = static_cast<ptrdiff_t>(image_steps.pixel);
+  const auto down = static_cast<ptrdiff_t>(image_steps.row);
+  return TransposedBytes({blend_corners(blend, corners_of_step(steps), right, down, LaneFactor<steps>{x_fractions},
+                                        LaneFactor<steps>{y_fractions})...});
 }
 
-/// All eight points of a block.
-template <class Byte, int... points>
-void blend_block(const BlendInBlock &blend, const NearCorners &corners, const Positions &positions,
-                 const uint8_t *image, u16x8 (&samples)[kBlock], std::integer_sequence<int, points...>) {
-  ((samples[points] = blend_bytes<Byte>(blend, corners.of(image, points), LaneFactor<points>{positions.x_fraction},
-                                        LaneFactor<points>{positions.y_fraction})),
-   ...);
-}
-
-/// The blocks of a row of a group of eight channels, each of eight points.
-/// A function of its own: what is computed for a block must not be taken for an invariant of the loop over groups, which
-/// has too much of it for the registers.
+/// Placed blocks of a group of eight channels.
 template <class Byte>
-[[gnu::noinline]] void sample_whole_blocks(ImageSteps steps, const BlendInBlock &shared_blend, const uint8_t *image,
-                                           const uint8_t *grid, uint8_t *out, Planes planes, uint32_t blocks) {
+void sample_placed_blocks(ImageSteps steps, const BlendInBlock &shared_blend, const uint8_t *image,
+                          const PlacedBlocks &placed, uint32_t blocks, uint8_t *out, Planes planes) {
   const BlendInBlock blend = shared_blend;
-  for (; blocks != 0; --blocks, grid += 2 * kBlock, out += kBlock) {
-    const Positions positions = blend.positions(grid);
-    u16x8 samples[kBlock];
-    blend_block<Byte>(blend, NearCorners(steps, positions), positions, image, samples,
-                      std::make_integer_sequence<int, kBlock>{});
-    store_lanes(samples, out, planes, std::integral_constant<uint32_t, kBlock>{});
+  for (uint32_t i = 0; i < blocks; ++i, out += kBlock) {
+    const TransposedBytes lanes =
+        blend_block<Byte>(blend, steps, image, placed.offsets + i * kBlock, placed.x_fractions[i],
+                          placed.y_fractions[i], std::make_integer_sequence<int, TransposedBytes::kSteps>{});
+    if (planes.count == kBlock) {
+      for (int lane = 0; lane < static_cast<int>(kBlock); ++lane) {
+        lanes.store_row(lane, out + static_cast<size_t>(lane) * planes.bytes);
+      }
+    } else {
+      uint8_t *to = out;
+      for (uint32_t lane = 0; lane < kBlock && lane < planes.count; ++lane, to += planes.bytes) {
+        lanes.store_row(static_cast<int>(lane), to);
+      }
+    }
   }
 }
 
-/// As sample_whole_blocks(), for blocks of `points` points (1 to 8) anywhere.
+/// As sample_placed_blocks(), for blocks of up to eight points anywhere.
 template <class Byte>
-[[gnu::noinline]] void sample_any_blocks(ImageSteps steps, const BlendInBlock &blend, const uint8_t *image,
-                                         const uint8_t *grid, uint8_t *out, Planes planes, uint32_t limit,
-                                         uint32_t points) {
+void sample_any_blocks(ImageSteps steps, const BlendInBlock &blend, const uint8_t *image, const uint8_t *grid,
+                       uint8_t *out, Planes planes, uint32_t limit, uint32_t points) {
   for (uint32_t i = 0; i < limit; i += points) {
     const Positions positions = blend.positions(grid + 2 * i);
-    u16x8 samples[kBlock] = {};
     for (uint32_t k = 0; k < points; ++k) {
       const Corners corners = corners_of(steps, image, positions.x[k], positions.y[k]);
-      samples[k] =
-          blend_bytes<Byte>(blend, corners, fill<u16x8>(positions.x_fraction[k]), fill<u16x8>(positions.y_fraction[k]));
+      const auto corner = [&](ptrdiff_t distance) { return load<EightBytes<Byte>>(corners.top_left + distance); };
+      const u16x8 sample = blend_corners(blend, corner, corners.right, corners.down,
+                                         fill<u16x8>(positions.x_fraction[k]), fill<u16x8>(positions.y_fraction[k]));
+      uint8_t *to = out + i + k;
+      for (uint32_t lane = 0; lane < planes.count; ++lane, to += planes.bytes) *to = static_cast<uint8_t>(sample[lane]);
     }
-    store_lanes(samples, out + i, planes, points);
   }
 }
 
@@ -239,15 +233,30 @@ template <class Byte>
 void sample_row(const Walk &walk, const BlendInBlock &blend, bool near, const uint8_t *image, const uint8_t *grid,
                 uint8_t *out) {
   const Planes planes = {walk.out_channel, std::min(walk.channels, kBlock)};
-  const uint32_t points = std::min(walk.columns, kBlock);
-  for (uint32_t c = 0; c < walk.channels; c += kBlock) {
-    if (near && points == kBlock) {
-      sample_whole_blocks<Byte>(walk.in_steps, blend, image, grid, out, planes, walk.columns / kBlock);
-    } else {
-      sample_any_blocks<Byte>(walk.in_steps, blend, image, grid, out, planes, walk.columns + 1 - points, points);
+  const auto for_each_group = [&](uint8_t *to, auto sample_group) {
+    const uint8_t *group = image;
+    for (uint32_t c = 0; c < walk.channels; c += kBlock) {
+      sample_group(group, to);
+      group += kBlock * walk.in_channel;
+      to += kBlock * walk.out_channel;
     }
-    image += kBlock * walk.in_channel;
-    out += kBlock * walk.out_channel;
+  };
+  if (!near || walk.columns < kBlock) {
+    const uint32_t points = std::min(walk.columns, kBlock);
+    for_each_group(out, [&](const uint8_t *group, uint8_t *to) {
+      sample_any_blocks<Byte>(walk.in_steps, blend, group, grid, to, planes, walk.columns + 1 - points, points);
+    });
+    return;
+  }
+  PlacedBlocks placed;
+  for (uint32_t left = walk.columns / kBlock; left != 0;) {
+    const uint32_t blocks = std::min(left, kPlacedBlocks);
+    for (uint32_t i = 0; i < blocks; ++i, grid += 2 * kBlock) placed.place(i, blend.positions(grid), walk.in_steps);
+    for_each_group(out, [&](const uint8_t *group, uint8_t *to) {
+      sample_placed_blocks<Byte>(walk.in_steps, blend, group, placed, blocks, to, planes);
+    });
+    left -= blocks;
+    out += blocks * kBlock;
   }
 }
 
