@@ -108,16 +108,16 @@ class LaneShift {
 };
 
 /// One lane of eight as a factor of all lanes of a point; in the second point of a step, the lane four further on.
-template <int lane>
+template <uint32_t lane>
 struct LaneFactor {
   u16x8 lanes;
 };
-template <int lane>
+template <uint32_t lane>
 inline StepLanes operator*(StepLanes a, LaneFactor<lane> factor) {
 #if TARVU_NEON
   return u16x8(vmulq_laneq_u16(uint16x8_t(a), uint16x8_t(factor.lanes), lane));
 #elif TARVU_AVX2
-  constexpr int kBytesOfLane = 0x0100 + 0x0202 * lane;
+  constexpr auto kBytesOfLane = static_cast<int16_t>(0x0100 + 0x0202 * lane);
   const __m256i places = _mm256_setr_m128i(_mm_set1_epi16(kBytesOfLane), _mm_set1_epi16(kBytesOfLane + 0x0808));
   return a * StepLanes(_mm256_shuffle_epi8(_mm256_broadcastsi128_si256(__m128i(factor.lanes)), places));
 #else
@@ -137,7 +137,7 @@ inline StepLanes zip_low_bytes(StepLanes first, StepLanes second) {
 /// The low bytes of the lanes of eight points, transposed: row l holds lane l of points 0 to 7.
 class TransposedBytes {
  public:
-  static constexpr int kSteps = 8 / kPointsOfStep;
+  static constexpr uint32_t kSteps = 8 / kPointsOfStep;
 
   explicit TransposedBytes(const StepLanes (&steps)[kSteps]) {
 #if TARVU_AVX2
@@ -163,7 +163,7 @@ class TransposedBytes {
   }
 
   /// Stores the eight bytes of a row.
-  void store_row(int row, uint8_t *to) const {
+  void store_row(uint32_t row, uint8_t *to) const {
 #if TARVU_AVX2
     const __m256i both = __m256i(rows_[row / 4]);
     const __m128 pair = __m128(row % 4 < 2 ? _mm256_castsi256_si128(both) : _mm256_extracti128_si256(both, 1));
@@ -236,7 +236,7 @@ struct EightWords {
   u32x4 low;   // lanes 0 to 3
   u32x4 high;  // lanes 4 to 7
 
-  uint32_t operator[](int lane) const {
+  uint32_t operator[](uint32_t lane) const {
     const uint64_t pair = u64x2(lane < 4 ? low : high)[lane / 2 % 2];
     return static_cast<uint32_t>(lane % 2 == 0 ? pair : pair >> 32);
   }

@@ -73,9 +73,11 @@ inline WordLanesOf<T> round_down_to_word(f32xn x) {
 template <class T>
 inline void store_saturated(const WordLanesOf<T> (&words)[4], T *to) {
   if constexpr (sizeof(T) == 4 && std::is_signed_v<T>) {
-    vst1q_s32_x4(to, {{words[0], words[1], words[2], words[3]}});
+    const int32x4x4_t block = {{words[0], words[1], words[2], words[3]}};
+    vst1q_s32_x4(to, block);
   } else if constexpr (sizeof(T) == 4) {
-    vst1q_u32_x4(to, {{words[0], words[1], words[2], words[3]}});
+    const uint32x4x4_t block = {{words[0], words[1], words[2], words[3]}};
+    vst1q_u32_x4(to, block);
   } else if constexpr (std::is_signed_v<T>) {
     const int16x8_t low = vqmovn_high_s32(vqmovn_s32(words[0]), words[1]);
     const int16x8_t high = vqmovn_high_s32(vqmovn_s32(words[2]), words[3]);

@@ -106,7 +106,7 @@ class BlendInBlock {
   }
 
   /// Between two rows.
-  /// Kept: anchored on the lower row, which alone is not scaled to the output.
+  /// Kept: the lower row is the base, which a fraction of 0 leaves as it is and which is not scaled to the output.
   template <class Lanes, class Fraction>
   Lanes down(Lanes upper, Lanes lower, Fraction y_fraction) const {
     return lower + scaling_.of_product((upper - lower) * y_fraction);
@@ -139,7 +139,7 @@ void sample_plane_row(const BlendInBlock &blend, uint16_t row_bytes, const uint8
     const EightWords offsets = product_and_sum(positions.y, row_bytes, positions.x);
     u16x8 top{};
     u16x8 bottom{};
-    for (int k = 0; k < static_cast<int>(kBlock); ++k) {
+    for (uint32_t k = 0; k < kBlock; ++k) {
       const uint8_t *top_left = image + offsets[k];
       top[k] = load<uint16_t>(top_left);
       bottom[k] = load<uint16_t>(top_left + row_bytes);
@@ -172,11 +172,11 @@ struct PlacedBlocks {
 };
 
 /// A block of a group of eight channels.
-template <class Byte, int... steps>
+template <class Byte, uint32_t... steps>
 TransposedBytes blend_block(const BlendInBlock &blend, ImageSteps image_steps, const uint8_t *image,
                             const uint32_t *offsets, u16x8 x_fractions, u16x8 y_fractions,
-                            std::integer_sequence<int, steps...>) {
-  const auto corners_of_step = [&](int step) {
+                            std::integer_sequence<uint32_t, steps...>) {
+  const auto corners_of_step = [&](uint32_t step) {
     const uint8_t *first = image + offsets[step];
     const uint8_t *second = image + offsets[(step + 4) % 8];
     return [=](ptrdiff_t distance) { return load_step<Byte>(first + distance, second + distance); };
@@ -195,15 +195,13 @@ void sample_placed_blocks(ImageSteps steps, const BlendInBlock &shared_blend, co
   for (uint32_t i = 0; i < blocks; ++i, out += kBlock) {
     const TransposedBytes lanes =
         blend_block<Byte>(blend, steps, image, placed.offsets + i * kBlock, placed.x_fractions[i],
-                          placed.y_fractions[i], std::make_integer_sequence<int, TransposedBytes::kSteps>{});
+                          placed.y_fractions[i], std::make_integer_sequence<uint32_t, TransposedBytes::kSteps>{});
     if (planes.count == kBlock) {
-      for (int lane = 0; lane < static_cast<int>(kBlock); ++lane) {
-        lanes.store_row(lane, out + static_cast<size_t>(lane) * planes.bytes);
-      }
+      for (uint32_t lane = 0; lane < kBlock; ++lane) lanes.store_row(lane, out + lane * planes.bytes);
     } else {
       uint8_t *to = out;
       for (uint32_t lane = 0; lane < kBlock && lane < planes.count; ++lane, to += planes.bytes) {
-        lanes.store_row(static_cast<int>(lane), to);
+        lanes.store_row(lane, to);
       }
     }
   }
