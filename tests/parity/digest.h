@@ -56,6 +56,7 @@ class Report {
 /// as they are.
 void add_activation_cases(Report &report);
 void add_convert_cases(Report &report);
+void add_detection_cases(Report &report);
 void add_select_cases(Report &report);
 void add_tensor_cases(Report &report);
 

@@ -1,0 +1,235 @@
+/// \file pool_band.h
+/// Bands of output lines whose windows are equally tall: each line of windows is folded down its lines into a tile of words, and
+/// those along the windows into the output stage.
+#ifndef TARVU_POOL_POOL_BAND_H
+#define TARVU_POOL_POOL_BAND_H
+
+#include "simd/requantise.h"
+
+namespace tarvu {
+
+/// Output lines one after another. All steps are in bytes.
+struct Band {
+  const uint8_t *from;  ///< column 0 of the first line of the first windows
+  size_t line_step;     ///< from a line of a window to the next one
+  size_t window_step;   ///< from a window to that of the next output line
+  uint32_t lines;       ///< of a window; 0 if the windows are empty
+  uint8_t *to;          ///< column 0 of the first output line
+  size_t out_step;
+  uint32_t count;  ///< output lines
+};
+
+/// A part of every line of a band, and the tile of words that its columns are folded to. Tile positions count from the first word
+/// of the first window, padding included.
+struct Part {
+  uint32_t window;         ///< words of a window
+  uint32_t stride;         ///< words from a window to the next one
+  uint32_t first;          ///< output column of the first window
+  uint32_t count;          ///< windows
+  uint32_t input;          ///< first input column of the tile
+  uint32_t input_at;       ///< its position
+  uint32_t input_columns;  ///< none if the tile is all padding
+  uint32_t second_tile;    ///< position of a second tile of the same kind, or 0 if there is none
+};
+
+/// Which windows of a part pass through a stage: `count` of them from window `first`.
+struct Passed {
+  uint32_t first;
+  uint32_t count;
+};
+
+/// Stages of the first and of the last block of a line where they differ from the stage between.
+template <class Stage>
+struct EdgeStages {
+  Stage first;
+  Stage last;
+};
+struct NoEdges {};
+
+/// Whoever writes the windows that do not pass: a reference to a function object.
+class AfterLine {
+ public:
+  template <class F>
+  explicit AfterLine(const F &f)
+      : object_(&f), call_([](const void *object, uint8_t *to) { (*static_cast<const F *>(object))(to); }) {}
+  void operator()(uint8_t *to) const { call_(object_, to); }
+
+ private:
+  const void *object_;
+  void (*call_)(const void *object, uint8_t *to);
+};
+
+/// Windows of one line, at least a block of them, and more than one where there are edges. kStride and kWindow as
+/// fold_block_of_windows() has them. Where kBlocks is not 0, so many blocks are known to be enough.
+template <class Fold, uint32_t kStride, uint32_t kWindow, uint32_t kBlocks, class Stage, class Edges>
+[[gnu::always_inline]] inline void pass_blocks(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
+                                               const Stage &stage, const Edges &edges, uint8_t *to) {
+  constexpr size_t kBlock = kWordsOfBlock<typename Fold::Word>;
+  constexpr size_t kOutBytes = sizeof(typename Stage::Out);
+  constexpr bool kEdges = !std::is_same_v<Edges, NoEdges>;
+  const size_t step = kStride != 0 ? kStride : stride;
+  const size_t last = count - kBlock;
+  const auto pass = [=](const auto &by, size_t i) __attribute__((always_inline)) {
+    by.store(to + i * kOutBytes, fold_block_of_windows<Fold, kStride, kWindow>(words + i * step, window, stride, kBlock));
+  };
+  size_t i = 0;
+  if constexpr (kEdges) {
+    pass(edges.first, 0);
+    i = kBlock;
+  }
+  if constexpr (kBlocks != 0) {
+    for (; i < (kBlocks - 1) * kBlock; i += kBlock) pass(stage, std::min(i, last));
+  } else {
+    for (; i < last; i += kBlock) pass(stage, i);
+  }
+  // The last block overlaps the one before it: both write the same elements there, or the last one knows better.
+  if constexpr (kEdges) {
+    pass(edges.last, last);
+  } else {
+    pass(stage, last);
+  }
+}
+
+template <class Fold, uint32_t kStride, class Stage>
+inline void pass_any_count(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count, const Stage &stage,
+                           uint8_t *to) {
+  if (count >= kWordsOfBlock<typename Fold::Word>) {
+    stage.in_registers([&](const auto &ready) {
+      pass_blocks<Fold, kStride, 0, 0>(words, window, stride, count, ready, NoEdges{}, to);
+    });
+    return;
+  }
+  uint8_t part[32];
+  stage.store(part, fold_block_of_windows<Fold, kStride, 0>(words, window, stride, count));
+  store_part(to, part, count * static_cast<uint32_t>(sizeof(typename Stage::Out)));
+}
+
+/// Folds `count` windows of `window` words, `stride` words apart (each at least 1), and stores them through the stage.
+template <class Fold, class Stage>
+[[gnu::noinline]] void pass_windows(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
+                                    const Stage &stage, uint8_t *to) {
+  if (stride == 1) return pass_any_count<Fold, 1>(words, window, stride, count, stage, to);
+  if (stride == 2) return pass_any_count<Fold, 2>(words, window, stride, count, stage, to);
+  return pass_any_count<Fold, 0>(words, window, stride, count, stage, to);
+}
+
+/// Windows of kSide columns and lines, the common case: nothing is left to be decided inside a line. All windows of the part pass,
+/// at least a block of them, and there is at least a block of input columns. The windows of neighbouring output lines are kStride
+/// lines apart. Where kNarrow is set, the windows are at most 32, and so are the input's bytes.
+template <class Fold, uint32_t kStride, uint32_t kSide, bool kNarrow, class Stage, class Edges>
+[[gnu::noinline]] void run_square_windows(const Band &band, const Part &part, const Stage &given_stage, const Edges &edges,
+                                          typename Fold::Word *words) {
+  given_stage.in_registers([&](const auto &stage) __attribute__((always_inline)) {
+    using Word = typename Fold::Word;
+    const size_t line_step = band.line_step;
+    const size_t out_step = band.out_step;
+    const uint32_t columns = part.input_columns;
+    const uint32_t count = part.count;
+    Word *const input = words + part.input_at;
+    const uint8_t *from = band.from + part.input * sizeof(typename Fold::Element);
+    uint8_t *to = band.to + part.first * sizeof(typename Stage::Out);
+    const auto pass = [&](const Word *folded, uint8_t *line_to) __attribute__((always_inline)) {
+      constexpr uint32_t kBlocks = kNarrow ? 32 / kWordsOfBlock<Word> : 0;
+      pass_blocks<Fold, kStride, kSide, kBlocks>(folded, kSide, kStride, count, stage, edges, line_to);
+    };
+    uint32_t n = band.count;
+    if constexpr (kSide == 3) {
+      const size_t second = part.second_tile;
+      for (; n >= 2 && second != 0; n -= 2, from += 2 * kStride * line_step, to += 2 * out_step) {
+        fold_three_lines_twice<Fold, kStride, kNarrow ? 2 : 0>(from, line_step, columns, input, input + second);
+        pass(words, to);
+        pass(words + second, to + out_step);
+      }
+    }
+    for (; n != 0; --n, from += kStride * line_step, to += out_step) {
+      if (kSide == 3 && band.lines == 2) {
+        fold_blocks_of_lines<Fold, 2>(from, line_step, 2, columns, input);
+      } else {
+        fold_blocks_of_lines<Fold, kSide>(from, line_step, kSide, columns, input);
+      }
+      pass(words, to);
+    }
+  });
+}
+
+/// Maxima of windows of two columns and two lines, side by side and wholly inside the input: straight from there. At least a block.
+template <class Fold, class Stage>
+[[gnu::noinline]] void run_two_by_two(const Band &band, const Part &part, const Stage &given_stage) {
+  given_stage.in_registers([&](const auto &stage) __attribute__((always_inline)) {
+    constexpr size_t kBlock = kWordsOfBlock<typename Fold::Word>;
+    constexpr size_t kOutBytes = sizeof(typename Stage::Out);
+    constexpr size_t kInBytes = 2 * sizeof(typename Fold::Element);
+    const size_t line_step = band.line_step;
+    const size_t window_step = band.window_step;
+    const size_t out_step = band.out_step;
+    const size_t last = part.count - kBlock;
+    const uint8_t *line = band.from + part.input * sizeof(typename Fold::Element);
+    uint8_t *line_to = band.to + part.first * kOutBytes;
+    for (uint32_t n = band.count; n != 0; --n, line += window_step, line_to += out_step) {
+      const uint8_t *from = line;
+      uint8_t *const last_to = line_to + last * kOutBytes;
+      for (uint8_t *to = line_to; to < last_to; to += kBlock * kOutBytes, from += kBlock * kInBytes) {
+        stage.store(to, fold_two_by_two<Fold>(from, line_step));
+      }
+      stage.store(last_to, fold_two_by_two<Fold>(line + last * kInBytes, line_step));
+    }
+  });
+}
+
+/// Runs a part whose windows all pass if they are of a common kind, else gives false.
+template <class Fold, class Stage, class Edges>
+bool run_if_square(const Band &band, const Part &part, const Stage &stage, const Edges &edges, typename Fold::Word *words) {
+  constexpr uint32_t kBlock = kWordsOfBlock<typename Fold::Word>;
+  constexpr uint32_t kColumns = kColumnsOfBlock<Fold>;
+  if (part.input_columns < kColumns || part.count < kBlock) return false;
+  if (band.count > 1 && band.window_step != part.stride * band.line_step) return false;
+  // Windows of two lines where a border clips the third one are no bands of several lines.
+  const bool three_lines = band.lines == 3 || (band.lines == 2 && band.count == 1);
+  if (part.window == 3 && three_lines && part.stride == 1) {
+    if (part.input_columns <= 2 * kColumns && part.count <= 32 && part.count > 16) {
+      run_square_windows<Fold, 1, 3, true>(band, part, stage, edges, words);
+    } else {
+      run_square_windows<Fold, 1, 3, false>(band, part, stage, edges, words);
+    }
+    return true;
+  }
+  if (part.window == 3 && three_lines && part.stride == 2) {
+    run_square_windows<Fold, 2, 3, false>(band, part, stage, edges, words);
+    return true;
+  }
+  if (part.window == 2 && band.lines == 2 && part.stride == 2) {
+    if constexpr (!Fold::kWidens) {
+      if (part.input_at == 0 && part.input_columns == 2 * part.count) {
+        run_two_by_two<Fold>(band, part, stage);
+        return true;
+      }
+    }
+    run_square_windows<Fold, 2, 2, false>(band, part, stage, edges, words);
+    return true;
+  }
+  return false;
+}
+
+/// Folds the windows of a part of a band and stores those that are `passed` through the stage. Where there are others,
+/// after_line(to) is called when the words and the output `to` of a line stand. `words` is the tile, which holds the fold of nothing
+/// wherever there is padding.
+template <class Fold, class Stage>
+[[gnu::noinline]] void run_windows(const Band &band, const Part &part, const Passed &passed, const Stage &stage,
+                                   typename Fold::Word *words, AfterLine after_line) {
+  const uint8_t *from = band.from + part.input * sizeof(typename Fold::Element);
+  uint8_t *to = band.to + part.first * sizeof(typename Stage::Out);
+  typename Fold::Word *input = words + part.input_at;
+  if (band.lines == 0) std::fill(input, input + part.input_columns, Fold::kIdentity);
+  for (uint32_t n = band.count; n != 0; --n, from += band.window_step, to += band.out_step) {
+    if (band.lines != 0) fold_lines<Fold>(from, band.line_step, band.lines, part.input_columns, input);
+    if (passed.count != 0) {
+      pass_windows<Fold>(words + passed.first * part.stride, part.window, part.stride, passed.count, stage,
+                         to + passed.first * sizeof(typename Stage::Out));
+    }
+    if (passed.count != part.count) after_line(to);
+  }
+}
+
+}  // namespace tarvu
+
+#endif  // TARVU_POOL_POOL_BAND_H

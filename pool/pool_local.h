@@ -1,0 +1,165 @@
+/// \file pool_local.h
+/// The walk of a window over all planes, shared by all local operations.
+#ifndef TARVU_POOL_POOL_LOCAL_H
+#define TARVU_POOL_POOL_LOCAL_H
+
+#include "pool/pool_geometry.h"
+#include "pool/pool_operations.h"
+
+namespace tarvu {
+
+/// Columns of the input folded down the lines of a window, over a tile of one output line. Position 0 is the first
+/// word of the tile's first window; padding holds the fold of nothing.
+template <class Fold>
+class LineTile {
+ public:
+  using Word = typename Fold::Word;
+  static constexpr uint32_t kWords = 4096 / sizeof(Word);
+
+  /// Moves the tile to another part of the line; stays if it is there.
+  void move_to(uint32_t position) {
+    if (position == position_) return;
+    position_ = position;
+    std::fill(words_, words_ + kWords + kWordsBehind, Fold::kIdentity);
+  }
+
+  Word *words() { return words_; }
+
+ private:
+  static constexpr uint32_t kNowhere = 0xFFFFFFFF;
+  static constexpr uint32_t kWordsBehind = 16;  // a fold of windows may read behind the last one
+  uint32_t position_ = kNowhere;
+  alignas(16) Word words_[kWords + kWordsBehind];
+};
+
+/// The parts of a line of output: as many windows as a tile holds.
+class Parts {
+ public:
+  /// Of `columns` output columns.
+  Parts(const Axis &axis, uint32_t columns, uint32_t tile_words)
+      : kernel_(static_cast<uint32_t>(axis.kernel)),
+        stride_(static_cast<uint32_t>(axis.stride)),
+        pad_(static_cast<uint32_t>(axis.pad_near)),
+        end_of_input_(pad_ + static_cast<uint32_t>(axis.extent)),
+        columns_(columns),
+        most_((tile_words - kernel_) / std::max(stride_, 1u) + 1) {
+    // Two tiles for lines that fill at most half of one.
+    second_ = (columns - 1) * stride_ + kernel_ + kReadBehind <= tile_words / 2 ? tile_words / 2 : 0;
+    whole_ = part(0);
+  }
+
+  /// The one part of lines that are.
+  const Part &whole() const { return whole_; }
+  uint32_t columns() const { return columns_; }
+  uint32_t most() const { return most_; }
+  uint32_t position_of(uint32_t first) const { return first * stride_; }
+
+  Part part(uint32_t first) const {
+    const uint32_t count = std::min(most_, columns_ - first);
+    const uint32_t position = position_of(first);
+    const uint32_t begin = std::max(position, pad_);
+    const uint32_t end = std::max(begin, std::min(position + (count - 1) * stride_ + kernel_, end_of_input_));
+    return {kernel_, stride_, first, count, begin - pad_, begin - position, end - begin, second_};
+  }
+
+ private:
+  static constexpr uint32_t kReadBehind = 64;
+
+  uint32_t kernel_;
+  uint32_t stride_;
+  uint32_t pad_;
+  uint32_t end_of_input_;
+  uint32_t columns_;
+  uint32_t most_;
+  uint32_t second_;
+  Part whole_;
+};
+
+/// Each window by itself, for windows that do not lie in regular steps: `both` folds elements as words.
+template <class Element>
+[[gnu::noinline]] int32_t fold_one_window(const Band &line, const Window &column, int32_t of_nothing,
+                                          int32_t (*both)(int32_t, int32_t)) {
+  int32_t folded = of_nothing;
+  for (uint32_t l = 0; l < line.lines; ++l) {
+    const uint8_t *elements = line.from + l * line.line_step;
+    for (int32_t x = column.begin; x < column.end; ++x) {
+      folded = both(folded, load<Element>(elements + x * static_cast<ptrdiff_t>(sizeof(Element))));
+    }
+  }
+  return folded;
+}
+
+/// Runs the lines of a band by `operation`, in tiles or window by window. Kept: lines and columns in ascending order, so that of
+/// output lines that overlap the later one wins.
+template <class Operation>
+[[gnu::noinline]] void run_in_pieces(const Band &band, const Parts &parts, const Axis *irregular, const Operation &operation,
+                                     LineTile<typename Operation::Fold> &tile) {
+  using Element = typename Operation::Fold::Element;
+  Band line = band;
+  line.count = 1;
+  for (uint32_t n = band.count; n != 0; --n, line.from += band.window_step, line.to += band.out_step) {
+    if (irregular != nullptr) {
+      for (uint32_t i = 0; i < parts.columns(); ++i) {
+        const Window column = irregular->window(static_cast<int32_t>(i));
+        operation.put(line.to + i * sizeof(typename Operation::Out),
+                      fold_one_window<Element>(line, column, Operation::kOfNothing, Operation::both), column);
+      }
+      continue;
+    }
+    for (uint32_t first = 0; first < parts.columns(); first += parts.most()) {
+      tile.move_to(parts.position_of(first));
+      operation.run(line, parts.part(first), tile.words());
+    }
+  }
+}
+
+inline uint32_t count_of(const Axis &axis, int32_t extra_limit) {
+  return static_cast<uint32_t>(axis.regular()) + (axis.has_extra_below(extra_limit) ? 1 : 0);
+}
+
+/// Output lines from line `first` whose windows are alike: only those are many that no border clips.
+inline uint32_t alike_from(const Axis &lines, uint32_t first) {
+  const auto end = static_cast<uint32_t>(lines.whole);
+  return first > 0 && first < end ? end - first : 1;
+}
+
+template <class Operation>
+void pool_windows(const _NN_POOL_PARM &parm, const Axis &columns, const Axis &lines, Operation operation) {
+  using Tile = LineTile<typename Operation::Fold>;
+  Tile tile;
+  const uint32_t line_count = count_of(lines, operation.extra_line_limit());
+  // Without steps across the lines a window may be taller than the kernel, and too tall for the words of a tile.
+  const Axis *irregular = columns.is_regular() && lines.stride > 0 ? nullptr : &columns;
+  const Parts parts(columns, count_of(columns, operation.extra_column_limit(Place::kInner)), Tile::kWords);
+  const Parts extra_parts(columns, count_of(columns, operation.extra_column_limit(Place::kExtra)), Tile::kWords);
+  const bool one_part = irregular == nullptr && parts.columns() <= parts.most();
+  for (uint32_t b = 0; b < parm.batch; ++b) {
+    for (uint32_t c = 0; c < parm.channel; ++c) {
+      const uint8_t *plane = pointer<const uint8_t>(parm.in_addr) + b * size_t{parm.in_batch_ofs} + c * size_t{parm.in_channel_ofs};
+      uint8_t *to = pointer(parm.out_addr) + b * size_t{parm.out_batch_ofs} + c * size_t{parm.out_channel_ofs};
+      for (uint32_t j = 0; j < line_count;) {
+        const Window window = lines.window(static_cast<int32_t>(j));
+        const Parts &line_parts = window.place == Place::kExtra ? extra_parts : parts;
+        const Band band = {plane + first_line_offset(lines, static_cast<int32_t>(j), parm.in_line_ofs),
+                           parm.in_line_ofs,
+                           parm.stride_h * size_t{parm.in_line_ofs},
+                           static_cast<uint32_t>(std::max(window.end - window.begin, 0)),
+                           to + j * size_t{parm.out_line_ofs},
+                           parm.out_line_ofs,
+                           alike_from(lines, j)};
+        operation.start_lines(window);
+        if (one_part) {
+          tile.move_to(0);
+          operation.run(band, line_parts.whole(), tile.words());
+        } else {
+          run_in_pieces(band, line_parts, irregular, operation, tile);
+        }
+        j += band.count;
+      }
+    }
+  }
+}
+
+}  // namespace tarvu
+
+#endif  // TARVU_POOL_POOL_LOCAL_H
