@@ -10,7 +10,7 @@ namespace demo {
 namespace {
 
 constexpr int kColumns = 5;
-constexpr int kFrameWidth = 240, kFrameHeight = 180;
+constexpr int kFrameWidth = 272, kFrameHeight = 204;
 constexpr int kMargin = 12;
 constexpr int kCaption = 26;
 constexpr uint8_t kPaper = 244, kInk = 32;
@@ -75,7 +75,7 @@ std::vector<Rectangle> letters_of(std::string text) {
 void draw_caption(Tensor &sheet, int left, int top, const std::string &caption) {
   constexpr int kDot = 2;
   for (const Rectangle &part : letters_of(caption)) {
-    int const right = std::min(left + kDot * part.right, int{sheet.shape.height});
+    int const right = std::min(left + kDot * part.right, left + kFrameWidth);
     for (int y = top + kDot * part.top; y < top + kDot * part.bottom; ++y) {
       for (int x = left + kDot * part.left; x < right; ++x) std::fill_n(pixel_of(sheet, x, y), 3, kInk);
     }

@@ -22,7 +22,7 @@ enum Class : uint32_t { kBackground, kContrast, kBrightness };
 constexpr uint32_t kClasses = 3;
 constexpr int8_t kBackgroundLogit = 6 * 8;
 constexpr float kLeastConfidence = 0.5f;
-constexpr float kOverlap = 0.3f;
+constexpr float kOverlap = 0.1f;
 constexpr uint32_t kDetections = 5;  // a class; with no more than these a class takes exactly five output records
 constexpr int32_t kMostKept = 20;
 
