@@ -42,8 +42,13 @@ struct Part {
   uint32_t input;          ///< first input column of the tile
   uint32_t input_at;       ///< its position
   uint32_t input_columns;  ///< none if the tile is all padding
-  uint32_t second_tile;    ///< position of a second tile of the same kind, or 0 if there is none
+  bool two_tiles;          ///< whether a second tile of the same kind lies kSecondTile words behind
 };
+
+/// Bytes of words that a tile of one line has, or two tiles side by side.
+inline constexpr uint32_t kTileBytes = 4096;
+template <class Word>
+inline constexpr uint32_t kSecondTile = kTileBytes / 2 / sizeof(Word);
 
 /// Which windows of a part pass through a stage: `count` of them from window `first`.
 struct Passed {
@@ -117,11 +122,34 @@ inline void pass_any_count(const typename Fold::Word *words, uint32_t window, ui
   store_part(to, part, count * static_cast<uint32_t>(sizeof(typename Stage::Out)));
 }
 
-/// Folds `count` windows of `window` words, `stride` words apart (each at least 1), and stores them through the stage.
+/// At least a block of windows one word apart and of at least four words: the quads of all words are folded first.
 template <class Fold, class Stage>
-[[gnu::noinline]] void pass_windows(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
+inline void pass_long_windows(typename Fold::Word *words, uint32_t window, uint32_t count, const Stage &given_stage, uint8_t *to) {
+  using Word = typename Fold::Word;
+  constexpr size_t kBlock = kWordsOfBlock<Word>;
+  Word *const quads = words + kSecondTile<Word>;
+  fold_quads<Fold>(words, count + window - 1, quads);
+  given_stage.in_registers([&](const auto &stage) {
+    const size_t last = count - kBlock;
+    const auto pass = [&](size_t i) {
+      stage.store(to + i * sizeof(typename Stage::Out), fold_block_by_quads<Fold>(words + i, quads + i, window));
+    };
+    for (size_t i = 0; i < last; i += kBlock) pass(i);
+    pass(last);
+  });
+}
+
+/// Folds `count` windows of `window` words, `stride` words apart (each at least 1), and stores them through the stage. `words` may
+/// have room for two tiles.
+template <class Fold, class Stage>
+[[gnu::noinline]] void pass_windows(typename Fold::Word *words, bool two_tiles, uint32_t window, uint32_t stride, uint32_t count,
                                     const Stage &stage, uint8_t *to) {
-  if (stride == 1) return pass_any_count<Fold, 1>(words, window, stride, count, stage, to);
+  if (stride == 1) {
+    if (two_tiles && window >= 8 && count >= kWordsOfBlock<typename Fold::Word>) {
+      return pass_long_windows<Fold>(words, window, count, stage, to);
+    }
+    return pass_any_count<Fold, 1>(words, window, stride, count, stage, to);
+  }
   if (stride == 2) return pass_any_count<Fold, 2>(words, window, stride, count, stage, to);
   return pass_any_count<Fold, 0>(words, window, stride, count, stage, to);
 }
@@ -151,15 +179,22 @@ template <class Fold, uint32_t kStride, uint32_t kSide, bool kNarrow, class Stag
       const uint8_t *const behind_last = band.cut_behind != 0 ? nothing : nullptr;
       const uint8_t *first = band.cut_front != 0 ? nothing : from;
       from += band.cut_front != 0 ? 0 : line_step;  // the second line of the windows
-      const size_t second = part.second_tile;
-      for (; n >= 2 && second != 0; n -= 2, to += 2 * out_step) {
-        const uint8_t *last = from + (kStride + 1) * line_step;
-        if (n == 2 && behind_last != nullptr) last = behind_last;
-        fold_three_lines_twice<Fold, kStride, kNarrow ? 2 : 0>(first, from, line_step, last, columns, input, input + second);
+      const auto pass_two = [&](const uint8_t *last) __attribute__((always_inline)) {
+        constexpr size_t kSecond = kSecondTile<Word>;
+        fold_three_lines_twice<Fold, kStride, kNarrow ? 2 : 0>(first, from, line_step, last, columns, input, input + kSecond);
         pass(words, to);
-        pass(words + second, to + out_step);
-        from += 2 * kStride * line_step;
-        first = from - line_step;
+        pass(words + kSecond, to + out_step);
+      };
+      if (part.two_tiles) {
+        for (; n > 2; n -= 2, to += 2 * out_step) {
+          pass_two(from + (kStride + 1) * line_step);
+          from += 2 * kStride * line_step;
+          first = from - line_step;
+        }
+        if (n == 2) {
+          pass_two(behind_last != nullptr ? behind_last : from + (kStride + 1) * line_step);
+          n = 0;
+        }
       }
       for (; n != 0; --n, to += out_step) {
         const uint8_t *last = from + line_step;
@@ -202,20 +237,21 @@ template <class Fold, class Stage>
   });
 }
 
-/// Runs a part whose windows all pass if they are of a common kind, else gives false.
 template <class Fold, class Stage, class EdgesOrNone>
-bool run_if_square(const Band &band, const Part &part, const Stage &stage, const EdgesOrNone &edges, typename Fold::Word *words) {
+bool run_if_common(const Band &band, const Part &part, const Stage &stage, const EdgesOrNone &edges, typename Fold::Word *words) {
   constexpr uint32_t kBlock = kWordsOfBlock<typename Fold::Word>;
   constexpr uint32_t kColumns = kColumnsOfBlock<Fold>;
   if (part.input_columns < kColumns || part.count < kBlock) return false;
   if (band.count > 1 && band.window_step != part.stride * band.line_step) return false;
   if (part.window != band.lines) return false;
   if (part.window == 3 && part.stride == 1) {
-    if (part.input_columns <= 2 * kColumns && part.count <= 32 && part.count > 16) {
-      run_square_windows<Fold, 1, 3, true>(band, part, stage, edges, words);
-    } else {
-      run_square_windows<Fold, 1, 3, false>(band, part, stage, edges, words);
+    if constexpr (kColumns == 16) {
+      if (part.input_columns <= 2 * kColumns && part.count <= 32 && part.count > 16) {
+        run_square_windows<Fold, 1, 3, true>(band, part, stage, edges, words);
+        return true;
+      }
     }
+    run_square_windows<Fold, 1, 3, false>(band, part, stage, edges, words);
     return true;
   }
   if (part.window == 3 && part.stride == 2) {
@@ -235,6 +271,18 @@ bool run_if_square(const Band &band, const Part &part, const Stage &stage, const
   return false;
 }
 
+/// Runs a part whose windows all pass if they are of a common kind, else gives false. Only pairs of types of one width are worth
+/// the code.
+template <class Fold, class Stage, class EdgesOrNone>
+bool run_if_square(const Band &band, const Part &part, const Stage &stage, const EdgesOrNone &edges,
+                   typename Fold::Word *words) {
+  if constexpr (sizeof(typename Fold::Element) == sizeof(typename Stage::Out) && sizeof(typename Fold::Word) < 4) {
+    return run_if_common<Fold>(band, part, stage, edges, words);
+  } else {
+    return false;
+  }
+}
+
 /// Folds the windows of a part of a band and stores those that are `passed` through the stage. Where there are others,
 /// after_line(to) is called when the words and the output `to` of a line stand. `words` is the tile, which holds the fold of nothing
 /// wherever there is padding.
@@ -252,7 +300,7 @@ template <class Fold, class Stage>
       std::fill(input, input + part.input_columns, Fold::kIdentity);
     }
     if (passed.count != 0) {
-      pass_windows<Fold>(words + passed.first * part.stride, part.window, part.stride, passed.count, stage,
+      pass_windows<Fold>(words + passed.first * part.stride, part.two_tiles, part.window, part.stride, passed.count, stage,
                          to + passed.first * sizeof(typename Stage::Out));
     }
     if (passed.count != part.count) after_line(to);

@@ -14,7 +14,7 @@ template <class Fold>
 class LineTile {
  public:
   using Word = typename Fold::Word;
-  static constexpr uint32_t kWords = 4096 / sizeof(Word);
+  static constexpr uint32_t kWords = kTileBytes / sizeof(Word);
 
   /// Moves the tile to another part of the line; stays if it is there.
   void move_to(uint32_t position) {
@@ -43,8 +43,8 @@ class Parts {
         end_of_input_(pad_ + static_cast<uint32_t>(axis.extent)),
         columns_(columns),
         most_((tile_words - kernel_) / std::max(stride_, 1u) + 1) {
-    // Two tiles for lines that fill at most half of one.
-    second_ = (columns - 1) * stride_ + kernel_ + kReadBehind <= tile_words / 2 ? tile_words / 2 : 0;
+    // For lines that fill at most half of one.
+    two_tiles_ = (columns - 1) * stride_ + kernel_ + kReadBehind <= tile_words / 2;
     whole_ = part(0);
   }
 
@@ -59,7 +59,7 @@ class Parts {
     const uint32_t position = position_of(first);
     const uint32_t begin = std::max(position, pad_);
     const uint32_t end = std::max(begin, std::min(position + (count - 1) * stride_ + kernel_, end_of_input_));
-    return {kernel_, stride_, first, count, begin - pad_, begin - position, end - begin, second_};
+    return {kernel_, stride_, first, count, begin - pad_, begin - position, end - begin, two_tiles_};
   }
 
  private:
@@ -71,7 +71,7 @@ class Parts {
   uint32_t end_of_input_;
   uint32_t columns_;
   uint32_t most_;
-  uint32_t second_;
+  bool two_tiles_;
   Part whole_;
 };
 
@@ -147,6 +147,13 @@ Lines lines_from(const Axis &axis, uint32_t first, uint32_t line_count, bool ble
   return lines;
 }
 
+/// A band of any plane: what does not depend on where the plane lies.
+struct PlannedBand {
+  uint32_t first;  ///< output line
+  Window window;   ///< of that line
+  Lines alike;
+};
+
 template <class Operation>
 void pool_windows(const _NN_POOL_PARM &parm, const Axis &columns, const Axis &lines, Operation operation) {
   using Tile = LineTile<typename Operation::Fold>;
@@ -158,24 +165,38 @@ void pool_windows(const _NN_POOL_PARM &parm, const Axis &columns, const Axis &li
   const Parts extra_parts(columns, count_of(columns, operation.extra_column_limit(Place::kExtra)), Tile::kWords);
   const bool blended = columns.extent * static_cast<int32_t>(sizeof(typename Operation::Fold::Element)) <= int32_t{kNothingBytes};
   const bool one_part = irregular == nullptr && parts.columns() <= parts.most();
+
+  const auto plan = [&](uint32_t first) -> PlannedBand {
+    return {first, lines.window(static_cast<int32_t>(first)), lines_from(lines, first, line_count, blended, operation)};
+  };
+  constexpr uint32_t kPlanned = 4;
+  PlannedBand planned[kPlanned];  // the others are planned for each plane anew
+  uint32_t planned_count = 0;
+  for (uint32_t first = 0; first < line_count && planned_count < kPlanned; ++planned_count) {
+    planned[planned_count] = plan(first);
+    first += planned[planned_count].alike.count;
+  }
+
   for (uint32_t b = 0; b < parm.batch; ++b) {
     for (uint32_t c = 0; c < parm.channel; ++c) {
       const uint8_t *plane = pointer<const uint8_t>(parm.in_addr) + b * size_t{parm.in_batch_ofs} + c * size_t{parm.in_channel_ofs};
       uint8_t *to = pointer(parm.out_addr) + b * size_t{parm.out_batch_ofs} + c * size_t{parm.out_channel_ofs};
-      for (uint32_t j = 0; j < line_count;) {
-        const Window window = lines.window(static_cast<int32_t>(j));
-        const Parts &line_parts = window.place == Place::kExtra ? extra_parts : parts;
-        const Lines alike = lines_from(lines, j, line_count, blended, operation);
-        const Band band = {plane + first_line_offset(lines, static_cast<int32_t>(j), parm.in_line_ofs),
+      uint32_t first = 0;
+      for (uint32_t i = 0; first < line_count; ++i) {
+        const PlannedBand next = i < planned_count ? planned[i] : plan(first);
+        const Lines alike = next.alike;
+        const Window window = next.window;
+        const auto of_first = static_cast<uint32_t>(std::max(window.end - window.begin, 0));
+        const Band band = {plane + first_line_offset(lines, static_cast<int32_t>(first), parm.in_line_ofs),
                            parm.in_line_ofs,
                            parm.stride_h * size_t{parm.in_line_ofs},
-                           static_cast<uint32_t>(std::max(window.end - window.begin, 0)) + (alike.count == 1 ? alike.cut_behind : 0) +
-                               alike.cut_front,
+                           of_first + alike.cut_front + (alike.count == 1 ? alike.cut_behind : 0),
                            alike.cut_front,
                            alike.cut_behind,
-                           to + j * size_t{parm.out_line_ofs},
+                           to + first * size_t{parm.out_line_ofs},
                            parm.out_line_ofs,
                            alike.count};
+        const Parts &line_parts = window.place == Place::kExtra ? extra_parts : parts;
         operation.start_lines(window);
         if (one_part) {
           tile.move_to(0);
@@ -183,7 +204,7 @@ void pool_windows(const _NN_POOL_PARM &parm, const Axis &columns, const Axis &li
         } else {
           run_in_pieces(band, line_parts, irregular, operation, tile);
         }
-        j += band.count;
+        first += alike.count;
       }
     }
   }

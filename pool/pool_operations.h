@@ -23,11 +23,24 @@ inline bool passes_unchanged(const OutputTerms &terms) {
          terms.round >= 0 && terms.round < multiplier;
 }
 
+/// Where no product of a 16-bit word and no rounding of it can wrap: the words of both signs leave a bit for the rounding.
+template <class In>
+inline bool fits_halves(const OutputTerms &terms) {
+  const int32_t multiplier = multiply(terms.in_multiplier, terms.out_multiplier);
+  const int32_t least = std::is_signed_v<In> ? std::numeric_limits<int16_t>::min() : 0;
+  const bool rounds = terms.right == 0 ? terms.round == 0 : terms.right <= 30;
+  return rounds && multiplier >= least && multiplier <= std::numeric_limits<int16_t>::max() && (terms.round != 0 || terms.right == 0);
+}
+
 /// Maxima to the output, in the quickest way that the types and terms allow.
 template <class In, class Out>
 class MaximumOutput {
  public:
   explicit MaximumOutput(const OutputTerms &terms) : step_(terms), unchanged_(passes_unchanged<In, Out>(terms)), lanes_(terms) {
+    if constexpr (kMultiplied) {
+      multiplied_ = fits_halves<In>(terms);
+      halves_ = halves_terms<In>(step_.multiplier, step_.right);
+    }
     if constexpr (kMapped) {
       for (uint32_t byte = 0; byte < 256; ++byte) map_[byte] = static_cast<uint8_t>(element(static_cast<In>(byte)));
     }
@@ -42,6 +55,9 @@ class MaximumOutput {
     if constexpr (kMapped) {
       use(MapStage{map_});
     } else {
+      if constexpr (kMultiplied) {
+        if (multiplied_) return use(HalvesStage<Out, In>{halves_});
+      }
       use(StepStage<Out, MaximumStep<Words>>{lanes_});
     }
   }
@@ -50,9 +66,12 @@ class MaximumOutput {
 
  private:
   static constexpr bool kMapped = kMapsBytes && sizeof(In) == 1 && sizeof(Out) == 1;
+  static constexpr bool kMultiplied = kMultipliesHalves && sizeof(In) == 2 && sizeof(Out) == 2;
   MaximumStep<int32_t> step_;
   bool unchanged_;
   MaximumStep<Words> lanes_;
+  bool multiplied_ = false;
+  HalvesTerms<std::conditional_t<kMultiplied, In, int16_t>> halves_{};
   uint8_t map_[kMapped ? 256 : 1] = {};
 };
 

@@ -128,6 +128,21 @@ struct MapStage {
   }
 };
 
+/// 16-bit maxima whose products and rounding cannot wrap.
+template <class OutElement, class Word>
+struct HalvesStage {
+  using Out = OutElement;
+  HalvesTerms<Word> terms;
+  [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const {
+    store_multiplied<Out>(to, block.lanes[0], terms);
+  }
+  template <class Use>
+  [[gnu::always_inline]] void in_registers(Use use) const {
+    const HalvesStage copy = *this;
+    use(copy);
+  }
+};
+
 /// A divisor for every word of a block.
 template <class Word>
 struct Divisors {

@@ -421,18 +421,20 @@ inline typename Fold::Word fold_window(const typename Fold::Word *from, uint32_t
 /// One vector of windows of at least one word, the first at `from`; kWindow is `window`, or 0 for any.
 template <class Fold, uint32_t kStride, uint32_t kWindow>
 [[gnu::always_inline]] inline typename Fold::Lanes fold_vector_of_windows(const typename Fold::Word *from, uint32_t window) {
+  using Word = typename Fold::Word;
   using Lanes = typename Fold::Lanes;
   const uint32_t count = kWindow != 0 ? kWindow : window;
   if constexpr (kStride == 1) {
-    const auto at = [=](uint32_t k) { return load<Lanes>(from + k); };
-    Lanes folded = at(0);
-    uint32_t k = 1;
+    const Word *const end = from + count;
+    Lanes folded = load<Lanes>(from);
+    ++from;
     if constexpr (kWindow == 0) {
-      for (; k + 4 <= count; k += 4) {
-        folded = Fold::both(folded, Fold::both(Fold::both(at(k), at(k + 1)), Fold::both(at(k + 2), at(k + 3))));
+      for (; end - from >= 4; from += 4) {
+        const Lanes two = Fold::both(load<Lanes>(from), load<Lanes>(from + 1));
+        folded = Fold::both(folded, Fold::both(two, Fold::both(load<Lanes>(from + 2), load<Lanes>(from + 3))));
       }
     }
-    for (; k < count; ++k) folded = Fold::both(folded, at(k));
+    for (; from != end; ++from) folded = Fold::both(folded, load<Lanes>(from));
     return folded;
   } else {
     static_assert(kStride == 2);
@@ -446,6 +448,37 @@ template <class Fold, uint32_t kStride, uint32_t kWindow>
     }
     return k < count ? Fold::both(folded, load_pairs<Lanes>(from + k).even) : folded;
   }
+}
+
+/// to[i] = the fold of the four words from `from + i`, for at least `count` of them: whole vectors are read and written, which may
+/// be up to a vector and three words further.
+template <class Fold>
+inline void fold_quads(const typename Fold::Word *from, uint32_t count, typename Fold::Word *to) {
+  using Lanes = typename Fold::Lanes;
+  for (size_t i = 0; i < count; i += kLanes<Lanes>) {
+    const typename Fold::Word *at = from + i;
+    const Lanes two = Fold::both(load<Lanes>(at), load<Lanes>(at + 1));
+    store(to + i, Fold::both(two, Fold::both(load<Lanes>(at + 2), load<Lanes>(at + 3))));
+  }
+}
+
+/// A block of windows one word apart, of at least four words, from the words and from what fold_quads() makes of them.
+template <class Fold>
+[[gnu::always_inline]] inline WordBlock<typename Fold::Word> fold_block_by_quads(const typename Fold::Word *from,
+                                                                                 const typename Fold::Word *quads,
+                                                                                 uint32_t window) {
+  using Word = typename Fold::Word;
+  using Lanes = typename Fold::Lanes;
+  WordBlock<Word> block;
+  const size_t whole = window / 4 * 4;
+  for (auto &lanes : block.lanes) {
+    lanes = load<Lanes>(quads);
+    for (const Word *at = quads + 4; at != quads + whole; at += 4) lanes = Fold::both(lanes, load<Lanes>(at));
+    for (const Word *at = from + whole; at != from + window; ++at) lanes = Fold::both(lanes, load<Lanes>(at));
+    from += kLanes<Lanes>;
+    quads += kLanes<Lanes>;
+  }
+  return block;
 }
 
 /// A block of windows that start `stride` words apart; kStride is `stride` if that is 1 or 2, else 0. `count` of its words are
