@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <cstring>
 
 #include "demo.h"
@@ -60,7 +61,7 @@ Tensor detector_picture(Demo &demo, const Tensor &picture) {
 
 Tensor weighted_sum(Demo &demo, const std::string &name, const Tensor &a, float weight_a, const Tensor &b,
                     float weight_b) {
-  Tensor const out(a.shape, kLogit);
+  Tensor out(a.shape, kLogit);
   std::vector<float> scratch(size_t{3} * a.shape.width * a.shape.height);
   _NN_ELTWISE_PARM block = {};
   block.in0_addr = a.address();
@@ -99,7 +100,7 @@ Cells look_at_cells(Demo &demo, const Tensor &grey, uint16_t cells) {
 
 /// Boxes of all maps, behind them their variances.
 Tensor prior_boxes(Demo &demo, const Cells (&maps)[2]) {
-  Tensor const priors({4, kBoxes, 2, 1}, kFloats);
+  Tensor priors({4, kBoxes, 2, 1}, kFloats);
   uint64_t out = priors.address();
   for (size_t i = 0; i < std::size(kMaps); ++i) {
     FeatureMap const &map = kMaps[i];
@@ -118,8 +119,9 @@ Tensor prior_boxes(Demo &demo, const Cells (&maps)[2]) {
     block.variances[2] = block.variances[3] = 0.2f;
     block.variance_num = 4;
     block.offset = 0.5f;
-    std::string const side = std::to_string(map.cells);
-    demo.run("prior boxes: " + side + " x " + side, tarvu_priorbox_process, block, maps[i].contrast, priors);
+    char name[32];
+    std::snprintf(name, sizeof name, "prior boxes: %u x %u", unsigned{map.cells}, unsigned{map.cells});
+    demo.run(name, tarvu_priorbox_process, block, maps[i].contrast, priors);
     out += uint64_t{map.cells} * map.cells * kBoxesACell * sizeof(Box);
   }
   return priors;
@@ -141,7 +143,7 @@ Tensor confidences(Demo &demo, const Cells (&maps)[2]) {
       }
     }
   }
-  Tensor const out(logits.shape, kFloats);
+  Tensor out(logits.shape, kFloats);
   std::vector<float> scratch(2 * logits.bytes.size());
   auto block = block_of<_NN_SOFTMAX_PARM>(logits, out);
   block.work_buffer = reinterpret_cast<uintptr_t>(scratch.data());

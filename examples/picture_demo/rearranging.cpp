@@ -42,7 +42,7 @@ void expect_same(const Tensor &a, const Tensor &b, const std::string &what) {
 }
 
 Tensor rearranging_stages(Demo &demo, const Tensor &picture) {
-  Tensor const planes = permute(demo, "to planes", picture, kInterleavedToPlanes, kByte);
+  Tensor planes = permute(demo, "to planes", picture, kInterleavedToPlanes, kByte);
   // One plane above the other is a grey picture of three times the height.
   Tensor stacked = planes;
   stacked.shape = {1, planes.shape.width, static_cast<uint16_t>(planes.shape.height * planes.shape.channel), 1};

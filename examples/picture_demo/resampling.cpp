@@ -20,8 +20,8 @@ std::vector<uint8_t> nearest_values(int extent, bool is_blended_upwards) {
   for (int pixel = 0; pixel < extent; ++pixel) {
     double least = extent;
     for (int value = 0; value < 1 << kGridBits; ++value) {
-      double const whole = value * (extent - 1) / (1 << kGridBits);
       double const at = value * (extent - 1) / double{1 << kGridBits};
+      double const whole = std::floor(at);
       double const distance = std::fabs((is_blended_upwards ? 2 * whole + 1 - at : at) - pixel);
       if (distance < least) {
         least = distance;
@@ -58,7 +58,7 @@ Tensor lens(uint16_t width, uint16_t height, uint16_t in_width, uint16_t in_heig
 
 /// Takes an interleaved picture through a grid, to planes.
 Tensor sample(Demo &demo, const std::string &name, const Tensor &in, const Tensor &grid) {
-  Tensor const out({grid.shape.height, grid.shape.batch, in.shape.width, 1}, in.format);
+  Tensor out({grid.shape.height, grid.shape.batch, in.shape.width, 1}, in.format);
   // Eight bytes are read at each corner, in the line and column behind the last ones too.
   Tensor padded = in;
   padded.bytes.resize(in.bytes.size() + in.channel_bytes() + in.line_bytes() + 8);
@@ -97,7 +97,7 @@ Tensor gather(Demo &demo, const std::string &name, const Tensor &in, Axis axis,
   std::copy_n(reinterpret_cast<const uint8_t *>(positions.data()), indices.bytes.size(), indices.bytes.begin());
   Shape shape = in.shape;
   (axis == Axis::kChannel ? shape.channel : shape.height) = indices.shape.width;
-  Tensor const out(shape, in.format);
+  Tensor out(shape, in.format);
 
   _NN_GATHER_PARM block = {};
   block.in_addr = in.address();
