@@ -41,7 +41,14 @@ struct Workload {
 };
 
 /// One function per subsystem, in <subsystem>_bench.cpp.
+void add_activation_workloads(std::vector<Workload> &suite);
 void add_convert_workloads(std::vector<Workload> &suite);
+void add_pool_workloads(std::vector<Workload> &suite);
+void add_detection_workloads(std::vector<Workload> &suite);
+void add_select_workloads(std::vector<Workload> &suite);
+void add_norm_workloads(std::vector<Workload> &suite);
+void add_eltwise_workloads(std::vector<Workload> &suite);
+void add_softmax_workloads(std::vector<Workload> &suite);
 void add_resample_workloads(std::vector<Workload> &suite);
 void add_tensor_workloads(std::vector<Workload> &suite);
 

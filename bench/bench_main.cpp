@@ -117,7 +117,14 @@ int main(int argc, char **argv) {
   }
 
   std::vector<bench::Workload> suite;
+  bench::add_activation_workloads(suite);
   bench::add_convert_workloads(suite);
+  bench::add_pool_workloads(suite);
+  bench::add_detection_workloads(suite);
+  bench::add_select_workloads(suite);
+  bench::add_norm_workloads(suite);
+  bench::add_eltwise_workloads(suite);
+  bench::add_softmax_workloads(suite);
   bench::add_tensor_workloads(suite);
   bench::add_resample_workloads(suite);
 

@@ -5,9 +5,13 @@ if(TARVU_SANITIZE)
   add_link_options(-fsanitize=${TARVU_SANITIZE})
   if(TARVU_SANITIZE MATCHES "undefined")
     # The library has no virtual functions, and the check for them needs the type information that it is built without.
-    # A float that its target integer cannot hold is undefined as well, but is not part of the default set.
-    add_compile_options(-fno-sanitize=vptr -fsanitize=float-cast-overflow)
-    add_link_options(-fsanitize=float-cast-overflow)
+    add_compile_options(-fno-sanitize=vptr)
+    if(NOT TARVU_ARM64)
+      # A float that its target integer cannot hold is undefined as well, but is not part of the default set. On arm64 the
+      # intrinsics of the saturating conversions are written as such casts.
+      add_compile_options(-fsanitize=float-cast-overflow)
+      add_link_options(-fsanitize=float-cast-overflow)
+    endif()
   endif()
   add_compile_definitions(_GLIBCXX_ASSERTIONS)
 endif()

@@ -161,9 +161,7 @@ constexpr ConvertBlocks<T> kConvertBlocks[] = {
 
 template <class T>
 void convert_rounded(const float *source, T *destination, int frac_bits, uint32_t count, uint32_t code, float scale) {
-  // Kept: a shift of one 32-bit word, so 31 fraction bits change the sign and 32 count as none.
-  const float multiplier = frac_bits >= 0 ? scaled_up(power_of_two_in_word(frac_bits), scale)
-                                          : scaled_down(power_of_two_in_word(-frac_bits), scale);
+  const float multiplier = rounded_multiplier_from_float(frac_bits, scale);
   const uint32_t blocks = count / kBlock<T>;
   const uint32_t in_blocks = blocks * kBlock<T>;
   if (code <= kEnvironment) {

@@ -33,6 +33,13 @@ inline float multiplier_from_float(int frac_bits, float scale) {
   return frac_bits >= 0 ? scaled_up(power_of_two(frac_bits), scale) : scaled_down(power_of_two(-frac_bits), scale);
 }
 
+/// Multiplier of the conversions from float by a rounding code.
+/// Kept: a shift of one 32-bit word, so 31 fraction bits change the sign and 32 count as none.
+inline float rounded_multiplier_from_float(int frac_bits, float scale) {
+  return frac_bits >= 0 ? scaled_up(power_of_two_in_word(frac_bits), scale)
+                        : scaled_down(power_of_two_in_word(-frac_bits), scale);
+}
+
 /// Multiplier of the conversions to float.
 inline float multiplier_to_float(int frac_bits, float scale) {
   return frac_bits >= 0 ? scaled_down(power_of_two(frac_bits), scale) : scaled_up(power_of_two(-frac_bits), scale);

@@ -563,9 +563,10 @@ typedef struct _NN_SOFTMAX_PARM {
 ///    select, with the scale as a float (`scale_value / 2^scale_shift`, the power shifted in 32 bits modulo 32). A
 ///    signed 32-bit format copies the floats at `in_addr`: of the FIRST item for every item. Any other format
 ///    converts nothing and computes on what the scratch memory holds.
-/// 2. The axis is picked: 1 takes tarvu_softmax_axis1_4vec(), 2 tarvu_softmax_axis2_4vec() (where `width` is 1 the
-///    groups are contiguous: tarvu_softmax_axis3_4vec()), 3 tarvu_softmax_axis3_4vec(), an axis below 0 and any axis
-///    whose item is a single group tarvu_softmax_axisn_1dim_vec().
+/// 2. The axis is picked: 1 groups the `channel` elements of each column, `width * height` apart, and sums as
+///    tarvu_softmax_axis2_4vec() does; 2 takes tarvu_softmax_axis2_4vec() (where `width` is 1 the groups are contiguous:
+///    tarvu_softmax_axis3_4vec()), 3 tarvu_softmax_axis3_4vec(), an axis below 0 and any axis whose item is a single
+///    group tarvu_softmax_axisn_1dim_vec().
 /// 3. The result is converted by `floatto*_neon()` if the output's width is 8 or 16 and its `sign_bits` 0 or 1, written
 ///    as floats straight to the output if the width is any other, and dropped if only the `sign_bits` are another.
 ///
@@ -590,7 +591,7 @@ TARVU_API _QX_RESULT tarvu_softmax_process_one_batch(const _NN_SOFTMAX_PARM *par
 /// tarvu_softmax_process(): converts `batch * channel * height * width` elements from `in_addr` as there (float input
 /// is copied whole), computes, and converts as many to `out_addr`.
 ///
-/// - `axis` 1 and `height * width` above 1: tarvu_softmax_axis1_4vec(), which covers the first item; the rest of the
+/// - `axis` 1 and `height * width` above 1: the columns along the channels of the first item, as there; the rest of the
 ///   result is what the second scratch array held (or the output, if it is written as floats).
 /// - Otherwise, with L the extent of `axis` (1 for an axis below 0 or above 3), `height * channel * width / L` groups
 ///   of L consecutive elements from the start, none if L is 0; what lies behind them is as above. For any axis but 3
@@ -603,15 +604,11 @@ TARVU_API _QX_RESULT tarvu_softmax_process_one_batch(const _NN_SOFTMAX_PARM *par
 /// \return QX_OK, with no line printed, for any axis
 TARVU_API _QX_RESULT tarvu_softmax_process_0(const _NN_SOFTMAX_PARM *parm);
 
-/// Softmax of floats along the channels of one item: the groups are the `channel` elements of each column, `width *
-/// height` apart. A column's sum is taken in the order of the axis from 0.0f.
+/// Softmax of floats along the height of one item: the groups are the `height` elements of each column of a plane,
+/// `width` apart. A column's sum is taken in the order of the axis from 0.0f.
 /// \param in `width * height * channel` floats, at any address
-/// \param out as many floats, which hold the differences and exponentials on the way; must not overlap `in`
+/// \param out as many floats, which hold the exponentials on the way; must not overlap `in`
 /// \param parm the extents and, in tarvu_softmax_axis3_4vec(), the axis are read, nothing else
-TARVU_API void tarvu_softmax_axis1_4vec(const float *in, float *out, const _NN_SOFTMAX_PARM *parm);
-
-/// As tarvu_softmax_axis1_4vec() along the lines of each plane: the groups are the `height` elements of each column,
-/// `width` apart.
 TARVU_API void tarvu_softmax_axis2_4vec(const float *in, float *out, const _NN_SOFTMAX_PARM *parm);
 
 /// Softmax of floats over contiguous groups: `channel * height` groups of `width` elements, or, where `axis` is 2,
@@ -620,7 +617,7 @@ TARVU_API void tarvu_softmax_axis2_4vec(const float *in, float *out, const _NN_S
 /// The sum of a group of L exponentials has a fixed order. One accumulator of four lanes starts at 0.0f. For each 16
 /// elements lane k adds the elements 4k, 4k + 1, 4k + 2 and 4k + 3 of the block in this order, then for each 4 elements
 /// of the rest lane k adds element k. The lanes are added as `(((lane0 + 0.0f) + lane1) + lane2) + lane3`, then the
-/// last `L % 4` exponentials one at a time. Arguments as for tarvu_softmax_axis1_4vec().
+/// last `L % 4` exponentials one at a time. Arguments as for tarvu_softmax_axis2_4vec().
 TARVU_API void tarvu_softmax_axis3_4vec(const float *in, float *out, const _NN_SOFTMAX_PARM *parm);
 
 /// As tarvu_softmax_axis3_4vec() over one group of `width * height * channel` elements.

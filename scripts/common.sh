@@ -1,6 +1,7 @@
+# shellcheck shell=sh disable=SC2034,SC2154
 # What the scripts share. A script sets `root` and reads this file; it then stands in `root`.
 
-cd "$root"
+cd "$root" || exit
 script=scripts/$(basename "$0")
 jobs=$(nproc)
 emulator="qemu-aarch64 -cpu cortex-a76 -L /usr/aarch64-linux-gnu"

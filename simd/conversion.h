@@ -19,6 +19,12 @@ inline T saturate(WordOf<T> x) {
   return static_cast<T>(std::clamp<WordOf<T>>(x, std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
 }
 
+/// A signed integer saturated to T, whether T is signed or not.
+template <class T>
+inline T saturate_signed(int64_t x) {
+  return static_cast<T>(std::clamp<int64_t>(x, std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
+}
+
 /// A float to the word of T, towards zero with saturation; NaN gives 0.
 template <class T>
 inline WordOf<T> to_word(float x) {

@@ -183,6 +183,31 @@ inline F round_half_away(F x) {
   const F one = F((UnsignedLanes<F>(x) & 0x80000000u) | 0x3F800000u);  // with the sign of x
   return absolute(x - whole) >= 0.5f ? whole + one : whole;
 }
+#if TARVU_AVX2
+/// CVTTPS gives the least integer for all that a signed word cannot hold.
+template <FloatLanes F>
+inline SignedLanes<F> truncate(F x) {
+  using S = SignedLanes<F>;
+  if constexpr (sizeof(F) == 16) {
+    return S(_mm_cvttps_epi32(__m128(x)));
+  } else {
+    return S(_mm256_cvttps_epi32(__m256(x)));
+  }
+}
+template <FloatLanes F>
+inline SignedLanes<F> to_s32(F x) {
+  using S = SignedLanes<F>;
+  return (truncate(x) ^ S(x >= 0x1p31f)) & S(x == x);
+}
+template <FloatLanes F>
+inline UnsignedLanes<F> to_u32(F x) {
+  using U = UnsignedLanes<F>;
+  const F from_zero = x > 0.0f ? x : F{};  // NaN becomes 0 too
+  const SignedLanes<F> low = truncate(from_zero);
+  const SignedLanes<F> high = truncate(from_zero - 0x1p31f);
+  return U(low) | (U(low >> 31) & U(high | (high >> 31)));
+}
+#else
 template <FloatLanes F>
 inline SignedLanes<F> to_s32(F x) {
   using S = SignedLanes<F>;
@@ -198,6 +223,7 @@ inline UnsignedLanes<F> to_u32(F x) {
   const U bits = U(to_s32(rest)) | top;
   return S(x >= 0x1p32f) ? U{} - 1u : bits;
 }
+#endif
 template <FloatLanes F>
 inline SignedLanes<F> round_down_to_s32(F x) {
   return to_s32(round_down(x));

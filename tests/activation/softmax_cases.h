@@ -236,6 +236,64 @@ void expect_same_for_every_small_shape(support::Random &random, Product product,
   }
 }
 
+/// Integers or floats that lie apart or one behind the other in one memory, the output `out_at` bytes into it.
+template <class Parm, class Product, class Reference>
+void expect_same_in_one_memory(support::Random &random, Parm block, size_t out_at, Product product,
+                               Reference reference) {
+  const size_t count = elements_of_an_item(block.width, block.height, block.channel);
+  const size_t in_bytes = count * out_element_bytes(block.in_fmt);
+  const size_t out_bytes = count * out_element_bytes(block.out_fmt);
+  const support::GuardedMemory memory(std::max(in_bytes, out_at + out_bytes)), scratch(8 * count);
+  random.fill(memory.data(), memory.size());
+  if (width_in_bits(block.in_fmt) == 32) random.fill_floats(memory.data(), memory.size() / 4, -20.0f, 20.0f);
+  support::Case<Parm> softmax;
+  softmax.block = block;
+  softmax.attach(&Parm::in_addr, memory, "memory", support::Element::k8Bit);
+  softmax.block.out_addr = memory.address() + out_at;
+  softmax.block.work_buffer = scratch.address();
+  ASSERT_TRUE(softmax.same(product, reference))
+      << "axis " << int{block.axis} << ", " << block.width << " x " << block.height << " x " << block.channel << ", "
+      << width_in_bits(block.in_fmt) << " to " << width_in_bits(block.out_fmt) << " bits, output at " << out_at;
+}
+
+/// Items that are computed piece by piece: more rows and columns than go at once, rows that are longer than a piece, and
+/// an input that the output lies apart from, equals or overlaps.
+template <class Parm, class Product, class Reference>
+void expect_same_for_long_items(support::Random &random, Product product, Reference reference) {
+  using support::format;
+  const struct {
+    Shape shape;
+    int axis;
+  } cases[] = {{{1000, 9, 1, 1}, 3}, {{63, 3, 50, 1}, 3},  {{64, 65, 2, 1}, 3},  {{21, 411, 1, 1}, 3},
+               {{5003, 3, 1, 1}, 3}, {{1, 97, 91, 1}, 2},  {{613, 1, 21, 1}, 1}, {{19, 13, 300, 1}, 1},
+               {{301, 21, 3, 1}, 2}, {{7, 1200, 2, 1}, 2}, {{97, 11, 13, 1}, -1}};
+  const struct {
+    _NN_FMT in, out;
+  } formats[] = {{format(8, 3, 1), format(8, 7, 1)},   {format(16, 11, 1), format(32, 0, 1)},
+                 {format(8, 4, 0), format(16, 16, 0)}, {format(16, 12, 0), format(8, 8, 0)},
+                 {format(32, 0, 1), format(8, -1, 1)}, {format(32, 0, 1), format(16, 15, 1)}};
+  for (const auto &c : cases) {
+    for (const auto &f : formats) {
+      Parm block = float_block<Parm>(c.shape, c.axis);
+      block.in_fmt = f.in;
+      block.out_fmt = f.out;
+      block.in_scale = support::scale(29, 5);
+      block.out_scale = support::scale(f.out.frac_bits < 0 ? 900 : 119, 7);
+      if constexpr (requires { block.in_zero_point; }) {
+        block.in_zero_point = 3;
+        block.out_zero_point = -2;
+      }
+      const size_t in_bytes =
+          size_t{elements_of_an_item(c.shape.width, c.shape.height, c.shape.channel)} * out_element_bytes(f.in);
+      const size_t behind = (in_bytes + 3) / 4 * 4;
+      for (size_t out_at : {behind, size_t{0}, size_t{4}}) {
+        expect_same_in_one_memory(random, block, out_at, product, reference);
+        if (testing::Test::HasFatalFailure()) return;
+      }
+    }
+  }
+}
+
 /// Columns and lengths around the blocks of 16, 4 and 1, for a column kernel along the lines.
 template <class Parm, class Product, class Reference>
 void expect_same_columns(support::Random &random, Product product, Reference reference) {

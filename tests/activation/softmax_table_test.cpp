@@ -55,6 +55,17 @@ TEST(SoftmaxTable, EveryEntryIsTheRoundedExponential) {
   }
 }
 
+TEST(SoftmaxTable, EveryDifferenceGivesTheSameInABlockAsAlone) {
+  std::vector<int16_t> in(720);
+  std::vector<int16_t> expected(720);
+  for (int difference = 0; difference < 720; ++difference) {
+    const size_t i = static_cast<size_t>(difference * 7 % 720);
+    in[i] = static_cast<int16_t>(-difference);
+    expected[i] = entry(difference);
+  }
+  EXPECT_EQ(submax(in, 6), expected);
+}
+
 TEST(SoftmaxTable, TellingEntriesHaveTheirDocumentedValues) {
   EXPECT_EQ(entry(0), 16384);
   EXPECT_EQ(entry(1), 16130);

@@ -245,7 +245,8 @@ void random_case(Random &random, uint32_t plane, bool whole, bool shared) {
   }
   const Scratch scratch(random, 8 * size_t{n});
   norm.block.work_buffer = scratch.address();
-  norm.attach(&_NN_NORM_PARM::in_addr, input, "input");
+  // In place the input holds results, whose NaNs compare as one.
+  norm.attach(&_NN_NORM_PARM::in_addr, input, "input", float_in ? Element::kFloat : Element::k8Bit, {plane, 16});
   norm.attach(&_NN_NORM_PARM::scale_addr, learned, "scales");
   const Element element = float_out ? Element::kFloat : item_out == 2 * n ? Element::k16Bit : Element::k8Bit;
   if (float_in && float_out && norm.block.in_batch_ofs == norm.block.out_batch_ofs && random.one_in(2)) {
@@ -276,5 +277,65 @@ TEST_P(NormOfRandomBlocks, EqualsItsTwinForEveryPlaneAroundTheBlockSize) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AllPaths, NormOfRandomBlocks, ::testing::Range(0, 4));
+
+TEST(Norm, IntegersByPositionEqualTheirTwinForEveryPairOfFormatsApartAndInPlace) {
+  Random random = test_random(364);
+  SCOPED_TRACE(random.trace());
+  for (const uint32_t plane : {63u, 64u, 79u, 80u, 97u, 133u}) {
+    for (int formats = 0; formats < 16; ++formats) {
+      const int in_width = (formats & 1) != 0 ? 16 : 8;
+      const int out_width = (formats & 2) != 0 ? 16 : 8;
+      Case<_NN_NORM_PARM> norm;
+      norm.block = float_block(static_cast<uint16_t>(plane), 1, static_cast<uint16_t>(random.between(1, 40)));
+      norm.block.batch = 2;
+      norm.block.shared_scale = static_cast<uint8_t>(random.between(0, 1));
+      norm.block.in_fmt = format(in_width, random.between(-3, in_width), (formats & 4) != 0 ? 1 : 0);
+      norm.block.out_fmt = format(out_width, random.between(-1, out_width), (formats & 8) != 0 ? 1 : 0);
+      norm.block.in_scale = scale(random.between(1, 99), random.between(-2, 6));
+      norm.block.out_scale = scale(random.between(1, 99), random.between(-3, 5));
+      norm.block.eps = random.pick({0.0f, 1e-10f, 1.0f});
+      const uint32_t n = plane * norm.block.channel;
+      norm.block.in_batch_ofs = n * static_cast<uint32_t>(in_width / 8) + 3;
+      norm.block.out_batch_ofs = n * static_cast<uint32_t>(out_width / 8) + 3;
+      const GuardedMemory input(size_t{2} * norm.block.in_batch_ofs - 3);
+      const GuardedMemory output(size_t{2} * norm.block.out_batch_ofs - 3);
+      const GuardedMemory learned(norm.block.channel * sizeof(float));
+      random.fill(input.data(), input.size());
+      random.fill(output.data(), output.size());
+      random.fill_floats(learned.data(), norm.block.channel, -9.0f, 9.0f);
+      const Scratch scratch(random, 8 * size_t{n});
+      norm.block.work_buffer = scratch.address();
+      norm.attach(&_NN_NORM_PARM::in_addr, input, "input");
+      norm.attach(&_NN_NORM_PARM::scale_addr, learned, "scales");
+      const bool in_place = in_width == out_width && random.one_in(2);
+      if (in_place) {
+        norm.block.out_addr = norm.block.in_addr;
+      } else {
+        norm.attach(&_NN_NORM_PARM::out_addr, output, "output", out_width == 16 ? Element::k16Bit : Element::k8Bit,
+                    {plane, 16});
+      }
+      ASSERT_TRUE(norm.same(scratch.wrap(tarvu_norm_process), scratch.wrap(reference::tarvu_norm_process)))
+          << plane << " positions, " << in_width << " to " << out_width << " bits" << (in_place ? ", in place" : "");
+    }
+  }
+}
+
+TEST(Norm, AnOutputOverAnotherPartOfTheInputIsWrittenAfterTheWholeInputHasBeenRead) {
+  Random random = test_random(365);
+  SCOPED_TRACE(random.trace());
+  Case<_NN_NORM_PARM> norm;
+  norm.block = float_block(80, 1, 5);
+  norm.block.in_fmt = format(8, 4, 1);
+  norm.block.out_fmt = format(16, 12, 1);
+  const GuardedMemory tensors(1000);
+  random.fill(tensors.data(), tensors.size());
+  const GuardedMemory learned = memory_of(std::vector<float>{1, 2, 3, 4, 5});
+  const Scratch scratch(random, 8 * 400);
+  norm.block.work_buffer = scratch.address();
+  norm.attach(&_NN_NORM_PARM::in_addr, tensors, "tensors", Element::k8Bit, {}, 200);
+  norm.attach(&_NN_NORM_PARM::scale_addr, learned, "scales");
+  norm.block.out_addr = tensors.address();
+  EXPECT_TRUE(norm.same(scratch.wrap(tarvu_norm_process), scratch.wrap(reference::tarvu_norm_process)));
+}
 
 }  // namespace

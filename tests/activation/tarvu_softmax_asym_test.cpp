@@ -72,6 +72,13 @@ TEST(SoftmaxAsym, EverySmallShapeAndAxisMatchesTheReference) {
                                                                           reference::tarvu_softmax_asym_process);
 }
 
+TEST(SoftmaxAsym, LongItemsApartAndOverlappingMatchTheReference) {
+  Random random = test_random(338);
+  SCOPED_TRACE(random.trace());
+  softmax_cases::expect_same_for_long_items<_NN_SOFTMAX_ASYM_PARM>(random, ::tarvu_softmax_asym_process,
+                                                                   reference::tarvu_softmax_asym_process);
+}
+
 TEST(SoftmaxAsym, OneBatchItemMatchesTheReference) {
   Random random = test_random(332);
   SCOPED_TRACE(random.trace());

@@ -96,6 +96,13 @@ TEST(Softmax, OneBatchItemMatchesTheReference) {
   }
 }
 
+TEST(Softmax, LongItemsApartAndOverlappingMatchTheReference) {
+  Random random = test_random(319);
+  SCOPED_TRACE(random.trace());
+  softmax_cases::expect_same_for_long_items<_NN_SOFTMAX_PARM>(random, ::tarvu_softmax_process,
+                                                              reference::tarvu_softmax_process);
+}
+
 TEST(Softmax, Axis2OfAWidthOf1RunsOverContiguousLines) {
   const std::vector<float> in = counted(3 * 5);
   const std::vector<float> out = softmax(in, {1, 5, 3, 1}, 2);

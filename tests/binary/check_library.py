@@ -172,7 +172,8 @@ def check_own_calls(arguments):
 
 
 def read_instructions(arguments):
-    """Mnemonics of each function by its demangled name; parts that the compiler split off count for their function."""
+    """Instructions of each function by its demangled name, each with its operands and without. Parts that the compiler split
+    off count for their function."""
     functions = {}
     current = None
     for line in run(arguments.objdump, "-d", "-C", "--no-show-raw-insn", arguments.library).splitlines():
@@ -181,9 +182,9 @@ def read_instructions(arguments):
             name = re.sub(r" \[clone [^\]]*\]|\.(constprop|part|isra|cold)(\.\d+)*", "", match.group(1))
             current = functions.setdefault(name, set())
             continue
-        match = re.match(r"\s+[0-9a-f]+:\s+(\S+)", line)
-        if match and current is not None:
-            current.add(match.group(1))
+        words = line.split()
+        if current is not None and len(words) > 1 and re.fullmatch(r"[0-9a-f]+:", words[0]):
+            current.update((words[1], " ".join(words[1:])))
     return functions
 
 
@@ -192,13 +193,13 @@ def check_instructions(arguments):
     findings = []
     rules = read_lines(arguments.instructions)
     for rule in rules:
-        kind, pattern, mnemonic = rule.split(None, 2)
+        kind, pattern, wanted = rule.split(None, 2)
         matching = {name for name in functions if re.fullmatch(pattern, name)}
-        having = {name for name, mnemonics in functions.items() if any(re.fullmatch(mnemonic, m) for m in mnemonics)}
+        having = {name for name, held in functions.items() if any(re.fullmatch(wanted, one) for one in held)}
         if kind == "has" and not matching & having:
-            findings.append(f"no {mnemonic} in {pattern} ({len(matching)} such functions)")
+            findings.append(f"no {wanted} in {pattern} ({len(matching)} such functions)")
         elif kind == "only" and having - matching:
-            findings.append(f"{mnemonic} in {sorted(having - matching)}")
+            findings.append(f"{wanted} in {sorted(having - matching)}")
         elif kind not in ("has", "only"):
             findings.append(f"malformed rule: {rule}")
     print(f"{len(functions)} functions, {len(rules)} rules")

@@ -164,4 +164,20 @@ TEST(QuickSort, ManyRecordsThatRiseAndFallAgreeWithTheTwinOnASmallStack) {
   EXPECT_TRUE(same(sorted_on_small_stack(records), expected));
 }
 
+TEST(QuickSort, ManyRecordsThatRiseAndFallThroughTiesAgreeWithTheTwin) {
+  // The halves share their scores, so here the partition itself decides.
+  std::vector<float> scores = rising(kMany / 8);
+  for (size_t i = 0; i < kMany / 8; ++i) scores.push_back(static_cast<float>(kMany / 8 - i));
+  const Records records = records_of(scores);
+  Records expected = records;
+  reference::quick_sort(expected.data(), 0, static_cast<int32_t>(records.size()) - 1);
+  EXPECT_TRUE(same(sorted_on_small_stack(records), expected));
+}
+
+TEST(QuickSort, ARisingRunThatBeginsAndEndsWithTiesIsTurnedRoundUpToThem) {
+  EXPECT_EQ(order_of({1.0f, 1.0f, 2.0f, 3.0f, 3.0f}), (std::vector<uint64_t>{4, 3, 2, 1, 0}));
+  // Between equal ends nothing moves.
+  EXPECT_EQ(order_of({1.0f, 2.0f, 2.0f, 2.0f, 3.0f}), (std::vector<uint64_t>{4, 1, 2, 3, 0}));
+}
+
 }  // namespace

@@ -349,4 +349,25 @@ TEST(Nms, AgreesWithItsTwinOnRandomBoxes) {
   }
 }
 
+TEST(Nms, ManyKeptBoxesAgreeWithTheTwin) {
+  // Some 700 boxes are kept, each of which suppresses boxes from just behind it to the end.
+  Random random = support::test_random(454);
+  SCOPED_TRACE(random.trace());
+  constexpr int32_t kBoxes = 1500;
+  Objects objects;
+  for (int32_t i = 0; i < kBoxes; ++i) {
+    const float x = random.uniform(0.0f, 40.0f);
+    const float y = random.uniform(0.0f, 40.0f);
+    objects.push_back({x, y, x + 1.0f, y + 1.0f, random.uniform(0.0f, 1.0f), static_cast<uint32_t>(i)});
+  }
+  for (const int32_t limit : {255, 256, 257, 511, 512, 600, kBoxes}) {
+    Objects ours = objects;
+    Objects expected = objects;
+    const int32_t kept = ::nms_process_c(ours.data(), kBoxes, limit, 0.3f);
+    EXPECT_EQ(kept, reference::nms_process_c(expected.data(), kBoxes, limit, 0.3f));
+    EXPECT_TRUE(same(ours, expected)) << limit;
+    EXPECT_GE(kept, std::min(limit, 600));
+  }
+}
+
 }  // namespace

@@ -54,7 +54,11 @@ class Report {
 /// One function per subsystem, in <subsystem>_cases.cpp: one entry or more for each of its operators. Inputs come
 /// from support::Random with seeds of their own, and no entry depends on another, so that one added leaves the rest
 /// as they are.
+void add_activation_cases(Report &report);
 void add_convert_cases(Report &report);
+void add_detection_cases(Report &report);
+void add_select_cases(Report &report);
+void add_softmax_cases(Report &report);
 void add_tensor_cases(Report &report);
 
 }  // namespace parity

@@ -97,7 +97,7 @@ _QX_RESULT tarvu_softmax_asym_process_one_batch(const _NN_SOFTMAX_ASYM_PARM *par
   if (parm->axis == 1) {
     if (height_width > 1) {
       const _NN_SOFTMAX_PARM shape = shape_of(parm);
-      reference::tarvu_softmax_axis1_4vec(floats, result, &shape);
+      reference::softmax_of_channel_columns(floats, result, &shape);
     } else {
       reference::tarvu_softmax_asym_axisn_1dim_vec(floats, result, parm);
     }

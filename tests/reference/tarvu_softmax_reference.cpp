@@ -143,7 +143,7 @@ float fast_exp(float x) {
   return std::bit_cast<float>(u);
 }
 
-void tarvu_softmax_axis1_4vec(const float *in, float *out, const _NN_SOFTMAX_PARM *parm) {
+void softmax_of_channel_columns(const float *in, float *out, const _NN_SOFTMAX_PARM *parm) {
   const uint32_t total = uint32_t{parm->channel} * parm->height * parm->width;
   const uint32_t columns = divide_u32(total, parm->channel);
   const uint32_t step = uint32_t{parm->width} * parm->height;
@@ -180,7 +180,7 @@ _QX_RESULT tarvu_softmax_process_one_batch(const _NN_SOFTMAX_PARM *parm, const v
   const int32_t channel_height = multiply_32(parm->channel, parm->height);
   if (parm->axis == 1) {
     if (height_width > 1) {
-      reference::tarvu_softmax_axis1_4vec(floats, result, parm);
+      reference::softmax_of_channel_columns(floats, result, parm);
     } else {
       reference::tarvu_softmax_axisn_1dim_vec(floats, result, parm);
     }
@@ -232,7 +232,7 @@ _QX_RESULT tarvu_softmax_process_0(const _NN_SOFTMAX_PARM *parm) {
   convert_in(parm, pointer<const void>(parm->in_addr), floats, count);
   if (!goes_through_scratch(parm->out_fmt)) result = static_cast<float *>(out);
   if (parm->axis == 1 && multiply_32(parm->height, parm->width) > 1) {
-    reference::tarvu_softmax_axis1_4vec(floats, result, parm);
+    reference::softmax_of_channel_columns(floats, result, parm);
   } else {
     uint32_t length = 1;
     if (parm->axis == 0) length = parm->batch;

@@ -27,8 +27,9 @@ using support::test_random;
 /// One differential call. On the axis the input has an extent of its own.
 class GatherElementCase {
  public:
-  GatherElementCase(Type in, Type index, int rank, int axis, Formats formats, const Extents &shape, Random &random)
-      : index_type_(index), rank_(rank), axis_(axis), shape_(shape) {
+  GatherElementCase(Type in, Type index, int rank, int axis, Formats formats, const Extents &shape, Random &random,
+                    bool has_negatives = true)
+      : has_negatives_(has_negatives), index_type_(index), rank_(rank), axis_(axis), shape_(shape) {
     axis_dimension_ = static_cast<size_t>(rank - 1 - axis);
     Extents in_shape = shape;
     in_shape[axis_dimension_] = 1 + random.below(6);
@@ -106,7 +107,7 @@ class GatherElementCase {
   }
 
   int64_t some_index(uint32_t extent, bool is_first, Random &random) const {
-    const bool may_be_negative = index_type_.sign_bits != 0 || index_type_.width == 32;
+    const bool may_be_negative = (index_type_.sign_bits != 0 || index_type_.width == 32) && has_negatives_;
     const bool starts_at_address_zero = axis_ == 0 || rank_ == 2;
     if (may_be_negative && random.one_in(4) && !(is_first && starts_at_address_zero)) return -1;
     if (may_be_negative && random.one_in(4)) {
@@ -117,6 +118,7 @@ class GatherElementCase {
     return random.below(extent);
   }
 
+  bool has_negatives_;
   Type index_type_;
   int rank_, axis_;
   size_t axis_dimension_ = 0;
@@ -172,6 +174,50 @@ TEST(GatherElementWalk, EveryWidthOfAMatrixAgreesWithTheTwinOnBothAxes) {
       const Formats formats = kAllFormats[random.below(5)];
       GatherElementCase gather(in, index, 2, axis, formats, {width, 3, 0, 0}, random);
       ASSERT_TRUE(gather.same()) << "width " << width << " axis " << axis;
+    }
+  }
+}
+
+TEST(GatherElementWalk, LongLinesWithoutNegativeIndicesAgreeWithTheTwinForEveryTypeOfIndex) {
+  Random random = test_random(334);
+  SCOPED_TRACE(random.trace());
+  for (const Type &in : kElementTypes) {
+    for (const Type &index : kIndexTypes) {
+      for (const Formats formats : kAllFormats) {
+        for (int axis : {0, 1}) {
+          const uint32_t width = 500 + random.below(100);
+          GatherElementCase gather(in, index, 2, axis, formats, {width, 2, 0, 0}, random, false);
+          ASSERT_TRUE(gather.same()) << in.width << " by " << index.width << "/" << index.sign_bits << " axis " << axis;
+        }
+      }
+    }
+  }
+}
+
+TEST(GatherElementWalk, OneNegativeIndexAtEveryPlaceOfALineAgreesWithTheTwin) {
+  for (const Type &index_type : {kInt8, kInt16, kInt32, kUint32}) {
+    for (uint32_t place = 1; place < 40; ++place) {
+      for (int axis : {0, 1}) {
+        std::vector<uint8_t> values(3 * 41);
+        for (size_t i = 0; i < values.size(); ++i) values[i] = static_cast<uint8_t>(i);
+        const GuardedMemory in = memory_of(values);
+        const GuardedMemory index(41 * index_type.bytes());
+        const GuardedMemory out(41);
+        for (uint32_t i = 0; i < 41; ++i) store_element(index.data(), index_type, i, i == place ? -1 : (7 * i) % 3);
+        Case<_NN_GATHERELEMENT_PARM> gather;
+        gather.block.in_fmt = gather.block.out_fmt = kUint8.fmt();
+        gather.block.ind_fmt = index_type.fmt();
+        gather.block.in_height = gather.block.out_height = 1;
+        gather.block.out_width = 41;
+        gather.block.in_line_ofs = 41;
+        gather.block.ind_line_ofs = 41 * index_type.bytes();
+        gather.block.axis = static_cast<uint8_t>(axis);
+        gather.attach(&_NN_GATHERELEMENT_PARM::in_addr, in, "input");
+        gather.attach(&_NN_GATHERELEMENT_PARM::ind_addr, index, "indices");
+        gather.attach(&_NN_GATHERELEMENT_PARM::out_addr, out, "output");
+        ASSERT_TRUE(gather.same(::tarvu_gatherelement_process, reference::tarvu_gatherelement_process))
+            << "index width " << index_type.width << " axis " << axis << " place " << place;
+      }
     }
   }
 }

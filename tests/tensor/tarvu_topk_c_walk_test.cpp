@@ -221,6 +221,34 @@ TEST(TopKWalk, LongLinesOfEveryContentAgreeWithTheTwin) {
   }
 }
 
+TEST(TopKWalk, LongLinesAcrossTheWidthAgreeWithTheTwin) {
+  Random random = test_random(316);
+  SCOPED_TRACE(random.trace());
+  for (const Type &type : kElementTypes) {
+    for (int axis = 0; axis < 3; ++axis) {
+      for (const auto &[n, k] : {std::pair{61u, 3u}, std::pair{64u, 1u}, std::pair{150u, 2u}, std::pair{331u, 2u}}) {
+        const Shape shape = {3, axis == 2 ? n : 1, axis == 1 ? n : 2, axis == 0 ? n : 1};
+        TopkCase topk(type, shape, axis, k, 0, random.below(2), static_cast<Content>(random.below(5)), random);
+        for (int largest : {0, 1}) {
+          for (int sorted : {0, 1}) ASSERT_TRUE(topk.same(largest, sorted)) << "axis " << axis << " n " << n;
+        }
+      }
+    }
+  }
+}
+
+TEST(TopKWalk, EveryLengthUpTo300AgreesWithTheTwinForOneAndTwoPicks) {
+  Random random = test_random(317);
+  SCOPED_TRACE(random.trace());
+  for (uint32_t n = 71; n <= 300; ++n) {
+    for (const uint32_t k : {1u, 2u}) {
+      const Type &type = kElementTypes[random.below(4)];
+      TopkCase topk(type, {n, 1, 1, 1}, 3, k, 0, random.below(2), static_cast<Content>(random.below(5)), random);
+      for (int largest : {0, 1}) ASSERT_TRUE(topk.same(largest, 1)) << "n " << n << " k " << k;
+    }
+  }
+}
+
 TEST(TopKWalk, SortedPicksAboveTheLineLengthCarryTheWorstEntriesOfOneLineIntoTheNext) {
   Random random = test_random(315);
   SCOPED_TRACE(random.trace());

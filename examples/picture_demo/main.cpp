@@ -1,0 +1,44 @@
+/// \file main.cpp
+/// Runs layers of the library on a picture, writes what comes out as PNG files and prints a table with a digest of every
+/// layer's output. The digests are the same on every processor.
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <string>
+
+#include "demo.h"
+#include "picture.h"
+
+int main(int argc, char **argv) {
+  CLI::App app("Runs layers of the library on a picture and prints a digest of every layer's output.");
+  std::string picture_path;
+  std::string output_folder = "picture_demo";
+  app.add_option("picture", picture_path, "PNG, JPEG or PPM file")->required();
+  app.add_option("--output", output_folder, "folder of the PNG files and digests that are written")
+      ->capture_default_str();
+  CLI11_PARSE(app, argc, argv);
+
+  demo::Demo demo(output_folder);
+  try {
+    demo::Tensor const picture = demo::load_picture(picture_path);
+    std::filesystem::create_directories(output_folder);
+    demo.begin("axes and formats");
+    demo::Tensor const planes = demo::rearranging_stages(demo, picture);
+    demo.begin("floats");
+    demo::conversion_stages(demo, planes);
+    demo.begin("pooling");
+    demo::pooling_stages(demo, planes);
+    demo.print_table();
+    demo.write_digests();
+  } catch (const std::exception &problem) {
+    if (!demo.layers().empty()) demo.print_table();
+    std::fflush(stdout);
+    std::fprintf(stderr, "picture_demo: %s\n", problem.what());
+    return 1;
+  }
+  std::printf("library %s, %zu layers; pictures in %s\n", prebuilt_ai_get_lib_version(), demo.layers().size(),
+              output_folder.c_str());
+  return 0;
+}

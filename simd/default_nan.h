@@ -1,0 +1,40 @@
+/// \file default_nan.h
+/// Arithmetic whose NaN is read as bits later on. A NaN that an operation makes of other operands is 0x7FC00000 on Arm; x86
+/// makes 0xFFC00000, and the portable body gives Arm's. An operand that is NaN already comes out as the processor has it.
+#ifndef TARVU_SIMD_DEFAULT_NAN_H
+#define TARVU_SIMD_DEFAULT_NAN_H
+
+#include <bit>
+
+#include "simd/rounding.h"
+
+namespace tarvu {
+
+inline constexpr uint32_t kDefaultNan = 0x7FC00000;
+
+template <class V>
+inline V with_default_nan(V result, [[maybe_unused]] V a, [[maybe_unused]] V b) {
+#if TARVU_NEON
+  return result;
+#else
+  const V nan = fill<V>(std::bit_cast<float>(kDefaultNan));
+  return ((result != result) & (a == a) & (b == b)) ? nan : result;
+#endif
+}
+
+template <class V>
+inline V add_default_nan(V a, V b) {
+  return with_default_nan(a + b, a, b);
+}
+template <class V>
+inline V subtract_default_nan(V a, V b) {
+  return with_default_nan(a - b, a, b);
+}
+template <class V>
+inline V multiply_default_nan(V a, V b) {
+  return with_default_nan(a * b, a, b);
+}
+
+}  // namespace tarvu
+
+#endif  // TARVU_SIMD_DEFAULT_NAN_H

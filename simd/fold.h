@@ -1,0 +1,526 @@
+/// \file fold.h
+/// Maxima and sums of 8-bit and 16-bit integers: down the lines of a plane, along the windows of a line, over whole runs.
+///
+/// A fold is a type that tells what becomes of elements:
+///
+///     Element   what is read, at any address
+///     Word      what elements are folded to
+///     kIdentity the fold of no element: a word that changes no other
+///     kWidens   whether words are wider than elements
+///     of(e)     the word of one element
+///     both(a, b), and the same for Lanes (16 bytes of words)
+///     Block     the words of 16 bytes of elements
+#ifndef TARVU_SIMD_FOLD_H
+#define TARVU_SIMD_FOLD_H
+
+#include <bit>
+#include <cstddef>
+#include <limits>
+
+#include "simd/lanes.h"
+
+namespace tarvu {
+
+template <class T>
+struct LanesOfType;
+template <>
+struct LanesOfType<int8_t> {
+  using type = s8x16;
+};
+template <>
+struct LanesOfType<uint8_t> {
+  using type = u8x16;
+};
+template <>
+struct LanesOfType<int16_t> {
+  using type = s16x8;
+};
+template <>
+struct LanesOfType<uint16_t> {
+  using type = u16x8;
+};
+template <>
+struct LanesOfType<uint32_t> {
+  using type = u32x4;
+};
+
+/// The greatest element. Of no element: the least of the type.
+template <class In>
+struct MaximumFold {
+  using Element = In;
+  using Word = In;
+  using Lanes = typename LanesOfType<Word>::type;
+  static constexpr Word kIdentity = std::numeric_limits<Word>::min();
+  static constexpr bool kWidens = false;
+
+  static Word of(Element e) { return e; }
+  static Word both(Word a, Word b) { return a > b ? a : b; }
+  static Lanes both(Lanes a, Lanes b) { return a > b ? a : b; }
+
+#if TARVU_NEON
+  struct Block {
+    Lanes words;
+  };
+  static Block first(const uint8_t *from) { return {load<Lanes>(from)}; }
+  static Block first_two(const uint8_t *from, const uint8_t *next) { return {both(load<Lanes>(from), load<Lanes>(next))}; }
+  static Block more(Block block, const uint8_t *next) { return {both(block.words, load<Lanes>(next))}; }
+  static void keep(Block block, Word *to) { store(to, block.words); }
+#endif
+};
+
+#if TARVU_NEON
+/// The widening steps that sums are made of: a vector's lower or upper lanes alone, or added to those of another vector, or to
+/// wider lanes.
+inline u16x8 widen_low(u8x16 a) { return vmovl_u8(vget_low_u8(a)); }
+inline s16x8 widen_low(s8x16 a) { return vmovl_s8(vget_low_s8(a)); }
+inline u32x4 widen_low(u16x8 a) { return vmovl_u16(vget_low_u16(a)); }
+inline u32x4 widen_low(s16x8 a) { return vreinterpretq_u32_s32(vmovl_s16(vget_low_s16(a))); }
+inline u16x8 widen_high(u8x16 a) { return vmovl_high_u8(a); }
+inline s16x8 widen_high(s8x16 a) { return vmovl_high_s8(a); }
+inline u32x4 widen_high(u16x8 a) { return vmovl_high_u16(a); }
+inline u32x4 widen_high(s16x8 a) { return vreinterpretq_u32_s32(vmovl_high_s16(a)); }
+inline u16x8 add_low(u8x16 a, u8x16 b) { return vaddl_u8(vget_low_u8(a), vget_low_u8(b)); }
+inline s16x8 add_low(s8x16 a, s8x16 b) { return vaddl_s8(vget_low_s8(a), vget_low_s8(b)); }
+inline u32x4 add_low(u16x8 a, u16x8 b) { return vaddl_u16(vget_low_u16(a), vget_low_u16(b)); }
+inline u32x4 add_low(s16x8 a, s16x8 b) { return vreinterpretq_u32_s32(vaddl_s16(vget_low_s16(a), vget_low_s16(b))); }
+inline u16x8 add_high(u8x16 a, u8x16 b) { return vaddl_high_u8(a, b); }
+inline s16x8 add_high(s8x16 a, s8x16 b) { return vaddl_high_s8(a, b); }
+inline u32x4 add_high(u16x8 a, u16x8 b) { return vaddl_high_u16(a, b); }
+inline u32x4 add_high(s16x8 a, s16x8 b) { return vreinterpretq_u32_s32(vaddl_high_s16(a, b)); }
+inline u16x8 add_low(u16x8 sum, u8x16 a) { return vaddw_u8(sum, vget_low_u8(a)); }
+inline s16x8 add_low(s16x8 sum, s8x16 a) { return vaddw_s8(sum, vget_low_s8(a)); }
+inline u32x4 add_low(u32x4 sum, u16x8 a) { return vaddw_u16(sum, vget_low_u16(a)); }
+inline u32x4 add_low(u32x4 sum, s16x8 a) {
+  return vreinterpretq_u32_s32(vaddw_s16(vreinterpretq_s32_u32(sum), vget_low_s16(a)));
+}
+inline u16x8 add_high(u16x8 sum, u8x16 a) { return vaddw_high_u8(sum, a); }
+inline s16x8 add_high(s16x8 sum, s8x16 a) { return vaddw_high_s8(sum, a); }
+inline u32x4 add_high(u32x4 sum, u16x8 a) { return vaddw_high_u16(sum, a); }
+inline u32x4 add_high(u32x4 sum, s16x8 a) { return vreinterpretq_u32_s32(vaddw_high_s16(vreinterpretq_s32_u32(sum), a)); }
+#endif
+
+/// The sum. A Word of 16 bits has the signedness of the elements, and holds at most kMostElements of them; one of 32 bits wraps.
+template <class In, class SumWord>
+struct SumFold {
+  using Element = In;
+  using Word = SumWord;
+  using Lanes = typename LanesOfType<Word>::type;
+  static constexpr Word kIdentity = 0;
+  static constexpr bool kWidens = true;
+  static constexpr int32_t kMostElements = 256;  // 256 * 255 and 256 * -128 fit into 16 bits of either sign
+
+  static Word of(Element e) { return static_cast<Word>(e); }
+  static Word both(Word a, Word b) { return static_cast<Word>(a + b); }
+  static Lanes both(Lanes a, Lanes b) { return a + b; }
+
+#if TARVU_NEON
+  using Elements = typename LanesOfType<Element>::type;
+  static constexpr bool kTwiceAsWide = sizeof(Word) == 2 * sizeof(Element);
+  struct Block {
+    Lanes words[sizeof(Word) / sizeof(Element)];
+  };
+  static Block first(const uint8_t *from) {
+    const auto a = load<Elements>(from);
+    if constexpr (kTwiceAsWide) {
+      return {{widen_low(a), widen_high(a)}};
+    } else {
+      const auto low = widen_low(a);
+      const auto high = widen_high(a);
+      return {{widen_low(low), widen_high(low), widen_low(high), widen_high(high)}};
+    }
+  }
+  static Block first_two(const uint8_t *from, const uint8_t *next) {
+    const auto a = load<Elements>(from);
+    const auto b = load<Elements>(next);
+    if constexpr (kTwiceAsWide) {
+      return {{add_low(a, b), add_high(a, b)}};
+    } else {
+      const auto low = add_low(a, b);
+      const auto high = add_high(a, b);
+      return {{widen_low(low), widen_high(low), widen_low(high), widen_high(high)}};
+    }
+  }
+  static Block more(Block block, const uint8_t *next) {
+    const auto a = load<Elements>(next);
+    if constexpr (kTwiceAsWide) {
+      return {{add_low(block.words[0], a), add_high(block.words[1], a)}};
+    } else {
+      const auto low = widen_low(a);
+      const auto high = widen_high(a);
+      return {{add_low(block.words[0], low), add_high(block.words[1], low), add_low(block.words[2], high),
+               add_high(block.words[3], high)}};
+    }
+  }
+  static void keep(const Block &block, Word *to) {
+    for (const Lanes &lanes : block.words) {
+      store(to, lanes);
+      to += kLanes<Lanes>;
+    }
+  }
+#endif
+};
+
+// ---- down the lines
+
+/// Columns that a block of the folds below takes at once.
+template <class Fold>
+inline constexpr uint32_t kColumnsOfBlock = 16 / sizeof(typename Fold::Element);
+
+/// One column of `lines` lines, at least one.
+template <class Fold>
+[[gnu::noinline]] typename Fold::Word fold_column(const uint8_t *from, size_t line_bytes, uint32_t lines) {
+  typename Fold::Word word = Fold::of(load<typename Fold::Element>(from));
+  for (uint32_t l = 1; l < lines; ++l) {
+    word = Fold::both(word, Fold::of(load<typename Fold::Element>(from + l * line_bytes)));
+  }
+  return word;
+}
+
+#if TARVU_NEON
+/// One block of columns; kLines is `lines`, or 0 for any from 2.
+template <class Fold, uint32_t kLines>
+[[gnu::always_inline]] inline typename Fold::Block fold_block_of_lines(const uint8_t *from, size_t line_bytes, uint32_t lines) {
+  if constexpr (kLines == 1) {
+    return Fold::first(from);
+  } else {
+    const uint8_t *line = from + line_bytes;
+    typename Fold::Block block = Fold::first_two(from, line);
+    if constexpr (kLines == 0) {
+      uint32_t l = 2;
+      for (; l + 4 <= lines; l += 4, line += 4 * line_bytes) {
+        block = Fold::more(block, line + line_bytes);
+        block = Fold::more(block, line + 2 * line_bytes);
+        block = Fold::more(block, line + 3 * line_bytes);
+        block = Fold::more(block, line + 4 * line_bytes);
+      }
+      for (; l < lines; ++l) {
+        line += line_bytes;
+        block = Fold::more(block, line);
+      }
+    }
+    return block;
+  }
+}
+#else
+/// Loops that the compiler puts into lanes.
+template <class Fold>
+inline void fold_three_columns(const uint8_t *first, const uint8_t *second, const uint8_t *third, uint32_t columns,
+                               typename Fold::Word *__restrict to) {
+  using Element = Unaligned<typename Fold::Element>;
+  const auto *a = reinterpret_cast<const Element *>(first);
+  const auto *b = reinterpret_cast<const Element *>(second);
+  const auto *c = reinterpret_cast<const Element *>(third);
+  for (uint32_t i = 0; i < columns; ++i) {
+    to[i] = Fold::both(Fold::both(Fold::of(a[i].value), Fold::of(b[i].value)), Fold::of(c[i].value));
+  }
+}
+template <class Fold, uint32_t kLines>
+inline void fold_columns_of_lines(const uint8_t *from, size_t line_bytes, uint32_t lines, uint32_t columns,
+                                  typename Fold::Word *__restrict to) {
+  using Element = Unaligned<typename Fold::Element>;
+  const auto *first = reinterpret_cast<const Element *>(from);
+  if constexpr (kLines == 1) {
+    for (uint32_t c = 0; c < columns; ++c) to[c] = Fold::of(first[c].value);
+    return;
+  }
+  const auto *second = reinterpret_cast<const Element *>(from + line_bytes);
+  if (lines % 2 == 0) {
+    for (uint32_t c = 0; c < columns; ++c) to[c] = Fold::both(Fold::of(first[c].value), Fold::of(second[c].value));
+  } else {
+    fold_three_columns<Fold>(from, from + line_bytes, from + 2 * line_bytes, columns, to);
+  }
+  if constexpr (kLines == 0) {
+    for (uint32_t l = 2 + lines % 2; l < lines; l += 2) {
+      const auto *one = reinterpret_cast<const Element *>(from + l * line_bytes);
+      const auto *two = reinterpret_cast<const Element *>(from + (l + 1) * line_bytes);
+      for (uint32_t c = 0; c < columns; ++c) {
+        to[c] = Fold::both(to[c], Fold::both(Fold::of(one[c].value), Fold::of(two[c].value)));
+      }
+    }
+  }
+}
+#endif
+
+/// The same for at least kColumnsOfBlock columns; kLines is `lines`, or 0 for any.
+template <class Fold, uint32_t kLines>
+[[gnu::always_inline]] inline void fold_blocks_of_lines(const uint8_t *from, size_t line_bytes, uint32_t lines, uint32_t columns,
+                                                        typename Fold::Word *to) {
+#if TARVU_NEON
+  constexpr size_t kStep = kColumnsOfBlock<Fold>;
+  const auto fold_at = [=](size_t c) __attribute__((always_inline)) {
+    return fold_block_of_lines<Fold, kLines>(from + c * sizeof(typename Fold::Element), line_bytes, lines);
+  };
+  const size_t last = columns - kStep;
+  size_t c = 0;
+  for (; c + kStep < last; c += 2 * kStep) {
+    const typename Fold::Block one = fold_at(c);
+    const typename Fold::Block two = fold_at(c + kStep);
+    Fold::keep(one, to + c);
+    Fold::keep(two, to + c + kStep);
+  }
+  if (c < last) Fold::keep(fold_at(c), to + c);
+  // The last block overlaps the one before it: both write the same words there.
+  Fold::keep(fold_at(last), to + last);
+#else
+  fold_columns_of_lines<Fold, kLines>(from, line_bytes, lines, columns, to);
+#endif
+}
+
+/// Three lines, wherever each lies, of at least kColumnsOfBlock columns.
+template <class Fold>
+[[gnu::always_inline]] inline void fold_three_lines(const uint8_t *first, const uint8_t *second, const uint8_t *third,
+                                                    uint32_t columns, typename Fold::Word *to) {
+#if TARVU_NEON
+  constexpr size_t kStep = kColumnsOfBlock<Fold>;
+  const auto fold_at = [=](size_t c) __attribute__((always_inline)) {
+    const size_t at = c * sizeof(typename Fold::Element);
+    return Fold::more(Fold::first_two(first + at, second + at), third + at);
+  };
+  const size_t last = columns - kStep;
+  size_t c = 0;
+  for (; c + kStep < last; c += 2 * kStep) {
+    const typename Fold::Block one = fold_at(c);
+    const typename Fold::Block two = fold_at(c + kStep);
+    Fold::keep(one, to + c);
+    Fold::keep(two, to + c + kStep);
+  }
+  if (c < last) Fold::keep(fold_at(c), to + c);
+  Fold::keep(fold_at(last), to + last);
+#else
+  fold_three_columns<Fold>(first, second, third, columns, to);
+#endif
+}
+
+/// The folds of three lines for two windows at once, the second one kApart lines (1 or 2) further on: of at least
+/// kColumnsOfBlock columns. The lines behind `second` are line_bytes apart but for the last one, which lies at `last` as the first
+/// one lies at `first`. Where kBlocks is not 0, so many blocks of columns are known to be enough.
+template <class Fold, uint32_t kApart, uint32_t kBlocks>
+[[gnu::always_inline]] inline void fold_three_lines_twice(const uint8_t *first, const uint8_t *second, size_t line_bytes,
+                                                          const uint8_t *last, uint32_t columns, typename Fold::Word *to,
+                                                          typename Fold::Word *next_to) {
+  const uint8_t *third = second + line_bytes;
+  const uint8_t *fourth = third + line_bytes;
+#if TARVU_NEON
+  using Block = typename Fold::Block;
+  const auto fold_at = [=](size_t c) __attribute__((always_inline)) {
+    const size_t at = c * sizeof(typename Fold::Element);
+    if constexpr (kApart == 1) {
+      const Block shared = Fold::first_two(second + at, third + at);
+      Fold::keep(Fold::more(shared, first + at), to + c);
+      Fold::keep(Fold::more(shared, last + at), next_to + c);
+    } else {
+      const Block one = Fold::more(Fold::first_two(second + at, third + at), first + at);
+      const Block two = Fold::more(Fold::first_two(third + at, fourth + at), last + at);
+      Fold::keep(one, to + c);
+      Fold::keep(two, next_to + c);
+    }
+  };
+  const size_t last_block = columns - kColumnsOfBlock<Fold>;
+  if constexpr (kBlocks == 2) {
+    fold_at(0);
+  } else {
+    for (size_t c = 0; c < last_block; c += kColumnsOfBlock<Fold>) fold_at(c);
+  }
+  fold_at(last_block);
+#else
+  fold_three_columns<Fold>(first, second, third, columns, to);
+  if constexpr (kApart == 1) {
+    fold_three_columns<Fold>(second, third, last, columns, next_to);
+  } else {
+    fold_three_columns<Fold>(third, fourth, last, columns, next_to);
+  }
+#endif
+}
+
+/// A line of elements that change no fold.
+inline constexpr size_t kNothingBytes = 1024;
+template <class Fold>
+struct LineOfNothing {
+  typename Fold::Element elements[kNothingBytes / sizeof(typename Fold::Element)];
+  constexpr LineOfNothing() : elements() {
+    for (auto &element : elements) element = static_cast<typename Fold::Element>(Fold::kIdentity);
+  }
+};
+template <class Fold>
+alignas(16) inline constexpr LineOfNothing<Fold> kLineOfNothing;
+
+/// to[c] = the fold of column c over `lines` lines, at least one, that lie `line_bytes` apart. Reads nothing but those elements,
+/// writes nothing but those words.
+template <class Fold>
+[[gnu::noinline]] void fold_lines(const uint8_t *from, size_t line_bytes, uint32_t lines, uint32_t columns,
+                                  typename Fold::Word *to) {
+  if (columns < kColumnsOfBlock<Fold>) {
+    for (uint32_t c = 0; c < columns; ++c) {
+      to[c] = fold_column<Fold>(from + c * sizeof(typename Fold::Element), line_bytes, lines);
+    }
+    return;
+  }
+  switch (lines) {
+    case 1:
+      return fold_blocks_of_lines<Fold, 1>(from, line_bytes, lines, columns, to);
+    case 2:
+      return fold_blocks_of_lines<Fold, 2>(from, line_bytes, lines, columns, to);
+    default:
+      return fold_blocks_of_lines<Fold, 0>(from, line_bytes, lines, columns, to);
+  }
+}
+
+// ---- along a line of words
+
+/// Words of 8, 16 and 32 bits are folded and passed on 16, 8 and 8 at a time.
+template <class Word>
+inline constexpr uint32_t kWordsOfBlock = sizeof(Word) == 1 ? 16 : 8;
+
+template <class Word>
+struct WordBlock {
+  typename LanesOfType<Word>::type lanes[kWordsOfBlock<Word> * sizeof(Word) / 16];
+};
+
+/// Every second word from an address, and every second one from the word behind it.
+template <class Lanes>
+struct Pairs {
+  Lanes even;
+  Lanes odd;
+};
+template <class Lanes>
+[[gnu::always_inline]] inline Pairs<Lanes> load_pairs(const void *from) {
+#if TARVU_NEON
+  if constexpr (sizeof(Lanes{}[0]) == 1) {
+    const uint8x16x2_t both = vld2q_u8(static_cast<const uint8_t *>(from));
+    return {std::bit_cast<Lanes>(both.val[0]), std::bit_cast<Lanes>(both.val[1])};
+  } else if constexpr (sizeof(Lanes{}[0]) == 2) {
+    const uint16x8x2_t both = vld2q_u16(static_cast<const uint16_t *>(from));
+    return {std::bit_cast<Lanes>(both.val[0]), std::bit_cast<Lanes>(both.val[1])};
+  } else {
+    const uint32x4x2_t both = vld2q_u32(static_cast<const uint32_t *>(from));
+    return {std::bit_cast<Lanes>(both.val[0]), std::bit_cast<Lanes>(both.val[1])};
+  }
+#else
+  const Lanes low = load<Lanes>(from);
+  const Lanes high = load<Lanes>(static_cast<const uint8_t *>(from) + sizeof(Lanes));
+  if constexpr (sizeof(Lanes{}[0]) == 1) {
+    return {__builtin_shufflevector(low, high, 0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30),
+            __builtin_shufflevector(low, high, 1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31)};
+  } else if constexpr (sizeof(Lanes{}[0]) == 2) {
+    return {__builtin_shufflevector(low, high, 0, 2, 4, 6, 8, 10, 12, 14),
+            __builtin_shufflevector(low, high, 1, 3, 5, 7, 9, 11, 13, 15)};
+  } else {
+    return {__builtin_shufflevector(low, high, 0, 2, 4, 6), __builtin_shufflevector(low, high, 1, 3, 5, 7)};
+  }
+#endif
+}
+
+/// The fold of `window` words.
+template <class Fold>
+inline typename Fold::Word fold_window(const typename Fold::Word *from, uint32_t window) {
+  typename Fold::Word word = Fold::kIdentity;
+  for (uint32_t k = 0; k < window; ++k) word = Fold::both(word, from[k]);
+  return word;
+}
+
+/// One vector of windows of at least one word, the first at `from`; kWindow is `window`, or 0 for any.
+template <class Fold, uint32_t kStride, uint32_t kWindow>
+[[gnu::always_inline]] inline typename Fold::Lanes fold_vector_of_windows(const typename Fold::Word *from, uint32_t window) {
+  using Word = typename Fold::Word;
+  using Lanes = typename Fold::Lanes;
+  const uint32_t count = kWindow != 0 ? kWindow : window;
+  if constexpr (kStride == 1) {
+    const Word *const end = from + count;
+    Lanes folded = load<Lanes>(from);
+    ++from;
+    if constexpr (kWindow == 0) {
+      for (; end - from >= 4; from += 4) {
+        const Lanes two = Fold::both(load<Lanes>(from), load<Lanes>(from + 1));
+        folded = Fold::both(folded, Fold::both(two, Fold::both(load<Lanes>(from + 2), load<Lanes>(from + 3))));
+      }
+    }
+    for (; from != end; ++from) folded = Fold::both(folded, load<Lanes>(from));
+    return folded;
+  } else {
+    static_assert(kStride == 2);
+    const Pairs<Lanes> first = load_pairs<Lanes>(from);
+    if (count == 1) return first.even;
+    Lanes folded = Fold::both(first.even, first.odd);
+    uint32_t k = 2;
+    for (; k + 2 <= count; k += 2) {
+      const Pairs<Lanes> next = load_pairs<Lanes>(from + k);
+      folded = Fold::both(folded, Fold::both(next.even, next.odd));
+    }
+    return k < count ? Fold::both(folded, load_pairs<Lanes>(from + k).even) : folded;
+  }
+}
+
+/// to[i] = the fold of the four words from `from + i`, for at least `count` of them: whole vectors are read and written, which may
+/// be up to a vector and three words further.
+template <class Fold>
+inline void fold_quads(const typename Fold::Word *from, uint32_t count, typename Fold::Word *to) {
+  using Lanes = typename Fold::Lanes;
+  for (size_t i = 0; i < count; i += kLanes<Lanes>) {
+    const typename Fold::Word *at = from + i;
+    const Lanes two = Fold::both(load<Lanes>(at), load<Lanes>(at + 1));
+    store(to + i, Fold::both(two, Fold::both(load<Lanes>(at + 2), load<Lanes>(at + 3))));
+  }
+}
+
+/// A block of windows one word apart, of at least four words, from the words and from what fold_quads() makes of them.
+template <class Fold>
+[[gnu::always_inline]] inline WordBlock<typename Fold::Word> fold_block_by_quads(const typename Fold::Word *from,
+                                                                                 const typename Fold::Word *quads,
+                                                                                 uint32_t window) {
+  using Word = typename Fold::Word;
+  using Lanes = typename Fold::Lanes;
+  WordBlock<Word> block;
+  const size_t whole = window / 4 * 4;
+  for (auto &lanes : block.lanes) {
+    lanes = load<Lanes>(quads);
+    for (const Word *at = quads + 4; at != quads + whole; at += 4) lanes = Fold::both(lanes, load<Lanes>(at));
+    for (const Word *at = from + whole; at != from + window; ++at) lanes = Fold::both(lanes, load<Lanes>(at));
+    from += kLanes<Lanes>;
+    quads += kLanes<Lanes>;
+  }
+  return block;
+}
+
+/// A block of windows that start `stride` words apart; kStride is `stride` if that is 1 or 2, else 0. `count` of its words are
+/// asked for. With stride 1 or 2 it folds all of them all the same, and may read one word behind the last window.
+template <class Fold, uint32_t kStride, uint32_t kWindow>
+[[gnu::always_inline]] inline WordBlock<typename Fold::Word> fold_block_of_windows(const typename Fold::Word *from, uint32_t window, uint32_t stride,
+                                                            uint32_t count) {
+  using Word = typename Fold::Word;
+  WordBlock<Word> block;
+  if constexpr (kStride == 0) {
+    Word words[kWordsOfBlock<Word>] = {};
+    for (uint32_t i = 0; i < count; ++i) words[i] = fold_window<Fold>(from + i * stride, window);
+    std::memcpy(&block, words, sizeof block);
+  } else {
+    for (auto &lanes : block.lanes) {
+      lanes = fold_vector_of_windows<Fold, kStride, kWindow>(from, window);
+      from += kStride * kLanes<typename Fold::Lanes>;
+    }
+  }
+  return block;
+}
+
+/// The greatest words of windows of two lines and two columns, side by side: a block of elements of two lines for each.
+template <class Fold>
+[[gnu::always_inline]] inline WordBlock<typename Fold::Word> fold_two_by_two(const uint8_t *from, size_t line_bytes) {
+  using Lanes = typename Fold::Lanes;
+  static_assert(!Fold::kWidens);
+#if TARVU_NEON
+  const Pairs<Lanes> upper = load_pairs<Lanes>(from);
+  const Pairs<Lanes> lower = load_pairs<Lanes>(from + line_bytes);
+  return {{Fold::both(Fold::both(upper.even, upper.odd), Fold::both(lower.even, lower.odd))}};
+#else
+  Lanes both[2];
+  for (size_t i = 0; i < 2; ++i) {
+    const uint8_t *at = from + i * sizeof(Lanes);
+    both[i] = Fold::both(load<Lanes>(at), load<Lanes>(at + line_bytes));
+  }
+  const Pairs<Lanes> pairs = load_pairs<Lanes>(both);
+  return {{Fold::both(pairs.even, pairs.odd)}};
+#endif
+}
+
+}  // namespace tarvu
+
+#endif  // TARVU_SIMD_FOLD_H

@@ -1,0 +1,101 @@
+/// \file fold_runs.h
+/// Maxima and sums of whole runs of elements.
+#ifndef TARVU_SIMD_FOLD_RUNS_H
+#define TARVU_SIMD_FOLD_RUNS_H
+
+#include "simd/fold.h"
+
+namespace tarvu {
+
+#if TARVU_NEON
+/// Four runs at once, each of at least one vector: their folds in the lower bytes of the result, or in all of it.
+template <class In>
+inline typename MaximumFold<In>::Lanes fold_four_runs(MaximumFold<In>, const uint8_t *from, size_t run_bytes, size_t count) {
+  using Fold = MaximumFold<In>;
+  using Lanes = typename Fold::Lanes;
+  const size_t last = count * sizeof(In) - sizeof(Lanes);
+  const uint8_t *runs[4] = {from, from + run_bytes, from + 2 * run_bytes, from + 3 * run_bytes};
+  Lanes folded[4];
+  for (int r = 0; r < 4; ++r) folded[r] = load<Lanes>(runs[r] + last);  // overlaps the one before it, which changes no maximum
+  for (size_t at = 0; at < last; at += sizeof(Lanes)) {
+    for (int r = 0; r < 4; ++r) folded[r] = Fold::both(folded[r], load<Lanes>(runs[r] + at));
+  }
+  const auto pairs = [](Lanes a, Lanes b) {
+    if constexpr (std::is_same_v<In, uint8_t>) return Lanes(vpmaxq_u8(a, b));
+    if constexpr (std::is_same_v<In, int8_t>) return Lanes(vpmaxq_s8(a, b));
+    if constexpr (std::is_same_v<In, uint16_t>) return Lanes(vpmaxq_u16(a, b));
+    if constexpr (std::is_same_v<In, int16_t>) return Lanes(vpmaxq_s16(a, b));
+  };
+  Lanes all = pairs(pairs(folded[0], folded[1]), pairs(folded[2], folded[3]));
+  for (size_t of_each = kLanes<Lanes> / 4; of_each > 1; of_each /= 2) all = pairs(all, all);
+  return all;
+}
+
+/// Adds up neighbouring lanes of a vector of elements.
+inline u16x8 add_pairs(u16x8 sum, u8x16 a) { return vpadalq_u8(sum, a); }
+inline s16x8 add_pairs(s16x8 sum, s8x16 a) { return vpadalq_s8(sum, a); }
+inline u32x4 add_pairs(u32x4 sum, u16x8 a) { return vpadalq_u16(sum, a); }
+inline u32x4 add_pairs(u32x4 sum, s16x8 a) { return vreinterpretq_u32_s32(vpadalq_s16(vreinterpretq_s32_u32(sum), a)); }
+
+template <class In>
+inline u32x4 fold_four_runs(SumFold<In, uint32_t>, const uint8_t *from, size_t run_bytes, size_t count) {
+  using Elements = typename LanesOfType<In>::type;
+  constexpr size_t kVector = sizeof(Elements);
+  const size_t bytes = count * sizeof(In);
+  const size_t whole = bytes / kVector * kVector;
+  const uint8_t *runs[4] = {from, from + run_bytes, from + 2 * run_bytes, from + 3 * run_bytes};
+  // The last vector overlaps the one before it; what both hold is masked.
+  alignas(16) static constexpr uint8_t kMask[32] = {0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
+                                                    0,    0,    0,    0,    0,    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+                                                    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+  const auto mask = load<Elements>(kMask + (bytes - whole));
+  u32x4 sums[4] = {};
+  if constexpr (sizeof(In) == 2) {
+    for (size_t at = 0; at < whole; at += kVector) {
+      for (int r = 0; r < 4; ++r) sums[r] = add_pairs(sums[r], load<Elements>(runs[r] + at));
+    }
+    for (int r = 0; r < 4; ++r) sums[r] = add_pairs(sums[r], load<Elements>(runs[r] + bytes - kVector) & mask);
+  } else {
+    using Halves = std::conditional_t<std::is_signed_v<In>, s16x8, u16x8>;
+    constexpr size_t kPart = 64 * kVector;  // sums of so many pairs, and of one more, fit into 16 bits
+    for (size_t at = 0; at < whole;) {
+      const size_t end = std::min(whole, at + kPart);
+      Halves halves[4] = {};
+      for (; at < end; at += kVector) {
+        for (int r = 0; r < 4; ++r) halves[r] = add_pairs(halves[r], load<Elements>(runs[r] + at));
+      }
+      if (at == whole) {
+        for (int r = 0; r < 4; ++r) halves[r] = add_pairs(halves[r], load<Elements>(runs[r] + bytes - kVector) & mask);
+      }
+      for (int r = 0; r < 4; ++r) sums[r] = add_pairs(sums[r], halves[r]);
+    }
+  }
+  return vpaddq_u32(vpaddq_u32(sums[0], sums[1]), vpaddq_u32(sums[2], sums[3]));
+}
+#endif
+
+/// to[r] = the fold of `count` elements from `from + r * run_bytes`.
+template <class Fold>
+inline void fold_runs(const uint8_t *from, size_t run_bytes, uint32_t runs, size_t count, typename Fold::Word *to) {
+  using Element = typename Fold::Element;
+  using Word = typename Fold::Word;
+  uint32_t r = 0;
+#if TARVU_NEON
+  if (count >= kColumnsOfBlock<Fold>) {
+    for (; runs - r >= 4; r += 4, from += 4 * run_bytes) {
+      const auto folded = fold_four_runs(Fold{}, from, run_bytes, count);
+      std::memcpy(to + r, &folded, 4 * sizeof(Word));
+    }
+  }
+#endif
+  for (; r < runs; ++r, from += run_bytes) {
+    const auto *elements = reinterpret_cast<const Unaligned<Element> *>(from);
+    Word word = Fold::kIdentity;
+    for (size_t i = 0; i < count; ++i) word = Fold::both(word, Fold::of(elements[i].value));
+    to[r] = word;
+  }
+}
+
+}  // namespace tarvu
+
+#endif  // TARVU_SIMD_FOLD_RUNS_H

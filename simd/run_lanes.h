@@ -1,0 +1,223 @@
+/// \file run_lanes.h
+/// Runs side by side, one in each lane of doubles: a sum whose order is fixed within each run then costs no more than one whose
+/// order is free.
+#ifndef TARVU_SIMD_RUN_LANES_H
+#define TARVU_SIMD_RUN_LANES_H
+
+#include <cmath>
+
+#include "simd/float_blocks.h"
+
+namespace tarvu {
+
+/// The target's widest lanes of doubles, half as many as of floats.
+#if TARVU_AVX2
+typedef double f64xn __attribute__((vector_size(32)));
+#else
+typedef f64x2 f64xn;
+#endif
+inline constexpr int kRunLanes = kLanes<f64xn>;
+static_assert(kLanes<f32xn> == 2 * kRunLanes);
+
+/// Elements of each run that are taken in a turn, and the vectors of floats that they fill: vector v holds element 2v of every
+/// run and then element 2v + 1 of every run.
+inline constexpr uint32_t kTurn = 8;
+inline constexpr int kTurnVectors = kTurn / 2;
+
+/// a * b + c, rounded once.
+inline double fused_multiply_add(double a, double b, double c) { return std::fma(a, b, c); }
+inline f64xn fused_multiply_add(f64xn a, f64xn b, f64xn c) {
+#if TARVU_NEON
+  return vfmaq_f64(c, a, b);
+#elif TARVU_AVX2 && defined(__FMA__)
+  return f64xn(_mm256_fmadd_pd(__m256d(a), __m256d(b), __m256d(c)));
+#else
+  for (int k = 0; k < kRunLanes; ++k) c[k] = std::fma(a[k], b[k], c[k]);
+  return c;
+#endif
+}
+
+/// The lower and the upper half of a vector of floats as doubles.
+inline f64xn widen_low(f32xn x) {
+#if TARVU_NEON
+  return vcvt_f64_f32(vget_low_f32(x));
+#elif TARVU_AVX2
+  return f64xn(_mm256_cvtps_pd(_mm256_castps256_ps128(__m256(x))));
+#else
+  return f64xn{x[0], x[1]};
+#endif
+}
+inline f64xn widen_high(f32xn x) {
+#if TARVU_NEON
+  return vcvt_high_f64_f32(x);
+#elif TARVU_AVX2
+  return f64xn(_mm256_cvtps_pd(_mm256_extractf128_ps(__m256(x), 1)));
+#else
+  return f64xn{x[2], x[3]};
+#endif
+}
+
+/// Two vectors of doubles rounded to one of floats.
+inline f32xn narrow(f64xn low, f64xn high) {
+#if TARVU_NEON
+  return vcvt_high_f32_f64(vcvt_f32_f64(low), high);
+#elif TARVU_AVX2
+  return f32xn(_mm256_set_m128(_mm256_cvtpd_ps(__m256d(high)), _mm256_cvtpd_ps(__m256d(low))));
+#else
+  return f32xn{static_cast<float>(low[0]), static_cast<float>(low[1]), static_cast<float>(high[0]),
+               static_cast<float>(high[1])};
+#endif
+}
+
+/// Elements 2v and 2v + 1 of an array, each in the lanes of every run.
+inline f32xn spread_pair(const float *pair) {
+  const auto first = load<float>(pair);
+  const auto second = load<float>(pair + 1);
+  if constexpr (kRunLanes == 2) {
+    return f32xn{first, first, second, second};
+  } else {
+#if TARVU_AVX2
+    return f32xn(_mm256_set_m128(_mm_set1_ps(second), _mm_set1_ps(first)));
+#endif
+  }
+}
+
+inline u32x4 zip_low(u32x4 a, u32x4 b) { return __builtin_shufflevector(a, b, 0, 4, 1, 5); }
+inline u32x4 zip_high(u32x4 a, u32x4 b) { return __builtin_shufflevector(a, b, 2, 6, 3, 7); }
+
+/// The elements of even, or of odd, index of two vectors that follow one another: undoes zip_low() and zip_high().
+inline u8x16 even_elements(u8x16 a, u8x16 b) {
+  return __builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+}
+inline u8x16 odd_elements(u8x16 a, u8x16 b) {
+  return __builtin_shufflevector(a, b, 1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31);
+}
+inline u16x8 even_elements(u16x8 a, u16x8 b) { return __builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14); }
+inline u16x8 odd_elements(u16x8 a, u16x8 b) { return __builtin_shufflevector(a, b, 1, 3, 5, 7, 9, 11, 13, 15); }
+inline u32x4 even_elements(u32x4 a, u32x4 b) { return __builtin_shufflevector(a, b, 0, 2, 4, 6); }
+inline u32x4 odd_elements(u32x4 a, u32x4 b) { return __builtin_shufflevector(a, b, 1, 3, 5, 7); }
+
+/// out: a0 b0 a1 b1 ... of sequences of `count` vectors.
+template <class Lanes, int count>
+inline void interleave(const Lanes (&a)[count], const Lanes (&b)[count], Lanes (&out)[2 * count]) {
+  for (int k = 0; k < count; ++k) {
+    out[2 * k] = zip_low(a[k], b[k]);
+    out[2 * k + 1] = zip_high(a[k], b[k]);
+  }
+}
+
+/// Undoes interleave().
+template <class Lanes, int count>
+inline void separate(const Lanes (&in)[2 * count], Lanes (&a)[count], Lanes (&b)[count]) {
+  for (int k = 0; k < count; ++k) {
+    a[k] = even_elements(in[2 * k], in[2 * k + 1]);
+    b[k] = odd_elements(in[2 * k], in[2 * k + 1]);
+  }
+}
+
+/// The vectors of bytes, halves or words that hold a turn of all runs, and of one run if that is a whole vector at least.
+template <class T>
+using TurnLanes = std::conditional_t<sizeof(T) == 1, u8x16, std::conditional_t<sizeof(T) == 2, u16x8, u32x4>>;
+template <class T>
+inline constexpr int kTurnParts = static_cast<int>(kTurn *kRunLanes * sizeof(T) / 16);
+template <class T>
+inline constexpr int kRunParts = static_cast<int>(kTurn * sizeof(T) / 16);
+
+/// A turn of all runs interleaved by element: `at(lane)` is the address of a run.
+template <class T, class At>
+inline void load_interleaved(At at, TurnLanes<T> (&turn)[kTurnParts<T>]) {
+  using Lanes = TurnLanes<T>;
+  if constexpr (sizeof(T) == 1) {
+    const auto half = [&](int lane) { return u8x16(u64x2{load<uint64_t>(at(lane)), 0}); };
+    if constexpr (kRunLanes == 2) {
+      turn[0] = zip_low(half(0), half(1));
+    } else {
+      const u8x16 even[1] = {zip_low(half(0), half(2))};
+      const u8x16 odd[1] = {zip_low(half(1), half(3))};
+      interleave(even, odd, turn);
+    }
+  } else {
+    Lanes runs[kRunLanes][kRunParts<T>];
+    for (int lane = 0; lane < kRunLanes; ++lane) {
+      for (int k = 0; k < kRunParts<T>; ++k) runs[lane][k] = load<Lanes>(at(lane) + k * kLanes<Lanes>);
+    }
+    if constexpr (kRunLanes == 2) {
+      interleave(runs[0], runs[1], turn);
+    } else {
+      Lanes even[2 * kRunParts<T>], odd[2 * kRunParts<T>];
+      interleave(runs[0], runs[2], even);
+      interleave(runs[1], runs[3], odd);
+      interleave(even, odd, turn);
+    }
+  }
+}
+
+/// Stores a turn of all runs that is interleaved by element.
+template <class T, class At>
+inline void store_separated(const TurnLanes<T> (&turn)[kTurnParts<T>], At at) {
+  using Lanes = TurnLanes<T>;
+  if constexpr (sizeof(T) == 1) {
+    if constexpr (kRunLanes == 2) {
+      store(at(0), u64x2(even_elements(turn[0], turn[0]))[0]);
+      store(at(1), u64x2(odd_elements(turn[0], turn[0]))[0]);
+    } else {
+      // Four elements of each run together, and then eight.
+      u32x4 fours[2];
+      for (int k = 0; k < 2; ++k) {
+        fours[k] =
+            u32x4(__builtin_shufflevector(turn[k], turn[k], 0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
+      }
+      const auto first = u64x2(zip_low(fours[0], fours[1]));
+      const auto last = u64x2(zip_high(fours[0], fours[1]));
+      for (int k = 0; k < 2; ++k) {
+        store(at(k), first[k]);
+        store(at(k + 2), last[k]);
+      }
+    }
+  } else {
+    Lanes runs[kRunLanes][kRunParts<T>];
+    if constexpr (kRunLanes == 2) {
+      separate(turn, runs[0], runs[1]);
+    } else {
+      Lanes even[2 * kRunParts<T>], odd[2 * kRunParts<T>];
+      separate(turn, even, odd);
+      separate(even, runs[0], runs[2]);
+      separate(odd, runs[1], runs[3]);
+    }
+    for (int lane = 0; lane < kRunLanes; ++lane) {
+      for (int k = 0; k < kRunParts<T>; ++k) store(at(lane) + k * kLanes<Lanes>, runs[lane][k]);
+    }
+  }
+}
+
+/// A turn of all runs as floats, integers times `multiplier`. `at(lane)` is the address of a run.
+template <class T, class At>
+inline void load_turn(At at, float multiplier, f32xn (&floats)[kTurnVectors]) {
+  TurnLanes<T> turn[kTurnParts<T>];
+  load_interleaved<T>(at, turn);
+  for (uint32_t k = 0; k < kTurnVectors; k += kFloatBlockVectors) {
+    load_as_floats(reinterpret_cast<const T *>(turn) + k * kLanes<f32xn>, multiplier, floats + k);
+  }
+}
+
+/// Stores a turn of all runs: integers as x times `multiplier`, saturated, to nearest with ties away from 0, NaN as 0; floats as
+/// they are.
+template <class T, class At>
+inline void store_turn(const f32xn (&floats)[kTurnVectors], float multiplier, At at) {
+  TurnLanes<T> turn[kTurnParts<T>];
+  for (uint32_t k = 0; k < kTurnVectors; k += kFloatBlockVectors) {
+    T *const to = reinterpret_cast<T *>(turn) + k * kLanes<f32xn>;
+    if constexpr (std::is_same_v<T, float>) {
+      for (uint32_t j = 0; j < kFloatBlockVectors; ++j) store(to + j * kLanes<f32xn>, floats[k + j]);
+    } else {
+      f32xn block[kFloatBlockVectors];
+      for (uint32_t j = 0; j < kFloatBlockVectors; ++j) block[j] = floats[k + j];
+      store_rounded(block, multiplier, to);
+    }
+  }
+  store_separated<T>(turn, at);
+}
+
+}  // namespace tarvu
+
+#endif  // TARVU_SIMD_RUN_LANES_H
