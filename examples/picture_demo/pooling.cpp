@@ -69,7 +69,8 @@ void pooling_stages(Demo &demo, const Tensor &planes) {
   pyramid(demo, "average without padding", planes, Pooling::kAverage, kThreeByThreeInside);
 
   Tensor const means({1, 1, planes.shape.channel, planes.shape.batch}, planes.format);
-  demo.run("pool: average of each plane", tarvu_pool_process, pool_block_of(planes, means, Pooling::kGlobalAverage), planes, means);
+  demo.run("pool: average of each plane", tarvu_pool_process, pool_block_of(planes, means, Pooling::kGlobalAverage),
+           planes, means);
 }
 
 }  // namespace demo
