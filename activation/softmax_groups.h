@@ -24,34 +24,35 @@ inline V exponential_step(V x, V maximum) {
 }
 
 /// The largest elements of rows that follow one another, and of the seed; the order does not matter to a maximum.
-template <int kRows>
+template <size_t kRows>
 inline void maxima_of_rows(const float *in, size_t length, float (&maximum)[kRows]) {
   f32xn blocks[kRows];
   for (f32xn &x : blocks) x = fill<f32xn>(kMaximumSeed);
   size_t rest = length;
   for (; rest >= kRowBlock; rest -= kRowBlock, in += kRowBlock) {
-    for (int row = 0; row < kRows; ++row) blocks[row] = larger_or_nan(blocks[row], largest_in_block(in + length * row));
+    for (size_t row = 0; row < kRows; ++row)
+      blocks[row] = larger_or_nan(blocks[row], largest_in_block(in + length * row));
   }
   f32x4 lanes[kRows];
-  for (int row = 0; row < kRows; ++row) lanes[row] = combine_lanes(blocks[row]);
+  for (size_t row = 0; row < kRows; ++row) lanes[row] = combine_lanes(blocks[row]);
   for (; rest >= 4; rest -= 4, in += 4) {
-    for (int row = 0; row < kRows; ++row) lanes[row] = larger_or_nan(lanes[row], load<f32x4>(in + length * row));
+    for (size_t row = 0; row < kRows; ++row) lanes[row] = larger_or_nan(lanes[row], load<f32x4>(in + length * row));
   }
-  for (int row = 0; row < kRows; ++row) maximum[row] = largest_lane(lanes[row]);
+  for (size_t row = 0; row < kRows; ++row) maximum[row] = largest_lane(lanes[row]);
   for (; rest != 0; --rest, ++in) {
-    for (int row = 0; row < kRows; ++row) maximum[row] = larger_or_nan(maximum[row], load<float>(in + length * row));
+    for (size_t row = 0; row < kRows; ++row) maximum[row] = larger_or_nan(maximum[row], load<float>(in + length * row));
   }
 }
 
 /// Their exponentials, and the reciprocals of the sums. A sum has one accumulator of four lanes: several rows go side by side so
 /// that their chains of additions do.
-template <int kRows>
+template <size_t kRows>
 inline void exponentials_of_rows(const float *in, float *out, size_t length, const float (&maximum)[kRows],
                                  float (&reciprocal)[kRows]) {
   f32x4 lanes[kRows] = {};
   size_t rest = length;
   for (; rest >= kRowBlock; rest -= kRowBlock, in += kRowBlock, out += kRowBlock) {
-    for (int row = 0; row < kRows; ++row) {
+    for (size_t row = 0; row < kRows; ++row) {
       const auto step = [&](f32xn x) { return exponential_step(x, fill<f32xn>(maximum[row])); };
       const RowBlock block = map_row_block(load_row_block(in + length * row), step);
       lanes[row] = add_row_block(lanes[row], block);
@@ -59,25 +60,25 @@ inline void exponentials_of_rows(const float *in, float *out, size_t length, con
     }
   }
   for (; rest >= 4; rest -= 4, in += 4, out += 4) {
-    for (int row = 0; row < kRows; ++row) {
+    for (size_t row = 0; row < kRows; ++row) {
       const f32x4 e = exponential_step(load<f32x4>(in + length * row), fill<f32x4>(maximum[row]));
       lanes[row] = lanes[row] + e;
       store(out + length * row, e);
     }
   }
   float sum[kRows];
-  for (int row = 0; row < kRows; ++row) {
+  for (size_t row = 0; row < kRows; ++row) {
     // Lane 0 is not negative: it stays what it is when 0.0f is added.
     sum[row] = ((lanes[row][0] + lanes[row][1]) + lanes[row][2]) + lanes[row][3];
   }
   for (; rest != 0; --rest, ++in, ++out) {
-    for (int row = 0; row < kRows; ++row) {
+    for (size_t row = 0; row < kRows; ++row) {
       const float e = exponential_step(load<float>(in + length * row), maximum[row]);
       sum[row] = sum[row] + e;
       store(out + length * row, e);
     }
   }
-  for (int row = 0; row < kRows; ++row) reciprocal[row] = 1.0f / sum[row];
+  for (size_t row = 0; row < kRows; ++row) reciprocal[row] = 1.0f / sum[row];
 }
 
 inline void multiply_block(float *at, float factor) {
@@ -86,20 +87,20 @@ inline void multiply_block(float *at, float factor) {
   for (uint32_t k = 0; k < kRowBlockParts; ++k) store(at + kLanes<f32xn> * k, x[k]);
 }
 
-template <int kRows>
+template <size_t kRows>
 inline void multiply_rows(float *rows, size_t length, const float (&factor)[kRows]) {
   size_t rest = length;
   for (; rest >= kRowBlock; rest -= kRowBlock, rows += kRowBlock) {
-    for (int row = 0; row < kRows; ++row) multiply_block(rows + length * row, factor[row]);
+    for (size_t row = 0; row < kRows; ++row) multiply_block(rows + length * row, factor[row]);
   }
   for (; rest >= 4; rest -= 4, rows += 4) {
-    for (int row = 0; row < kRows; ++row) {
+    for (size_t row = 0; row < kRows; ++row) {
       float *at = rows + length * row;
       store(at, load<f32x4>(at) * fill<f32x4>(factor[row]));
     }
   }
   for (; rest != 0; --rest, ++rows) {
-    for (int row = 0; row < kRows; ++row) store(rows + length * row, load<float>(rows + length * row) * factor[row]);
+    for (size_t row = 0; row < kRows; ++row) store(rows + length * row, load<float>(rows + length * row) * factor[row]);
   }
 }
 
@@ -109,7 +110,7 @@ template <class Finish>
 inline void exponentials_of_all_rows(const float *in, float *out, uint32_t rows, size_t length, Finish finish) {
   constexpr uint32_t kTogether = 2;
   const auto some_rows = [&](uint32_t row, auto &reciprocal) {
-    constexpr int kRows = std::extent_v<std::remove_reference_t<decltype(reciprocal)>>;
+    constexpr size_t kRows = std::extent_v<std::remove_reference_t<decltype(reciprocal)>>;
     float maximum[kRows];
     maxima_of_rows(in + length * row, length, maximum);
     exponentials_of_rows(in + length * row, out + length * row, length, maximum, reciprocal);
@@ -165,7 +166,8 @@ inline void softmax_of_columns_together(const float *in, size_t in_step, float *
 }
 
 /// `columns` groups of `length` elements that lie a step apart.
-inline void softmax_of_columns(const float *in, size_t in_step, float *out, size_t out_step, uint32_t length, uint32_t columns) {
+inline void softmax_of_columns(const float *in, size_t in_step, float *out, size_t out_step, uint32_t length,
+                               uint32_t columns) {
   if (length == 0) return;
   constexpr int kWide = 16;
   uint32_t i = 0;

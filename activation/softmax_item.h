@@ -6,7 +6,9 @@
 ///   Form::of(const Parm &parm, uint32_t count)            for items of `count` elements
 ///   to_floats(const T *in, float *out, uint32_t n)        n elements to floats
 ///   from_floats(const float *in, T *item, uint32_t first, uint32_t n)     n floats to the elements of an item from `first` on
-///   multiplies()                                          whether there is a form that multiplies the floats on the way:
+///   kMultiplies                                           whether there are the next two:
+///   only_multiplies()                                     whether the conversion is a multiplication and no more, so that
+///                                                         another one may go with it
 ///   from_multiplied_floats(const float *in, float factor, T *item, uint32_t first, uint32_t n)
 #ifndef TARVU_ACTIVATION_SOFTMAX_ITEM_H
 #define TARVU_ACTIVATION_SOFTMAX_ITEM_H
@@ -95,7 +97,9 @@ inline bool is_integer_width(const _NN_FMT &fmt) { return width_bits(fmt) == 8 |
 inline bool takes_floats(const _NN_FMT &in_fmt) { return in_fmt.sign_bits == 1 && width_bits(in_fmt) == 32; }
 inline bool gives_floats(const _NN_FMT &out_fmt) { return !is_integer_width(out_fmt); }
 /// Whether a conversion serves an integer format.
-inline bool is_converted(const _NN_FMT &fmt) { return is_integer_width(fmt) && (fmt.sign_bits == 0 || fmt.sign_bits == 1); }
+inline bool is_converted(const _NN_FMT &fmt) {
+  return is_integer_width(fmt) && (fmt.sign_bits == 0 || fmt.sign_bits == 1);
+}
 
 /// The elements of one item between its memory and floats.
 template <class Form>
@@ -115,19 +119,17 @@ struct Item {
       std::memmove(to, static_cast<const float *>(in) + first, size_t{4} * n);
       return;
     }
-    with_element_type(in_fmt, [&](auto element) {
-      form.to_floats(static_cast<const decltype(element) *>(in) + first, to, n);
-    });
+    with_element_type(in_fmt,
+                      [&](auto element) { form.to_floats(static_cast<const decltype(element) *>(in) + first, to, n); });
   }
 
   /// To the integers from `first` on. Kept: a format that no conversion serves drops the result.
   void write(const float *from, uint32_t first, uint32_t n) const {
-    with_element_type(out_fmt, [&](auto element) {
-      form.from_floats(from, static_cast<decltype(element) *>(out), first, n);
-    });
+    with_element_type(out_fmt,
+                      [&](auto element) { form.from_floats(from, static_cast<decltype(element) *>(out), first, n); });
   }
 
-  /// Their products with one factor; only if form.multiplies().
+  /// Their products with one factor.
   void write_multiplied(const float *from, float factor, uint32_t first, uint32_t n) const {
     with_element_type(out_fmt, [&](auto element) {
       form.from_multiplied_floats(from, factor, static_cast<decltype(element) *>(out), first, n);
@@ -151,18 +153,22 @@ void softmax_of_rows_by_tiles(const Item<Form> &item, const Groups &groups, floa
     const uint32_t rows = std::min(together, groups.planes - done);
     const uint32_t first = done * length;
     item.read(first, rows * length, tile);
+    if constexpr (Form::kMultiplies) {
+      if (length >= kLongRow && !gives_floats(item.out_fmt) && item.form.only_multiplies()) {
+        exponentials_of_all_rows(tile, tile, rows, length, [&](uint32_t row, const auto &reciprocal) {
+          for (const float factor : reciprocal) {
+            item.write_multiplied(tile + size_t{length} * row, factor, first + length * row, length);
+            ++row;
+          }
+        });
+        continue;
+      }
+    }
     if (gives_floats(item.out_fmt)) {
       softmax_of_rows(tile, static_cast<float *>(item.out) + first, rows, length);
-    } else if (length < kLongRow || !item.form.multiplies()) {
+    } else {
       softmax_of_rows(tile, tile, rows, length);
       item.write(tile, first, rows * length);
-    } else {
-      exponentials_of_all_rows(tile, tile, rows, length, [&](uint32_t row, const auto &reciprocal) {
-        for (const float factor : reciprocal) {
-          item.write_multiplied(tile + size_t{length} * row, factor, first + length * row, length);
-          ++row;
-        }
-      });
     }
   }
 }
@@ -171,7 +177,8 @@ void softmax_of_rows_by_tiles(const Item<Form> &item, const Groups &groups, floa
 template <class Form>
 void softmax_of_columns_by_tiles(const Item<Form> &item, const Groups &groups, float *tile) {
   constexpr uint32_t kLeastColumns = 16;
-  const uint32_t most = std::max(kTileFloats / std::max(groups.length, 1u) / kLeastColumns * kLeastColumns, kLeastColumns);
+  const uint32_t most =
+      std::max(kTileFloats / std::max(groups.length, 1u) / kLeastColumns * kLeastColumns, kLeastColumns);
   const auto step = static_cast<uint32_t>(groups.step);
   for (uint32_t plane = 0; plane < groups.planes; ++plane) {
     for (uint32_t done = 0; done < groups.columns; done += most) {
@@ -192,7 +199,9 @@ struct Memory {
   uint64_t first;
   uint64_t bytes;
 };
-inline bool apart(const Memory &a, const Memory &b) { return a.first + a.bytes <= b.first || b.first + b.bytes <= a.first; }
+inline bool apart(const Memory &a, const Memory &b) {
+  return a.first + a.bytes <= b.first || b.first + b.bytes <= a.first;
+}
 
 /// From here on the bytes of a scratch array wrap in 32 bits.
 constexpr uint64_t kMostTiledElements = (uint64_t{1} << 30) - 1;
@@ -237,7 +246,8 @@ _QX_RESULT softmax_of_item(const typename Form::Parm &parm, const void *in, void
   const void *source = takes_floats(parm.in_fmt) ? pointer<const void>(parm.in_addr) : in;
   const Item<Form> item{Form::of(parm, count), parm.in_fmt, parm.out_fmt, source, out};
   const Scratch scratch = take_scratch(parm.work_buffer, count);
-  if (serves_axis(parm.axis) && goes_by_tiles(item, uint64_t{parm.width} * parm.height * parm.channel, parm.work_buffer)) {
+  if (serves_axis(parm.axis) &&
+      goes_by_tiles(item, uint64_t{parm.width} * parm.height * parm.channel, parm.work_buffer)) {
     const Groups groups = groups_of(parm);
     groups.rows ? softmax_of_rows_by_tiles(item, groups, scratch.input)
                 : softmax_of_columns_by_tiles(item, groups, scratch.input);
@@ -245,7 +255,8 @@ _QX_RESULT softmax_of_item(const typename Form::Parm &parm, const void *in, void
   }
   item.read(0, count, scratch.input);
   if (!serves_axis(parm.axis)) return unsupported_axis(Form::kItemFunction);
-  softmax_of_groups(groups_of(parm), scratch.input, gives_floats(parm.out_fmt) ? static_cast<float *>(out) : scratch.result);
+  softmax_of_groups(groups_of(parm), scratch.input,
+                    gives_floats(parm.out_fmt) ? static_cast<float *>(out) : scratch.result);
   item.write(scratch.result, 0, count);
   return QX_OK;
 }

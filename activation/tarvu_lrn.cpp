@@ -167,14 +167,14 @@ bool is_fixed(const _NN_FMT &fmt) { return width_bits(fmt) == 8 || width_bits(fm
 
 /// Kept: signed is any sign_bits but 0 here.
 void to_floats(const uint8_t *from, float *to, uint32_t count, const _NN_FMT &fmt, float scale) {
-  with_element_type(width_bits(fmt), fmt.sign_bits != 0, [=, &fmt](auto element) {
+  with_element_of(width_bits(fmt), fmt.sign_bits != 0, [=, &fmt](auto element) {
     using T = decltype(element);
     Kernels<T>::to_floats(reinterpret_cast<const T *>(from), to, fmt.frac_bits, count, scale);
   });
 }
 
 void from_floats(const float *from, uint8_t *to, uint32_t count, const _NN_FMT &fmt, float scale) {
-  with_element_type(width_bits(fmt), fmt.sign_bits != 0, [=, &fmt](auto element) {
+  with_element_of(width_bits(fmt), fmt.sign_bits != 0, [=, &fmt](auto element) {
     using T = decltype(element);
     Kernels<T>::from_floats(from, reinterpret_cast<T *>(to), fmt.frac_bits, count, scale);
   });

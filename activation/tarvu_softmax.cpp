@@ -12,6 +12,7 @@ namespace {
 struct FlatForm {
   using Parm = _NN_SOFTMAX_PARM;
   static constexpr const char *kItemFunction = "tarvu_softmax_process_one_batch";
+  static constexpr bool kMultiplies = true;
 
   int8_t in_frac_bits;
   int8_t out_frac_bits;
@@ -29,8 +30,7 @@ struct FlatForm {
   void from_floats(const float *in, T *item, uint32_t first, uint32_t n) const {
     Kernels<T>::from_floats(in, item + first, out_frac_bits, n, out_scale);
   }
-  /// Where the conversion is a multiplication and no more.
-  bool multiplies() const { return out_frac_bits >= 0; }
+  bool only_multiplies() const { return out_frac_bits >= 0; }
   template <class T>
   void from_multiplied_floats(const float *in, float factor, T *item, uint32_t first, uint32_t n) const {
     const float multiplier = multiplier_from_float(out_frac_bits, out_scale);
@@ -73,7 +73,9 @@ _QX_RESULT tarvu_softmax_process_one_batch(const _NN_SOFTMAX_PARM *parm, const v
   return tarvu::softmax_of_item<tarvu::FlatForm>(*parm, in, out);
 }
 
-_QX_RESULT tarvu_softmax_process_0(const _NN_SOFTMAX_PARM *parm) { return tarvu::softmax_of_consecutive_elements(*parm); }
+_QX_RESULT tarvu_softmax_process_0(const _NN_SOFTMAX_PARM *parm) {
+  return tarvu::softmax_of_consecutive_elements(*parm);
+}
 
 void tarvu_softmax_axis2_4vec(const float *in, float *out, const _NN_SOFTMAX_PARM *parm) {
   tarvu::softmax_of_groups(tarvu::height_columns(*parm), in, out);

@@ -9,6 +9,7 @@ namespace {
 struct ZeroPointForm {
   using Parm = _NN_SOFTMAX_ASYM_PARM;
   static constexpr const char *kItemFunction = "tarvu_softmax_asym_process_one_batch";
+  static constexpr bool kMultiplies = false;
 
   uint32_t count;
   int32_t in_zero_point;
@@ -35,9 +36,6 @@ struct ZeroPointForm {
     floats_to_zero_point_in_block<T>(in, item + first, blocked, zero_point, out_multiplier);
     floats_to_zero_point_in_tail<T>(in + blocked, item + first + blocked, n - blocked, zero_point, out_multiplier);
   }
-  static constexpr bool multiplies() { return false; }
-  template <class T>
-  void from_multiplied_floats(const float *, float, T *, uint32_t, uint32_t) const {}
 };
 
 }  // namespace

@@ -53,8 +53,8 @@ void plain_softmax(const T *__restrict source, U *__restrict destination, float 
 
 /// One item along one axis, from T to U, with scales that are no powers of two.
 template <class T, class U>
-Workload softmax(const char *name, uint16_t channel, uint16_t height, uint16_t width, int8_t axis, const _NN_FMT &in_fmt,
-                 const _NN_FMT &out_fmt) {
+Workload softmax(const char *name, uint16_t channel, uint16_t height, uint16_t width, int8_t axis,
+                 const _NN_FMT &in_fmt, const _NN_FMT &out_fmt) {
   const size_t count = size_t{channel} * height * width;
   const auto prepare = [=] {
     const std::shared_ptr<T[]> in = random_buffer<T>(count, 31);

@@ -61,15 +61,8 @@ struct Kernels<int16_t> {
 
 /// Calls action(T{}) with the element type of 8 or 16 bits; other widths do nothing.
 template <class Action>
-inline void with_element_type(int width, bool is_signed, Action action) {
+inline void with_element_of(int width, bool is_signed, Action action) {
   if (is_signed) {
-/// Calls action(T{}) with the element type of 8 or 16 bits whose sign_bits are exactly 0 or 1.
-/// Kept: other sign_bits, which the type queries call signed, and other widths do nothing.
-inline void with_element_type(int sign_bits, int width, Action action) {
-  if (sign_bits == 0) {
-    if (width == 8) action(uint8_t{});
-    if (width == 16) action(uint16_t{});
-  } else if (sign_bits == 1) {
     if (width == 8) action(int8_t{});
     if (width == 16) action(int16_t{});
   } else {
@@ -77,15 +70,15 @@ inline void with_element_type(int sign_bits, int width, Action action) {
     if (width == 16) action(uint16_t{});
   }
 }
+
+/// The same by a format's fields. Kept: sign_bits other than 0 and 1, which the type queries call signed, do nothing.
+template <class Action>
+inline void with_element_type(int sign_bits, int width, Action action) {
+  if (sign_bits == 0 || sign_bits == 1) with_element_of(width, sign_bits == 1, action);
+}
 template <class Action>
 inline void with_element_type(const _NN_FMT &fmt, Action action) {
   with_element_type(fmt.sign_bits, width_bits(fmt), action);
-}
-
-/// The same by format. Kept: sign_bits other than 0 and 1, which the type queries call signed, do nothing.
-template <class Action>
-inline void with_element_type(const _NN_FMT &fmt, Action action) {
-  if (fmt.sign_bits == 0 || fmt.sign_bits == 1) with_element_type(width_bits(fmt), fmt.sign_bits == 1, action);
 }
 
 }  // namespace tarvu

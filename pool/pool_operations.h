@@ -1,8 +1,8 @@
 /// \file pool_operations.h
 /// What happens to a window: its maximum, or its average with the padding counted or not.
 ///
-/// An operation tells the walk over the plane which windows exist (extra_column_limit, extra_line_limit), is told which lines come
-/// (start_lines), and takes bands of lines (run) or the reduction of one window (put).
+/// An operation tells the walk over the plane which windows exist (extra_column_limit, extra_line_limit) and which lines may be run
+/// in one band (alike), is told which come (start_lines), and takes bands of lines (run) or the reduction of one window (put).
 #ifndef TARVU_POOL_POOL_OPERATIONS_H
 #define TARVU_POOL_POOL_OPERATIONS_H
 
@@ -80,6 +80,7 @@ class MaximumOperation {
   int32_t extra_column_limit(Place) const { return columns_.extent; }
   int32_t extra_line_limit() const { return lines_.extent; }
   void start_lines(const Window &) {}
+  bool alike(const Window &, const Window &) const { return true; }
 
   void put(uint8_t *to, int32_t maximum, const Window &) const { store(to, output_.element(maximum)); }
 
@@ -174,6 +175,7 @@ class AverageOperation {
   }
   int32_t extra_line_limit() const { return counting_.extra_limit(lines_); }
   void start_lines(const Window &line) { counted_lines_ = counting_.counted(lines_, line); }
+  bool alike(const Window &a, const Window &b) const { return counting_.counted(lines_, a) == counting_.counted(lines_, b); }
 
   void put(uint8_t *to, int32_t sum, const Window &column) const {
     const int32_t divisor = divisor_of(column);
@@ -206,8 +208,6 @@ class AverageOperation {
     return counting_.divisor(counting_.counted(columns_, column), counted_lines_, column.place);
   }
 
-  using EdgeStage = StepsStage<Out, Word, BlockAverageStep>;
-
   /// Where the windows with divisors of their own lie in the first and the last block of a line, those blocks have a divisor for
   /// each word. False if they do not, or the windows are of no common kind.
   bool run_with_edges(const Band &band, const Part &part, const Passed &passed, const StepStage<Out, BlockAverageStep> &stage,
@@ -215,15 +215,13 @@ class AverageOperation {
     constexpr uint32_t kBlock = kWordsOfBlock<Word>;
     const uint32_t behind = part.count - passed.first - passed.count;
     if (part.count <= kBlock || passed.first > 1 || behind > kBlock) return false;
-    EdgeStages<EdgeStage> edges;
-    for (BlockAverageStep &step : edges.first.steps) step = stage.step;
-    edges.last = edges.first;
+    Edges<Divisors<Word>> edges;
     return set_divisors(edges.first, part.first) && set_divisors(edges.last, part.first + part.count - kBlock) &&
            run_if_square<Fold>(band, part, stage, edges, words);
   }
 
   /// False if there is a divisor below 2.
-  bool set_divisors(EdgeStage &stage, uint32_t first_column) const {
+  bool set_divisors(Divisors<Word> &divisors, uint32_t first_column) const {
     constexpr uint32_t kBlock = kWordsOfBlock<Word>;
     int32_t half[kBlock];
     int32_t multiplier[kBlock];
@@ -238,8 +236,8 @@ class AverageOperation {
     }
     for (uint32_t i = 0; i < kStepsOfBlock<Word>; ++i) {
       const uint32_t at = i * kLanes<Words>;
-      stage.steps[i].half = load<Words>(half + at);
-      stage.steps[i].divisor = {load<Words>(multiplier + at), load<Words>(shift + at)};
+      divisors.half[i] = load<Words>(half + at);
+      divisors.divisor[i] = {load<Words>(multiplier + at), load<Words>(shift + at)};
     }
     return true;
   }

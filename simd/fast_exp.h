@@ -1,7 +1,6 @@
 /// \file fast_exp.h
 /// The approximate exponential that several operators share: log2(e) * x plus the exponent bias, read as the bits of a
 /// float.
-/// The approximate exponential that several operators share: log2(e) * x plus the exponent bias, read as the bits of a float.
 #ifndef TARVU_SIMD_FAST_EXP_H
 #define TARVU_SIMD_FAST_EXP_H
 
@@ -20,9 +19,6 @@ inline constexpr int kFloatFractionBits = 23;
 /// t as an unsigned 32-bit fixed-point number of 23 fraction bits, read as the bits of a float: towards zero, 0 for all
 /// t below 2^-23 and for NaN, 0xFFFFFFFF (a NaN) for all t of 512 and more. From 255 on the bits are those of infinity
 /// and NaN, from 256 on those of negative floats.
-/// t as an unsigned 32-bit fixed-point number of 23 fraction bits, read as the bits of a float: towards zero, 0 for all t below
-/// 2^-23 and for NaN, 0xFFFFFFFF (a NaN) for all t of 512 and more. From 255 on the bits are those of infinity and NaN, from 256
-/// on those of negative floats.
 inline float bits_from_exponent(float t) {
 #if TARVU_NEON
   return std::bit_cast<float>(vcvts_n_u32_f32(t, kFloatFractionBits));

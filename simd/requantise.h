@@ -119,22 +119,21 @@ template <class Out, class Word, class Step>
 #endif
 }
 
-/// The same with a step of its own for every word of the block: `steps[i]` for word i, or for words 4 * i to 4 * i + 3.
+/// The same with a step for each Words of the block in turn: step_of(i).
 template <class Word>
 inline constexpr uint32_t kStepsOfBlock = kWordsOfBlock<Word> / kLanes<Words>;
-template <class Out, class Word, class Step>
-[[gnu::always_inline]] inline void store_block(uint8_t *to, const WordBlock<Word> &block,
-                                               const Step (&steps)[kStepsOfBlock<Word>]) {
+template <class Out, class Word, class StepOf>
+[[gnu::always_inline]] inline void store_block_by_steps(uint8_t *to, const WordBlock<Word> &block, const StepOf &step_of) {
 #if TARVU_NEON
   static_assert(sizeof(Word) == 2);
   const EightWords words = extended(block.lanes[0]);
-  store_eight<Out>(to, {steps[0](words.low), steps[1](words.high)});
+  store_eight<Out>(to, {step_of(0)(words.low), step_of(1)(words.high)});
 #else
   constexpr uint32_t kCount = kWordsOfBlock<Word>;
   Word words[kCount];
   std::memcpy(words, &block, sizeof words);
   Out elements[kCount];
-  for (uint32_t i = 0; i < kCount; ++i) elements[i] = clamped<Out>(steps[i](static_cast<int32_t>(words[i])));
+  for (uint32_t i = 0; i < kCount; ++i) elements[i] = clamped<Out>(step_of(i)(static_cast<int32_t>(words[i])));
   std::memcpy(to, elements, sizeof elements);
 #endif
 }

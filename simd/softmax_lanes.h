@@ -140,6 +140,17 @@ inline f32x4 add_row_block(f32x4 sum, const RowBlock &block) {
   return sum;
 }
 
+/// Shifts of one 16-bit element or of lanes by 0 to 15: to the left the bits beyond the top are lost, to the right the sign
+/// comes in.
+template <class V>
+inline V shift_left_16(V x, int count) {
+  return static_cast<V>(x << count);
+}
+template <class V>
+inline V shift_right_16(V x, int count) {
+  return static_cast<V>(x >> count);
+}
+
 /// The least and the largest of eight lanes, and whether all are 0.
 inline int16_t least_lane(s16x8 a) {
 #if TARVU_NEON

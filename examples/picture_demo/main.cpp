@@ -24,8 +24,12 @@ int main(int argc, char **argv) {
   try {
     demo::Tensor const picture = demo::load_picture(picture_path);
     std::filesystem::create_directories(output_folder);
+    demo.begin("axes and formats");
     demo::Tensor const planes = demo::rearranging_stages(demo, picture);
+    demo.begin("floats");
     demo::conversion_stages(demo, planes);
+    demo.begin("pooling");
+    demo::pooling_stages(demo, planes);
     demo.print_table();
     demo.write_digests();
   } catch (const std::exception &problem) {

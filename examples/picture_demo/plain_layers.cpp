@@ -5,11 +5,14 @@
 #include "tarvu.h"
 #include "tests/reference/tarvu_format_reference.h"
 #include "tests/reference/tarvu_permute_c_reference.h"
+#include "tests/reference/tarvu_pool_c_reference.h"
 #include "tests/reference/tarvu_reverse_c_reference.h"
 
 const char *prebuilt_ai_get_lib_version() { return "of plain layers"; }
 
 _QX_RESULT tarvu_permute_process(const _NN_PERMUTE_PARM *parm) { return reference::tarvu_permute_process(parm); }
+
+_QX_RESULT tarvu_pool_process(const _NN_POOL_PARM *parm) { return reference::tarvu_pool_process(parm); }
 
 _QX_RESULT tarvu_reverse_process(const _NN_REVERSE_PARM *parm) { return reference::tarvu_reverse_process(parm); }
 

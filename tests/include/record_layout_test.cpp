@@ -2,64 +2,64 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
-#include <vector>
+#include <string_view>
 
 #include "tarvu.h"
 
 namespace {
 
-TEST(RecordLayout, EveryRecordHasTheSizeThatTheRuntimeAllocates) {
-#define RECORD(record, bytes) EXPECT_EQ(sizeof(record), size_t{bytes}) << #record;
+/// One row of the table beside what the compiler makes of the header.
+struct Record {
+  const char *name;
+  size_t bytes;
+  size_t compiled_bytes;
+};
+struct Field {
+  const char *record;
+  const char *name;
+  size_t offset;
+  size_t bytes;
+  size_t compiled_offset;
+  size_t compiled_bytes;
+};
+
+constexpr Record kRecords[] = {
+#define RECORD(record, bytes) {#record, bytes, sizeof(record)},
 #define FIELD(record, field, offset, bytes)
 #include "tests/include/record_layout.inc"
 #undef FIELD
 #undef RECORD
+};
+
+constexpr Field kFields[] = {
+#define RECORD(record, bytes)
+#define FIELD(record, field, offset, bytes) {#record, #field, offset, bytes, offsetof(record, field), sizeof(record::field)},
+#include "tests/include/record_layout.inc"
+#undef FIELD
+#undef RECORD
+};
+
+TEST(RecordLayout, EveryRecordHasTheSizeThatTheRuntimeAllocates) {
+  for (const Record &record : kRecords) EXPECT_EQ(record.compiled_bytes, record.bytes) << record.name;
 }
 
 TEST(RecordLayout, EveryFieldLiesWhereTheRuntimeWritesIt) {
-#define RECORD(record, bytes)
-#define FIELD(record, field, offset, bytes)                                \
-  EXPECT_EQ(offsetof(record, field), size_t{offset}) << #record "." #field; \
-  EXPECT_EQ(sizeof(record::field), size_t{bytes}) << #record "." #field;
-#include "tests/include/record_layout.inc"
-#undef FIELD
-#undef RECORD
+  for (const Field &field : kFields) {
+    EXPECT_EQ(field.compiled_offset, field.offset) << field.record << "." << field.name;
+    EXPECT_EQ(field.compiled_bytes, field.bytes) << field.record << "." << field.name;
+  }
 }
 
-struct Bytes {
-  std::string name;
-  size_t offset;
-  size_t bytes;
-};
-
-TEST(RecordLayout, NoByteOfARecordBelongsToTwoFields) {
-  std::vector<std::string> records;
-  std::vector<std::vector<Bytes>> fields;
-#define RECORD(record, bytes) records.emplace_back(#record), fields.emplace_back();
-#define FIELD(record, field, offset, bytes)
-#include "tests/include/record_layout.inc"
-#undef FIELD
-#undef RECORD
-  const auto of = [&](const std::string &record) -> std::vector<Bytes> & {
-    for (size_t i = 0; i < records.size(); ++i) {
-      if (records[i] == record) return fields[i];
-    }
-    ADD_FAILURE() << record << " has no size";
-    return fields.emplace_back();
-  };
-#define RECORD(record, bytes)
-#define FIELD(record, field, offset, bytes) of(#record).push_back({#field, offset, bytes});
-#include "tests/include/record_layout.inc"
-#undef FIELD
-#undef RECORD
-  for (size_t i = 0; i < records.size(); ++i) {
+TEST(RecordLayout, NoFieldIsMissingFromTheTableAndNoByteBelongsToTwo) {
+  for (const Record &record : kRecords) {
     size_t end = 0;
-    for (const Bytes &field : fields[i]) {
-      EXPECT_GE(field.offset, end) << records[i] << "." << field.name;
-      EXPECT_LT(field.offset - end, size_t{8}) << records[i] << "." << field.name << ": a field is missing in front of it";
+    for (const Field &field : kFields) {
+      if (std::string_view(field.record) != record.name) continue;
+      EXPECT_GE(field.offset, end) << record.name << "." << field.name;
+      EXPECT_LT(field.offset - end, size_t{8}) << record.name << "." << field.name << ": a field is missing before it";
       end = field.offset + field.bytes;
     }
+    EXPECT_LT(record.bytes - end, size_t{8}) << record.name << ": a field is missing at its end";
   }
 }
 
