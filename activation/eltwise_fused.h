@@ -13,6 +13,9 @@
 
 namespace tarvu {
 
+inline constexpr int32_t kProduct = 0;  // operation codes
+inline constexpr int32_t kSum = 1;
+
 /// One of the three tensors of an Eltwise block.
 struct EltwiseTensor {
   uint8_t *address;
@@ -202,39 +205,42 @@ inline EltwiseRuns runs_of(const EltwiseTensors &tensors, const _NN_ELTWISE_PARM
   return {parm.batch, parm.channel, plane};
 }
 
-template <class T, class Out>
-inline bool sweep(const _NN_ELTWISE_PARM &parm, const EltwiseTensors &tensors) {
-  const uint64_t plane = uint64_t{parm.width} * parm.height;
-  if (plane == 0 || parm.channel == 0 || parm.batch == 0 || plane > 0x3FFFFFFF) return false;
-  const auto plane_bytes = static_cast<uint32_t>(plane * sizeof(T));
-  // A negative count of fraction bits in the output has a bias of its own; it is left to the conversions.
-  if (tensors.result.fmt.frac_bits < 0 || !may_sweep(tensors, parm, plane_bytes)) return false;
-  const EltwiseRuns runs = runs_of(tensors, parm, static_cast<uint32_t>(plane), plane_bytes);
+inline EltwiseMultipliers multipliers_of(const EltwiseTensors &tensors) {
   const auto to_float = [](const EltwiseTensor &tensor) {
     return multiplier_to_float(tensor.fmt.frac_bits, scale_of(tensor.scale));
   };
-  const EltwiseMultipliers multipliers = {
-      to_float(tensors.first), to_float(tensors.second),
-      multiplier_from_float(tensors.result.fmt.frac_bits, scale_of(tensors.result.scale))};
-  if (parm.op == 0) {
-    sweep_product<T, Out>(tensors, runs, multipliers);
-  } else {
-    sweep_sum<T, Out>(tensors, runs, multipliers, parm.coeff0, parm.coeff1);
-  }
-  return true;
+  const EltwiseTensor &result = tensors.result;
+  return {to_float(tensors.first), to_float(tensors.second), multiplier_from_float(result.fmt.frac_bits, scale_of(result.scale))};
 }
 
 /// Does the whole work in one sweep if the inputs are of one fixed-point type and the output as wide, and returns whether it did.
-inline bool sweep_all(const _NN_ELTWISE_PARM &parm, const EltwiseTensors &tensors) {
+inline bool sweep(const _NN_ELTWISE_PARM &parm, const EltwiseTensors &tensors) {
   const _NN_FMT &fmt = tensors.first.fmt;
   const _NN_FMT &second = tensors.second.fmt;
-  if (fmt.sign_bits != second.sign_bits || width_bits(fmt) != width_bits(second)) return false;
+  const _NN_FMT &result = tensors.result.fmt;
+  const int width = width_bits(fmt);
+  if (fmt.sign_bits != second.sign_bits || width_bits(second) != width || width_bits(result) != width) return false;
+  if (result.frac_bits < 0) return false;  // the conversion then has a bias of its own
+  const uint64_t plane = uint64_t{parm.width} * parm.height;
+  if (plane == 0 || parm.channel == 0 || parm.batch == 0 || plane > 0x3FFFFFFF) return false;
+  const auto count = static_cast<uint32_t>(plane);
+  const uint32_t plane_bytes = count * static_cast<uint32_t>(width) / 8;
+  if (!may_sweep(tensors, parm, plane_bytes)) return false;
+  const EltwiseRuns runs = runs_of(tensors, parm, count, plane_bytes);
+  const EltwiseMultipliers multipliers = multipliers_of(tensors);
   bool done = false;
   with_element_type(fmt, [&](auto input) {
     using T = decltype(input);
-    with_element_type(tensors.result.fmt, [&](auto output) {
+    with_element_type(result, [&](auto output) {
       using Out = decltype(output);
-      if constexpr (sizeof(T) == sizeof(Out)) done = sweep<T, Out>(parm, tensors);
+      if constexpr (sizeof(T) == sizeof(Out)) {
+        if (parm.op == kProduct) {
+          sweep_product<T, Out>(tensors, runs, multipliers);
+        } else {
+          sweep_sum<T, Out>(tensors, runs, multipliers, parm.coeff0, parm.coeff1);
+        }
+        done = true;
+      }
     });
   });
   return done;

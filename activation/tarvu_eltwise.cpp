@@ -6,9 +6,6 @@
 namespace tarvu {
 namespace {
 
-constexpr int32_t kProduct = 0;
-constexpr int32_t kSum = 1;
-
 /// A float plane, and the bytes between its lines.
 struct FloatPlane {
   float *first_line;
@@ -89,7 +86,7 @@ _QX_RESULT tarvu_eltwise_process(const _NN_ELTWISE_PARM *parm) {
       {pointer(parm->in0_addr), parm->in0_line_ofs, parm->in0_channel_ofs, parm->in0_batch_ofs, parm->in0_fmt, parm->in0_scale},
       {pointer(parm->in1_addr), parm->in1_line_ofs, parm->in1_channel_ofs, parm->in1_batch_ofs, parm->in1_fmt, parm->in1_scale},
       {pointer(parm->out_addr), parm->out_line_ofs, parm->out_channel_ofs, parm->out_batch_ofs, parm->out_fmt, parm->out_scale}};
-  if (sweep_all(*parm, tensors)) return QX_OK;
+  if (sweep(*parm, tensors)) return QX_OK;
   if (parm->op == kProduct) {
     combine_planes(*parm, tensors, Multiply{});
   } else if (parm->coeff0 == 1.0f && parm->coeff1 == 1.0f) {

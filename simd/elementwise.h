@@ -12,7 +12,7 @@ namespace tarvu {
 template <class T, class Out, class Step>
 inline void combine_integers(const T *a, const T *b, Out *to, uint32_t count, Step step) {
 #if TARVU_NEON || TARVU_AVX2
-  const auto block = [&](uint32_t at) {
+  const auto block = [&](int at) {
     WordLanesOf<T> words_a[kBlockVectors], words_b[kBlockVectors];
     load_words<T>(a + at, words_a);
     load_words<T>(b + at, words_b);
@@ -24,7 +24,6 @@ inline void combine_integers(const T *a, const T *b, Out *to, uint32_t count, St
     block(0);
     block(kConversionBlock);
   }
-  for (; count >= 16; count -= 16, a += 16, b += 16, to += 16) block(0);
 #endif
   for (uint32_t i = 0; i < count; ++i) {
     keep_scalar();
@@ -53,6 +52,11 @@ template <>
 struct Halves<uint8_t> {
   uint16x8_t low, high;
 };
+
+template <class T>
+inline Bytes<T> load_bytes(const T *from) {
+  return load<Bytes<T>>(from);
+}
 
 /// a * b of sixteen elements each; the 16 bits hold every product.
 inline Halves<int8_t> multiply_long(int8x16_t a, int8x16_t b) {
@@ -100,62 +104,86 @@ inline void store_shifted(Halves<uint8_t> x, int count, Out *to) {
   store(to, std::is_signed_v<Out> ? vminq_u8(bytes, vdupq_n_u8(127)) : bytes);
 }
 #elif TARVU_AVX2
+/// Thirty-two 8-bit lanes, and as many 16-bit lanes: of each 128 bits of the former the lower half, and the upper half.
 template <class T>
 struct Bytes {
-  __m128i all;
+  __m256i all;
 };
 template <class T>
 struct Halves {
-  __m256i all;
+  __m256i low, high;
 };
 
 template <class T>
-inline __m256i widen(__m128i bytes) {
-  return std::is_signed_v<T> ? _mm256_cvtepi8_epi16(bytes) : _mm256_cvtepu8_epi16(bytes);
+inline Bytes<T> load_bytes(const T *from) {
+  return {load<__m256i>(from)};
+}
+
+/// Elements times 2^8: the upper 16 bits of a product of two are the product of the elements.
+template <class T>
+inline Halves<T> widen_upwards(Bytes<T> x) {
+  const __m256i zero = _mm256_setzero_si256();
+  return {_mm256_unpacklo_epi8(zero, x.all), _mm256_unpackhi_epi8(zero, x.all)};
 }
 template <class T>
 inline Halves<T> multiply_long(Bytes<T> a, Bytes<T> b) {
-  return {_mm256_mullo_epi16(widen<T>(a.all), widen<T>(b.all))};
+  const Halves<T> wide_a = widen_upwards(a);
+  const Halves<T> wide_b = widen_upwards(b);
+  if constexpr (std::is_signed_v<T>) {
+    return {_mm256_mulhi_epi16(wide_a.low, wide_b.low), _mm256_mulhi_epi16(wide_a.high, wide_b.high)};
+  } else {
+    return {_mm256_mulhi_epu16(wide_a.low, wide_b.low), _mm256_mulhi_epu16(wide_a.high, wide_b.high)};
+  }
 }
 template <class T>
 inline Halves<T> multiply_add_long(Halves<T> sum, Bytes<T> a, Bytes<T> b) {
-  return {_mm256_add_epi16(sum.all, multiply_long<T>(a, b).all)};
+  const Halves<T> product = multiply_long(a, b);
+  return {_mm256_add_epi16(sum.low, product.low), _mm256_add_epi16(sum.high, product.high)};
 }
 
 template <class T>
 inline Bytes<T> fill_bytes(T x) {
-  return {_mm_set1_epi8(static_cast<char>(x))};
+  return {_mm256_set1_epi8(static_cast<char>(x))};
 }
 
 template <class Out>
 inline void store_shifted(Halves<int8_t> x, int count, Out *to) {
   const __m256i bias = _mm256_set1_epi16(static_cast<int16_t>((1 << count) - 1));
-  const __m256i raised = _mm256_add_epi16(x.all, _mm256_and_si256(_mm256_srai_epi16(x.all, 15), bias));
-  const __m256i shifted = _mm256_sra_epi16(raised, _mm_cvtsi32_si128(count));
-  const __m128i low = _mm256_castsi256_si128(shifted);
-  const __m128i high = _mm256_extracti128_si256(shifted, 1);
-  store(to, std::is_signed_v<Out> ? _mm_packs_epi16(low, high) : _mm_packus_epi16(low, high));
+  const __m128i shift = _mm_cvtsi32_si128(count);
+  const auto shifted = [=](__m256i half) {
+    const __m256i raised = _mm256_add_epi16(half, _mm256_and_si256(_mm256_srai_epi16(half, 15), bias));
+    return _mm256_sra_epi16(raised, shift);
+  };
+  const __m256i low = shifted(x.low);
+  const __m256i high = shifted(x.high);
+  store(to, std::is_signed_v<Out> ? _mm256_packs_epi16(low, high) : _mm256_packus_epi16(low, high));
 }
 template <class Out>
 inline void store_shifted(Halves<uint8_t> x, int count, Out *to) {
   const __m256i most = _mm256_set1_epi16(std::numeric_limits<Out>::max());
-  const __m256i shifted = _mm256_min_epu16(_mm256_srl_epi16(x.all, _mm_cvtsi32_si128(count)), most);
-  store(to, _mm_packus_epi16(_mm256_castsi256_si128(shifted), _mm256_extracti128_si256(shifted, 1)));
+  const __m128i shift = _mm_cvtsi32_si128(count);
+  const __m256i low = _mm256_min_epu16(_mm256_srl_epi16(x.low, shift), most);
+  const __m256i high = _mm256_min_epu16(_mm256_srl_epi16(x.high, shift), most);
+  store(to, _mm256_packus_epi16(low, high));
 }
+#endif
+
+#if TARVU_NEON || TARVU_AVX2
+/// Elements of a block.
+inline constexpr int kByteBlock = static_cast<int>(sizeof(Bytes<int8_t>));
 #endif
 
 /// to[i] = a[i] * b[i] / 2^right_shift towards zero, saturated. 8-bit elements, shifts of 0 to 15, or 16 for unsigned ones.
 template <class T, class Out>
 inline void multiply_and_shift(const T *a, const T *b, Out *to, uint32_t count, int right_shift) {
 #if TARVU_NEON || TARVU_AVX2
-  const auto block = [=](const T *from_a, const T *from_b, Out *destination) {
-    store_shifted(multiply_long(load<Bytes<T>>(from_a), load<Bytes<T>>(from_b)), right_shift, destination);
+  const auto block = [&](int at) {
+    store_shifted(multiply_long(load_bytes(a + at), load_bytes(b + at)), right_shift, to + at);
   };
   for (; count >= 32; count -= 32, a += 32, b += 32, to += 32) {
-    block(a, b, to);
-    block(a + 16, b + 16, to + 16);
+    block(0);
+    if constexpr (kByteBlock == 16) block(16);
   }
-  for (; count >= 16; count -= 16, a += 16, b += 16, to += 16) block(a, b, to);
 #endif
   for (uint32_t i = 0; i < count; ++i) {
     keep_scalar();
@@ -168,17 +196,16 @@ inline void multiply_and_shift(const T *a, const T *b, Out *to, uint32_t count, 
 template <class T, class Out>
 inline void weigh_and_shift(const T *a, const T *b, Out *to, uint32_t count, T weight_a, T weight_b, int right_shift) {
 #if TARVU_NEON || TARVU_AVX2
-  const auto weights_a = fill_bytes(weight_a);
-  const auto weights_b = fill_bytes(weight_b);
-  const auto block = [=](const T *from_a, const T *from_b, Out *destination) {
-    const Halves<T> product = multiply_long(load<Bytes<T>>(from_a), weights_a);
-    store_shifted(multiply_add_long(product, load<Bytes<T>>(from_b), weights_b), right_shift, destination);
+  const Bytes<T> weights_a = fill_bytes(weight_a);
+  const Bytes<T> weights_b = fill_bytes(weight_b);
+  const auto block = [&](int at) {
+    const Halves<T> product = multiply_long(load_bytes(a + at), weights_a);
+    store_shifted(multiply_add_long(product, load_bytes(b + at), weights_b), right_shift, to + at);
   };
   for (; count >= 32; count -= 32, a += 32, b += 32, to += 32) {
-    block(a, b, to);
-    block(a + 16, b + 16, to + 16);
+    block(0);
+    if constexpr (kByteBlock == 16) block(16);
   }
-  for (; count >= 16; count -= 16, a += 16, b += 16, to += 16) block(a, b, to);
 #endif
   for (uint32_t i = 0; i < count; ++i) {
     keep_scalar();

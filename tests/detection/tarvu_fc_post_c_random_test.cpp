@@ -125,9 +125,21 @@ TEST(FcPostOnRandomBlocks, EqualsItsTwinForExtremeMultipliersAndShifts) {
   Random random = test_random(442);
   SCOPED_TRACE(random.trace());
   for (int round = 0; round < 2000; ++round) {
-    random_case(random, static_cast<uint16_t>(random.between(1, 12)), static_cast<uint16_t>(random.between(0, 3)),
+    random_case(random, static_cast<uint16_t>(random.between(1, 40)), static_cast<uint16_t>(random.between(0, 3)),
                 Multipliers::kExtreme, false);
     if (HasFailure()) return;
+  }
+}
+
+TEST(FcPostOnRandomBlocks, EqualsItsTwinForManyOutputs) {
+  Random random = test_random(443);
+  SCOPED_TRACE(random.trace());
+  for (const uint16_t width : std::initializer_list<uint16_t>{255, 256, 257, 511, 513, 700}) {
+    for (int round = 0; round < 8; ++round) {
+      const auto height = static_cast<uint16_t>(random.between(0, 20));
+      random_case(random, width, height, round % 2 == 0 ? Multipliers::kOrdinary : Multipliers::kExtreme, random.one_in(3));
+      if (HasFailure()) return;
+    }
   }
 }
 

@@ -235,6 +235,30 @@ TEST(FcPost, AByteStrideOfOneShiftsTheWindowByOneByteAnOutput) {
   }
 }
 
+TEST(FcPost, TotalsAreSummedBeyondThirtyTwoBits) {
+  for (const uint16_t height : std::initializer_list<uint16_t>{32767, 32768, 65535}) {
+    Requantisation r;
+    r.in_fmt = format(16, 3, 0);
+    r.mul_a = scale(1, 4);
+    _NN_FC_POST_PARM block = block_of(r);
+    block.width = 2;
+    block.height = height;
+    block.in_line_ofs = 0;
+    const GuardedMemory input = memory_of(std::vector<uint16_t>{65535, 3});
+    const GuardedMemory bias = memory_of(std::vector<int32_t>{kLeast, kMost});
+    const GuardedMemory output(8);
+    block.in_addr = input.address();
+    block.bias_addr = bias.address();
+    block.out_addr = output.address();
+    EXPECT_EQ(QX_OK, tarvu_fc_post_process(&block));
+    // The least correction stays what it is when negated.
+    const int64_t totals[] = {int64_t{65535} * height + kLeast, int64_t{3} * height - kMost};
+    std::vector<int32_t> expected;
+    for (const int64_t total : totals) expected.push_back(static_cast<int32_t>(total < 0 ? -((8 - total) / 16) : (total + 8) / 16));
+    EXPECT_EQ(expected, values_in<int32_t>(output)) << height;
+  }
+}
+
 TEST(FcPost, BatchOffsetsMayBeNegative) {
   _NN_FC_POST_PARM block = block_of({});
   block.in_fmt = format(16, 3, 1);
