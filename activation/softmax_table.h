@@ -152,7 +152,7 @@ void look_up(const int16_t *in, int16_t *out, size_t count, Fraction fraction, i
   for_each_element(
       count,
       [&](size_t i) {
-        const s16x8 above = fraction.in_block(load<s16x8>(in + i)) - first_entry;
+        const s16x8 above = subtract_16(fraction.in_block(load<s16x8>(in + i)), first_entry);
         const s16x8 entry = above > 0 ? above : s16x8{};
         if (is_zero(entry)) {  // far below the largest, as most scores of a classifier are
           store(out + i, s16x8{});
@@ -166,11 +166,11 @@ void look_up(const int16_t *in, int16_t *out, size_t count, Fraction fraction, i
 
 /// The differences with wrapping in 16 bits.
 template <class Fraction>
-void subtract(const int16_t *in, int16_t *out, size_t count, Fraction fraction, int16_t largest) {
+void subtract_largest(const int16_t *in, int16_t *out, size_t count, Fraction fraction, int16_t largest) {
   for_each_element(
-      count, [&](size_t i) { store(out + i, fraction.in_block(load<s16x8>(in + i)) - largest); },
-      [&](size_t i) { store(out + i, static_cast<int16_t>(fraction.in_block(load<int16_t>(in + i)) - largest)); },
-      [&](size_t i) { store(out + i, static_cast<int16_t>(fraction.in_tail(load<int16_t>(in + i)) - largest)); });
+      count, [&](size_t i) { store(out + i, subtract_16(fraction.in_block(load<s16x8>(in + i)), largest)); },
+      [&](size_t i) { store(out + i, subtract_16(fraction.in_block(load<int16_t>(in + i)), largest)); },
+      [&](size_t i) { store(out + i, subtract_16(fraction.in_tail(load<int16_t>(in + i)), largest)); });
 }
 
 /// The exponentials of differences up to the first one that wrapped above 0, which ends the run.
@@ -195,7 +195,7 @@ _QX_RESULT table_softmax(const int16_t *in, int16_t *out, size_t count, Fraction
     look_up(in, out, count, fraction, range.largest);
     return QX_OK;
   }
-  subtract(in, out, count, fraction, range.largest);
+  subtract_largest(in, out, count, fraction, range.largest);
   return look_up_to_wrap(out, count);
 }
 
