@@ -226,14 +226,15 @@ inline bool sweep(const _NN_ELTWISE_PARM &parm, const EltwiseTensors &tensors) {
 
 /// Does the whole work in one sweep if the inputs are of one fixed-point type and the output as wide, and returns whether it did.
 inline bool sweep_all(const _NN_ELTWISE_PARM &parm, const EltwiseTensors &tensors) {
+  const _NN_FMT &fmt = tensors.first.fmt;
+  const _NN_FMT &second = tensors.second.fmt;
+  if (fmt.sign_bits != second.sign_bits || width_bits(fmt) != width_bits(second)) return false;
   bool done = false;
-  with_element_type(tensors.first.fmt, [&](auto first) {
-    with_element_type(tensors.second.fmt, [&](auto second) {
-      with_element_type(tensors.result.fmt, [&](auto result) {
-        using T = decltype(first);
-        using Out = decltype(result);
-        if constexpr (std::is_same_v<T, decltype(second)> && sizeof(T) == sizeof(Out)) done = sweep<T, Out>(parm, tensors);
-      });
+  with_element_type(fmt, [&](auto input) {
+    using T = decltype(input);
+    with_element_type(tensors.result.fmt, [&](auto output) {
+      using Out = decltype(output);
+      if constexpr (sizeof(T) == sizeof(Out)) done = sweep<T, Out>(parm, tensors);
     });
   });
   return done;

@@ -26,21 +26,26 @@ struct GateSums {
   float *at(uint32_t row, int gate) const { return sums + (row * kGates + static_cast<uint32_t>(gate)) * units; }
 };
 
-/// Adds the products for kUnitLanes units from `unit` (counted from the first of the range) on, for `rows` rows at once.
-template <int rows>
+/// Adds the products for kUnitLanes units from `unit` (counted from the first of the range) on, for `rows` rows and `gates` gates at
+/// once.
+template <int rows, int gates>
 inline void add_products_of_lanes(const GateMatrices &matrices, const float *const *inputs, const GateSums &to, uint32_t first_row,
-                                  uint32_t unit) {
+                                  int first_gate, uint32_t unit) {
   const uint32_t length = matrices.row_floats;
-  const float *weights[kGates];
-  f32xn sums[rows][kGates];
-  for (int gate = 0; gate < kGates; ++gate) {
-    weights[gate] = matrices.gate[gate] + size_t{to.first_unit + unit} * length;
-    for (int row = 0; row < rows; ++row) sums[row][gate] = load<f32xn>(to.at(first_row + static_cast<uint32_t>(row), gate) + unit);
+  ColumnReader weights[gates];
+  float *stored[rows][gates];
+  f32xn sums[rows][gates];
+  for (int gate = 0; gate < gates; ++gate) {
+    weights[gate] = ColumnReader(matrices.gate[first_gate + gate] + size_t{to.first_unit + unit} * length, length);
+    for (int row = 0; row < rows; ++row) {
+      stored[row][gate] = to.at(first_row + static_cast<uint32_t>(row), first_gate + gate) + unit;
+      sums[row][gate] = load<f32xn>(stored[row][gate]);
+    }
   }
-  uint32_t k = 0;
+  size_t k = 0;
   for (; k + 4 <= length; k += 4) {
-    for (int gate = 0; gate < kGates; ++gate) {
-      const FourColumns<f32xn> columns = load_four_columns(weights[gate] + k, length);
+    for (int gate = 0; gate < gates; ++gate) {
+      const FourColumns<f32xn> columns = weights[gate].next_four();
       for (int row = 0; row < rows; ++row) {
         const FourFactors factors(inputs[row] + k);
         f32xn sum = sums[row][gate];
@@ -53,13 +58,13 @@ inline void add_products_of_lanes(const GateMatrices &matrices, const float *con
     }
   }
   for (; k < length; ++k) {
-    for (int gate = 0; gate < kGates; ++gate) {
-      const f32xn column = load_column(weights[gate] + k, length);
+    for (int gate = 0; gate < gates; ++gate) {
+      const f32xn column = weights[gate].next();
       for (int row = 0; row < rows; ++row) sums[row][gate] = sums[row][gate] + column * fill<f32xn>(inputs[row][k]);
     }
   }
-  for (int gate = 0; gate < kGates; ++gate) {
-    for (int row = 0; row < rows; ++row) store(to.at(first_row + static_cast<uint32_t>(row), gate) + unit, sums[row][gate]);
+  for (int gate = 0; gate < gates; ++gate) {
+    for (int row = 0; row < rows; ++row) store(stored[row][gate], sums[row][gate]);
   }
 }
 
@@ -92,8 +97,13 @@ inline void add_products_of_unit(const GateMatrices &matrices, const float *inpu
 /// Adds the products for all units of the range and `rows` rows from `first_row` on.
 template <int rows>
 inline void add_products(const GateMatrices &matrices, const float *const *inputs, const GateSums &to, uint32_t first_row) {
+  constexpr int kGatesAtOnce = rows > 1 ? kGates / 2 : kGates;  // as many sums as the registers hold
   uint32_t unit = 0;
-  for (; unit + kUnitLanes <= to.units; unit += kUnitLanes) add_products_of_lanes<rows>(matrices, inputs, to, first_row, unit);
+  for (; unit + kUnitLanes <= to.units; unit += kUnitLanes) {
+    for (int gate = 0; gate < kGates; gate += kGatesAtOnce) {
+      add_products_of_lanes<rows, kGatesAtOnce>(matrices, inputs, to, first_row, gate, unit);
+    }
+  }
   for (; unit < to.units; ++unit) {
     for (uint32_t row = 0; row < rows; ++row) add_products_of_unit(matrices, inputs[row], to, first_row + row, unit);
   }

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "activation/lstm_gates.h"
 #include "activation/lstm_products.h"
 #include "convert/format_entry.h"
 
@@ -75,19 +76,27 @@ void update_units(const Recurrence &lstm, const GateSums &sums, uint32_t row, ui
     const float *bias = lstm.biases.gate[gate] + sums.first_unit + first;
     for (uint32_t j = 0; j < count; ++j) sum[j] += bias[j];
   }
+  float *const in = sums.at(row, kInputGate) + first;
+  float *const forget = sums.at(row, kForgetGate) + first;
+  float *const out = sums.at(row, kOutputGate) + first;
+  float *const candidate = sums.at(row, kCellGate) + first;
+  logistic_run(in, count);
+  logistic_run(forget, count);
+  logistic_run(out, count);
+  tanh_run(candidate, count);
   cells += sums.first_unit + first;
-  hidden += sums.first_unit + first;
-  for (uint32_t j = 0; j < count; ++j) {
-    const float in = sigmoid(sums.at(row, kInputGate)[first + j]);
-    const float forget = sigmoid(sums.at(row, kForgetGate)[first + j]);
-    const float out = sigmoid(sums.at(row, kOutputGate)[first + j]);
-    const auto candidate = static_cast<float>(std::tanh(static_cast<double>(sums.at(row, kCellGate)[first + j])));
-    const float fresh = in * candidate;
-    const float kept = forget * cells[j];
-    const float cell = continues ? kept + fresh : fresh;
-    cells[j] = cell;
-    hidden[j] = static_cast<float>(static_cast<double>(out) * std::tanh(static_cast<double>(cell)));
+  if (continues) {
+    TARVU_INDEPENDENT_ITERATIONS
+    for (uint32_t j = 0; j < count; ++j) {
+      const float kept = forget[j] * cells[j];
+      const float fresh = in[j] * candidate[j];
+      cells[j] = kept + fresh;
+    }
+  } else {
+    TARVU_INDEPENDENT_ITERATIONS
+    for (uint32_t j = 0; j < count; ++j) cells[j] = in[j] * candidate[j];
   }
+  scaled_tanh_run(out, cells, hidden + sums.first_unit + first, count);
 }
 
 /// Recurrent products and new states of one row, from the sums of its inputs.

@@ -49,6 +49,7 @@ void add_select_workloads(std::vector<Workload> &suite);
 void add_norm_workloads(std::vector<Workload> &suite);
 void add_eltwise_workloads(std::vector<Workload> &suite);
 void add_softmax_workloads(std::vector<Workload> &suite);
+void add_resample_workloads(std::vector<Workload> &suite);
 void add_tensor_workloads(std::vector<Workload> &suite);
 
 /// Zeroed memory on a cache line of its own.

@@ -126,6 +126,7 @@ int main(int argc, char **argv) {
   bench::add_eltwise_workloads(suite);
   bench::add_softmax_workloads(suite);
   bench::add_tensor_workloads(suite);
+  bench::add_resample_workloads(suite);
 
   FILE *out = take_standard_output();
   pin_to_one_processor();

@@ -1,8 +1,6 @@
 #include <algorithm>
 
 #include "bench/bench.h"
-#include "tests/reference/tarvu_eltwise_reference.h"
-#include "tests/reference/tarvu_fc_post_c_reference.h"
 #include "tests/reference/tarvu_lstm_c_reference.h"
 #include "tests/support/formats.h"
 
@@ -12,13 +10,26 @@ namespace {
 using support::format;
 using support::scale;
 
+constexpr size_t kPlanes = size_t{64} * 56 * 56;
+
+/// The loop that anyone would write: the inputs to float, the operation, back to the output.
+template <class Operation>
+void plain_eltwise(const int8_t *__restrict a, const int8_t *__restrict b, int8_t *__restrict to, size_t count,
+                   const float (&multipliers)[3], Operation operation) {
+  for (size_t i = 0; i < count; ++i) {
+    const float x = static_cast<float>(a[i]) * multipliers[0];
+    const float y = static_cast<float>(b[i]) * multipliers[1];
+    const float scaled = operation(x, y) * multipliers[2];
+    to[i] = static_cast<int8_t>(scaled > 127.0f ? 127.0f : scaled < -128.0f ? -128.0f : scaled);
+  }
+}
+
 /// 64 channels of 56 x 56 signed 8-bit elements, each tensor with a scale of its own, and unweighted.
 Workload eltwise(const char *name, int32_t op, const char *variant, bool powers_of_two) {
-  constexpr size_t kCount = size_t{64} * 56 * 56;
   const auto prepare = [=] {
-    const std::shared_ptr<int8_t[]> first = random_buffer<int8_t>(kCount, 21);
-    const std::shared_ptr<int8_t[]> second = random_buffer<int8_t>(kCount, 22);
-    const std::shared_ptr<int8_t[]> out = make_buffer<int8_t>(kCount);
+    const std::shared_ptr<int8_t[]> first = random_buffer<int8_t>(kPlanes, 21);
+    const std::shared_ptr<int8_t[]> second = random_buffer<int8_t>(kPlanes, 22);
+    const std::shared_ptr<int8_t[]> out = make_buffer<int8_t>(kPlanes);
     const std::shared_ptr<float[]> work = make_buffer<float>(3 * 56 * 56);
     _NN_ELTWISE_PARM parm{};
     parm.in0_addr = address_of(first);
@@ -30,7 +41,7 @@ Workload eltwise(const char *name, int32_t op, const char *variant, bool powers_
     parm.batch = 1;
     parm.in0_line_ofs = parm.in1_line_ofs = parm.out_line_ofs = 56;
     parm.in0_channel_ofs = parm.in1_channel_ofs = parm.out_channel_ofs = 56 * 56;
-    parm.in0_batch_ofs = parm.in1_batch_ofs = parm.out_batch_ofs = kCount;
+    parm.in0_batch_ofs = parm.in1_batch_ofs = parm.out_batch_ofs = kPlanes;
     parm.in0_fmt = format(8, 4, 1);
     parm.in1_fmt = format(8, 6, 1);
     parm.out_fmt = format(8, 3, 1);
@@ -39,12 +50,21 @@ Workload eltwise(const char *name, int32_t op, const char *variant, bool powers_
     parm.out_scale = powers_of_two ? scale(1, 0) : scale(131, 7);
     parm.op = op;
     parm.coeff0 = parm.coeff1 = 1.0f;
-    const auto run = [=](auto process) {
-      return [first, second, out, work, parm, process] { expect_ok(process(&parm)); };
+    const auto ours = [first, second, out, work, parm] { expect_ok(tarvu_eltwise_process(&parm)); };
+    const auto scale_of = [](const _NN_SCALE &s) {
+      return static_cast<float>(s.scale_value) / static_cast<float>(1 << s.scale_shift);
     };
-    return Calls{run(tarvu_eltwise_process), run(reference::tarvu_eltwise_process)};
+    const auto plain = [first, second, out, parm, scale_of] {
+      const float multipliers[3] = {0x1p-4f * scale_of(parm.in0_scale), 0x1p-6f * scale_of(parm.in1_scale),
+                                    0x1p3f * scale_of(parm.out_scale)};
+      const auto run = [&](auto operation) {
+        plain_eltwise(first.get(), second.get(), out.get(), kPlanes, multipliers, operation);
+      };
+      parm.op == 0 ? run([](float x, float y) { return x * y; }) : run([](float x, float y) { return x + y; });
+    };
+    return Calls{ours, plain};
   };
-  return {name, variant, "output", kCount, 2 * kCount, prepare};
+  return {name, variant, "output", kPlanes, 2 * kPlanes, prepare};
 }
 
 /// One sequence of 32 steps whose first one starts anew.
@@ -86,9 +106,27 @@ Workload lstm() {
   return {"lstm_T32_N1_I128_D128", "default", "multiply-add", kSteps * 4 * kUnits * (kInputs + kUnits), weight_bytes, prepare};
 }
 
+constexpr size_t kOutputs = 4096;
+
+/// The loop that anyone would write for one partial result an output.
+void plain_fc_post(const int32_t *__restrict in, const int32_t *__restrict bias, int8_t *__restrict to, size_t count,
+                   const _NN_FC_POST_PARM &parm) {
+  const int64_t multiplier = int64_t{parm.mul_a.scale_value} * parm.mul_b.scale_value;
+  const int64_t negative_multiplier = multiplier * parm.neg_mul.scale_value;
+  const int shift = parm.mul_a.scale_shift + parm.mul_b.scale_shift;
+  const int negative_shift = shift + parm.neg_mul.scale_shift;
+  for (size_t i = 0; i < count; ++i) {
+    const int64_t total = int64_t{in[i]} - bias[i];
+    const int64_t product = total < 0 ? negative_multiplier * total : multiplier * total;
+    const int places = total < 0 ? negative_shift : shift;
+    const int64_t half = int64_t{1} << (places - 1);
+    const int64_t rounded = product < 0 ? -((half - product) >> places) : (product + half) >> places;
+    to[i] = static_cast<int8_t>(std::clamp<int64_t>(rounded, -128, 127));
+  }
+}
+
 /// One signed 32-bit partial result an output, about one output in ten beyond the range, negative ones with a slope of a tenth.
 Workload fc_post() {
-  constexpr size_t kOutputs = 4096;
   const auto prepare = [] {
     const std::shared_ptr<int32_t[]> in = random_buffer<int32_t>(kOutputs, 40);
     const std::shared_ptr<int32_t[]> bias = random_buffer<int32_t>(kOutputs, 41);
@@ -105,10 +143,9 @@ Workload fc_post() {
     parm.mul_a = scale(19661, 24);
     parm.mul_b = scale(23, 19);
     parm.neg_mul = scale(205, 11);
-    const auto run = [=](auto process) {
-      return [in, bias, out, parm, process] { expect_ok(process(&parm)); };
-    };
-    return Calls{run(tarvu_fc_post_process), run(reference::tarvu_fc_post_process)};
+    const auto ours = [in, bias, out, parm] { expect_ok(tarvu_fc_post_process(&parm)); };
+    const auto plain = [in, bias, out, parm] { plain_fc_post(in.get(), bias.get(), out.get(), kOutputs, parm); };
+    return Calls{ours, plain};
   };
   return {"fc_post_s32_s8_4096", "default", "output", kOutputs, kOutputs * sizeof(int32_t), prepare};
 }

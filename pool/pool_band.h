@@ -10,14 +10,27 @@ namespace tarvu {
 
 /// Output lines one after another. All steps are in bytes.
 struct Band {
-  const uint8_t *from;  ///< column 0 of the first line of the first windows
+  const uint8_t *from;  ///< column 0 of the first line that the first windows have
   size_t line_step;     ///< from a line of a window to the next one
   size_t window_step;   ///< from a window to that of the next output line
   uint32_t lines;       ///< of a window; 0 if the windows are empty
+  uint32_t cut_front;   ///< 1 if the first windows lack their first line, else 0
+  uint32_t cut_behind;  ///< 1 if the last windows lack their last line, else 0
   uint8_t *to;          ///< column 0 of the first output line
   size_t out_step;
   uint32_t count;  ///< output lines
 };
+
+/// One output line of a band by itself, with windows of the lines that they have.
+inline Band line_of(const Band &band, uint32_t i) {
+  Band line = band;
+  line.lines -= (i == 0 ? band.cut_front : 0) + (i == band.count - 1 ? band.cut_behind : 0);
+  if (i != 0) line.from += i * band.window_step - band.cut_front * band.line_step;
+  line.to += i * band.out_step;
+  line.cut_front = line.cut_behind = 0;
+  line.count = 1;
+  return line;
+}
 
 /// A part of every line of a band, and the tile of words that its columns are folded to. Tile positions count from the first word
 /// of the first window, padding included.
@@ -29,8 +42,13 @@ struct Part {
   uint32_t input;          ///< first input column of the tile
   uint32_t input_at;       ///< its position
   uint32_t input_columns;  ///< none if the tile is all padding
-  uint32_t second_tile;    ///< position of a second tile of the same kind, or 0 if there is none
+  bool two_tiles;          ///< whether a second tile of the same kind lies kSecondTile words behind
 };
+
+/// Bytes of words that a tile of one line has, or two tiles side by side.
+inline constexpr uint32_t kTileBytes = 4096;
+template <class Word>
+inline constexpr uint32_t kSecondTile = kTileBytes / 2 / sizeof(Word);
 
 /// Which windows of a part pass through a stage: `count` of them from window `first`.
 struct Passed {
@@ -38,11 +56,11 @@ struct Passed {
   uint32_t count;
 };
 
-/// Stages of the first and of the last block of a line where they differ from the stage between.
-template <class Stage>
-struct EdgeStages {
-  Stage first;
-  Stage last;
+/// Divisors of the first and of the last block of a line where they differ from those between.
+template <class Divisors>
+struct Edges {
+  Divisors first;
+  Divisors last;
 };
 struct NoEdges {};
 
@@ -61,32 +79,32 @@ class AfterLine {
 
 /// Windows of one line, at least a block of them, and more than one where there are edges. kStride and kWindow as
 /// fold_block_of_windows() has them. Where kBlocks is not 0, so many blocks are known to be enough.
-template <class Fold, uint32_t kStride, uint32_t kWindow, uint32_t kBlocks, class Stage, class Edges>
+template <class Fold, uint32_t kStride, uint32_t kWindow, uint32_t kBlocks, class Stage, class EdgesOrNone>
 [[gnu::always_inline]] inline void pass_blocks(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
-                                               const Stage &stage, const Edges &edges, uint8_t *to) {
+                                               const Stage &stage, const EdgesOrNone &edges, uint8_t *to) {
   constexpr size_t kBlock = kWordsOfBlock<typename Fold::Word>;
   constexpr size_t kOutBytes = sizeof(typename Stage::Out);
-  constexpr bool kEdges = !std::is_same_v<Edges, NoEdges>;
+  constexpr bool kEdges = !std::is_same_v<EdgesOrNone, NoEdges>;
   const size_t step = kStride != 0 ? kStride : stride;
   const size_t last = count - kBlock;
-  const auto pass = [=](const auto &by, size_t i) __attribute__((always_inline)) {
-    by.store(to + i * kOutBytes, fold_block_of_windows<Fold, kStride, kWindow>(words + i * step, window, stride, kBlock));
+  const auto pass = [&, to, words](size_t i, const auto &...own) __attribute__((always_inline)) {
+    stage.store(to + i * kOutBytes, fold_block_of_windows<Fold, kStride, kWindow>(words + i * step, window, stride, kBlock), own...);
   };
   size_t i = 0;
   if constexpr (kEdges) {
-    pass(edges.first, 0);
+    pass(0, edges.first);
     i = kBlock;
   }
   if constexpr (kBlocks != 0) {
-    for (; i < (kBlocks - 1) * kBlock; i += kBlock) pass(stage, std::min(i, last));
+    for (; i < (kBlocks - 1) * kBlock; i += kBlock) pass(std::min(i, last));
   } else {
-    for (; i < last; i += kBlock) pass(stage, i);
+    for (; i < last; i += kBlock) pass(i);
   }
   // The last block overlaps the one before it: both write the same elements there, or the last one knows better.
   if constexpr (kEdges) {
-    pass(edges.last, last);
+    pass(last, edges.last);
   } else {
-    pass(stage, last);
+    pass(last);
   }
 }
 
@@ -104,11 +122,34 @@ inline void pass_any_count(const typename Fold::Word *words, uint32_t window, ui
   store_part(to, part, count * static_cast<uint32_t>(sizeof(typename Stage::Out)));
 }
 
-/// Folds `count` windows of `window` words, `stride` words apart (each at least 1), and stores them through the stage.
+/// At least a block of windows one word apart and of at least four words: the quads of all words are folded first.
 template <class Fold, class Stage>
-[[gnu::noinline]] void pass_windows(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
+inline void pass_long_windows(typename Fold::Word *words, uint32_t window, uint32_t count, const Stage &given_stage, uint8_t *to) {
+  using Word = typename Fold::Word;
+  constexpr size_t kBlock = kWordsOfBlock<Word>;
+  Word *const quads = words + kSecondTile<Word>;
+  fold_quads<Fold>(words, count + window - 1, quads);
+  given_stage.in_registers([&](const auto &stage) {
+    const size_t last = count - kBlock;
+    const auto pass = [&](size_t i) {
+      stage.store(to + i * sizeof(typename Stage::Out), fold_block_by_quads<Fold>(words + i, quads + i, window));
+    };
+    for (size_t i = 0; i < last; i += kBlock) pass(i);
+    pass(last);
+  });
+}
+
+/// Folds `count` windows of `window` words, `stride` words apart (each at least 1), and stores them through the stage. `words` may
+/// have room for two tiles.
+template <class Fold, class Stage>
+[[gnu::noinline]] void pass_windows(typename Fold::Word *words, bool two_tiles, uint32_t window, uint32_t stride, uint32_t count,
                                     const Stage &stage, uint8_t *to) {
-  if (stride == 1) return pass_any_count<Fold, 1>(words, window, stride, count, stage, to);
+  if (stride == 1) {
+    if (two_tiles && window >= 8 && count >= kWordsOfBlock<typename Fold::Word>) {
+      return pass_long_windows<Fold>(words, window, count, stage, to);
+    }
+    return pass_any_count<Fold, 1>(words, window, stride, count, stage, to);
+  }
   if (stride == 2) return pass_any_count<Fold, 2>(words, window, stride, count, stage, to);
   return pass_any_count<Fold, 0>(words, window, stride, count, stage, to);
 }
@@ -116,8 +157,8 @@ template <class Fold, class Stage>
 /// Windows of kSide columns and lines, the common case: nothing is left to be decided inside a line. All windows of the part pass,
 /// at least a block of them, and there is at least a block of input columns. The windows of neighbouring output lines are kStride
 /// lines apart. Where kNarrow is set, the windows are at most 32, and so are the input's bytes.
-template <class Fold, uint32_t kStride, uint32_t kSide, bool kNarrow, class Stage, class Edges>
-[[gnu::noinline]] void run_square_windows(const Band &band, const Part &part, const Stage &given_stage, const Edges &edges,
+template <class Fold, uint32_t kStride, uint32_t kSide, bool kNarrow, class Stage, class EdgesOrNone>
+[[gnu::noinline]] void run_square_windows(const Band &band, const Part &part, const Stage &given_stage, const EdgesOrNone &edges,
                                           typename Fold::Word *words) {
   given_stage.in_registers([&](const auto &stage) __attribute__((always_inline)) {
     using Word = typename Fold::Word;
@@ -134,20 +175,40 @@ template <class Fold, uint32_t kStride, uint32_t kSide, bool kNarrow, class Stag
     };
     uint32_t n = band.count;
     if constexpr (kSide == 3) {
-      const size_t second = part.second_tile;
-      for (; n >= 2 && second != 0; n -= 2, from += 2 * kStride * line_step, to += 2 * out_step) {
-        fold_three_lines_twice<Fold, kStride, kNarrow ? 2 : 0>(from, line_step, columns, input, input + second);
+      const auto *nothing = reinterpret_cast<const uint8_t *>(kLineOfNothing<Fold>.elements);
+      const uint8_t *const behind_last = band.cut_behind != 0 ? nothing : nullptr;
+      const uint8_t *first = band.cut_front != 0 ? nothing : from;
+      from += band.cut_front != 0 ? 0 : line_step;  // the second line of the windows
+      const auto pass_two = [&](const uint8_t *last) __attribute__((always_inline)) {
+        constexpr size_t kSecond = kSecondTile<Word>;
+        fold_three_lines_twice<Fold, kStride, kNarrow ? 2 : 0>(first, from, line_step, last, columns, input, input + kSecond);
         pass(words, to);
-        pass(words + second, to + out_step);
+        pass(words + kSecond, to + out_step);
+      };
+      if (part.two_tiles) {
+        for (; n > 2; n -= 2, to += 2 * out_step) {
+          pass_two(from + (kStride + 1) * line_step);
+          from += 2 * kStride * line_step;
+          first = from - line_step;
+        }
+        if (n == 2) {
+          pass_two(behind_last != nullptr ? behind_last : from + (kStride + 1) * line_step);
+          n = 0;
+        }
       }
-    }
-    for (; n != 0; --n, from += kStride * line_step, to += out_step) {
-      if (kSide == 3 && band.lines == 2) {
-        fold_blocks_of_lines<Fold, 2>(from, line_step, 2, columns, input);
-      } else {
+      for (; n != 0; --n, to += out_step) {
+        const uint8_t *last = from + line_step;
+        if (n == 1 && behind_last != nullptr) last = behind_last;
+        fold_three_lines<Fold>(first, from, last, columns, input);
+        pass(words, to);
+        from += kStride * line_step;
+        first = from - line_step;
+      }
+    } else {
+      for (; n != 0; --n, from += kStride * line_step, to += out_step) {
         fold_blocks_of_lines<Fold, kSide>(from, line_step, kSide, columns, input);
+        pass(words, to);
       }
-      pass(words, to);
     }
   });
 }
@@ -176,28 +237,28 @@ template <class Fold, class Stage>
   });
 }
 
-/// Runs a part whose windows all pass if they are of a common kind, else gives false.
-template <class Fold, class Stage, class Edges>
-bool run_if_square(const Band &band, const Part &part, const Stage &stage, const Edges &edges, typename Fold::Word *words) {
+template <class Fold, class Stage, class EdgesOrNone>
+bool run_if_common(const Band &band, const Part &part, const Stage &stage, const EdgesOrNone &edges, typename Fold::Word *words) {
   constexpr uint32_t kBlock = kWordsOfBlock<typename Fold::Word>;
   constexpr uint32_t kColumns = kColumnsOfBlock<Fold>;
   if (part.input_columns < kColumns || part.count < kBlock) return false;
   if (band.count > 1 && band.window_step != part.stride * band.line_step) return false;
-  // Windows of two lines where a border clips the third one are no bands of several lines.
-  const bool three_lines = band.lines == 3 || (band.lines == 2 && band.count == 1);
-  if (part.window == 3 && three_lines && part.stride == 1) {
-    if (part.input_columns <= 2 * kColumns && part.count <= 32 && part.count > 16) {
-      run_square_windows<Fold, 1, 3, true>(band, part, stage, edges, words);
-    } else {
-      run_square_windows<Fold, 1, 3, false>(band, part, stage, edges, words);
+  if (part.window != band.lines) return false;
+  if (part.window == 3 && part.stride == 1) {
+    if constexpr (kColumns == 16) {
+      if (part.input_columns <= 2 * kColumns && part.count <= 32 && part.count > 16) {
+        run_square_windows<Fold, 1, 3, true>(band, part, stage, edges, words);
+        return true;
+      }
     }
+    run_square_windows<Fold, 1, 3, false>(band, part, stage, edges, words);
     return true;
   }
-  if (part.window == 3 && three_lines && part.stride == 2) {
+  if (part.window == 3 && part.stride == 2) {
     run_square_windows<Fold, 2, 3, false>(band, part, stage, edges, words);
     return true;
   }
-  if (part.window == 2 && band.lines == 2 && part.stride == 2) {
+  if (part.window == 2 && part.stride == 2) {
     if constexpr (!Fold::kWidens) {
       if (part.input_at == 0 && part.input_columns == 2 * part.count) {
         run_two_by_two<Fold>(band, part, stage);
@@ -210,20 +271,36 @@ bool run_if_square(const Band &band, const Part &part, const Stage &stage, const
   return false;
 }
 
+/// Runs a part whose windows all pass if they are of a common kind, else gives false. Only pairs of types of one width are worth
+/// the code.
+template <class Fold, class Stage, class EdgesOrNone>
+bool run_if_square(const Band &band, const Part &part, const Stage &stage, const EdgesOrNone &edges,
+                   typename Fold::Word *words) {
+  if constexpr (sizeof(typename Fold::Element) == sizeof(typename Stage::Out) && sizeof(typename Fold::Word) < 4) {
+    return run_if_common<Fold>(band, part, stage, edges, words);
+  } else {
+    return false;
+  }
+}
+
 /// Folds the windows of a part of a band and stores those that are `passed` through the stage. Where there are others,
 /// after_line(to) is called when the words and the output `to` of a line stand. `words` is the tile, which holds the fold of nothing
 /// wherever there is padding.
 template <class Fold, class Stage>
 [[gnu::noinline]] void run_windows(const Band &band, const Part &part, const Passed &passed, const Stage &stage,
                                    typename Fold::Word *words, AfterLine after_line) {
-  const uint8_t *from = band.from + part.input * sizeof(typename Fold::Element);
-  uint8_t *to = band.to + part.first * sizeof(typename Stage::Out);
   typename Fold::Word *input = words + part.input_at;
-  if (band.lines == 0) std::fill(input, input + part.input_columns, Fold::kIdentity);
-  for (uint32_t n = band.count; n != 0; --n, from += band.window_step, to += band.out_step) {
-    if (band.lines != 0) fold_lines<Fold>(from, band.line_step, band.lines, part.input_columns, input);
+  for (uint32_t i = 0; i < band.count; ++i) {
+    const Band line = line_of(band, i);
+    uint8_t *to = line.to + part.first * sizeof(typename Stage::Out);
+    if (line.lines != 0) {
+      const uint8_t *from = line.from + part.input * sizeof(typename Fold::Element);
+      fold_lines<Fold>(from, line.line_step, line.lines, part.input_columns, input);
+    } else {
+      std::fill(input, input + part.input_columns, Fold::kIdentity);
+    }
     if (passed.count != 0) {
-      pass_windows<Fold>(words + passed.first * part.stride, part.window, part.stride, passed.count, stage,
+      pass_windows<Fold>(words + passed.first * part.stride, part.two_tiles, part.window, part.stride, passed.count, stage,
                          to + passed.first * sizeof(typename Stage::Out));
     }
     if (passed.count != part.count) after_line(to);

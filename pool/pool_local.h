@@ -14,7 +14,7 @@ template <class Fold>
 class LineTile {
  public:
   using Word = typename Fold::Word;
-  static constexpr uint32_t kWords = 4096 / sizeof(Word);
+  static constexpr uint32_t kWords = kTileBytes / sizeof(Word);
 
   /// Moves the tile to another part of the line; stays if it is there.
   void move_to(uint32_t position) {
@@ -43,8 +43,8 @@ class Parts {
         end_of_input_(pad_ + static_cast<uint32_t>(axis.extent)),
         columns_(columns),
         most_((tile_words - kernel_) / std::max(stride_, 1u) + 1) {
-    // Two tiles for lines that fill at most half of one.
-    second_ = (columns - 1) * stride_ + kernel_ + kReadBehind <= tile_words / 2 ? tile_words / 2 : 0;
+    // For lines that fill at most half of one.
+    two_tiles_ = (columns - 1) * stride_ + kernel_ + kReadBehind <= tile_words / 2;
     whole_ = part(0);
   }
 
@@ -59,7 +59,7 @@ class Parts {
     const uint32_t position = position_of(first);
     const uint32_t begin = std::max(position, pad_);
     const uint32_t end = std::max(begin, std::min(position + (count - 1) * stride_ + kernel_, end_of_input_));
-    return {kernel_, stride_, first, count, begin - pad_, begin - position, end - begin, second_};
+    return {kernel_, stride_, first, count, begin - pad_, begin - position, end - begin, two_tiles_};
   }
 
  private:
@@ -71,7 +71,7 @@ class Parts {
   uint32_t end_of_input_;
   uint32_t columns_;
   uint32_t most_;
-  uint32_t second_;
+  bool two_tiles_;
   Part whole_;
 };
 
@@ -95,9 +95,8 @@ template <class Operation>
 [[gnu::noinline]] void run_in_pieces(const Band &band, const Parts &parts, const Axis *irregular, const Operation &operation,
                                      LineTile<typename Operation::Fold> &tile) {
   using Element = typename Operation::Fold::Element;
-  Band line = band;
-  line.count = 1;
-  for (uint32_t n = band.count; n != 0; --n, line.from += band.window_step, line.to += band.out_step) {
+  for (uint32_t n = 0; n < band.count; ++n) {
+    const Band line = line_of(band, n);
     if (irregular != nullptr) {
       for (uint32_t i = 0; i < parts.columns(); ++i) {
         const Window column = irregular->window(static_cast<int32_t>(i));
@@ -117,11 +116,43 @@ inline uint32_t count_of(const Axis &axis, int32_t extra_limit) {
   return static_cast<uint32_t>(axis.regular()) + (axis.has_extra_below(extra_limit) ? 1 : 0);
 }
 
-/// Output lines from line `first` whose windows are alike: only those are many that no border clips.
-inline uint32_t alike_from(const Axis &lines, uint32_t first) {
-  const auto end = static_cast<uint32_t>(lines.whole);
-  return first > 0 && first < end ? end - first : 1;
+/// Output lines from line `first` that make a band, and the lines that their windows lack: those whose windows lie in the plane
+/// and that the operation holds alike. Where borders are blended in (a line of nothing is long enough for the input's lines), a
+/// window of three lines may lack the first one in front and the last one behind.
+struct Lines {
+  uint32_t count;
+  uint32_t cut_front;
+  uint32_t cut_behind;
+};
+template <class Operation>
+Lines lines_from(const Axis &axis, uint32_t first, uint32_t line_count, bool blended, const Operation &operation) {
+  const auto window = [&](uint32_t i) { return axis.window(static_cast<int32_t>(i)); };
+  const Window start = window(first);
+  const int32_t lacking = axis.kernel - (start.end - start.begin);
+  const auto whole = static_cast<uint32_t>(axis.whole);
+  Lines lines = {1, 0, 0};
+  if (lacking != 0) {
+    if (!blended || lacking != 1 || axis.kernel != 3) return lines;
+    if (first != 0 || axis.pad_near != 1) return {1, 0, first != 0 ? 1u : 0u};
+    lines.cut_front = 1;
+  }
+  if (first + 1 < whole && operation.alike(start, window(first + 1))) lines.count = whole - first;
+  const uint32_t next = first + lines.count;
+  if (!blended || axis.kernel != 3 || next < whole || next >= line_count) return lines;
+  const Window end = window(next);
+  if (end.end - end.begin == 2 && end.place == Place::kInner && operation.alike(start, end)) {
+    ++lines.count;
+    lines.cut_behind = 1;
+  }
+  return lines;
 }
+
+/// A band of any plane: what does not depend on where the plane lies.
+struct PlannedBand {
+  uint32_t first;  ///< output line
+  Window window;   ///< of that line
+  Lines alike;
+};
 
 template <class Operation>
 void pool_windows(const _NN_POOL_PARM &parm, const Axis &columns, const Axis &lines, Operation operation) {
@@ -132,21 +163,40 @@ void pool_windows(const _NN_POOL_PARM &parm, const Axis &columns, const Axis &li
   const Axis *irregular = columns.is_regular() && lines.stride > 0 ? nullptr : &columns;
   const Parts parts(columns, count_of(columns, operation.extra_column_limit(Place::kInner)), Tile::kWords);
   const Parts extra_parts(columns, count_of(columns, operation.extra_column_limit(Place::kExtra)), Tile::kWords);
+  const bool blended = columns.extent * static_cast<int32_t>(sizeof(typename Operation::Fold::Element)) <= int32_t{kNothingBytes};
   const bool one_part = irregular == nullptr && parts.columns() <= parts.most();
+
+  const auto plan = [&](uint32_t first) -> PlannedBand {
+    return {first, lines.window(static_cast<int32_t>(first)), lines_from(lines, first, line_count, blended, operation)};
+  };
+  constexpr uint32_t kPlanned = 4;
+  PlannedBand planned[kPlanned];  // the others are planned for each plane anew
+  uint32_t planned_count = 0;
+  for (uint32_t first = 0; first < line_count && planned_count < kPlanned; ++planned_count) {
+    planned[planned_count] = plan(first);
+    first += planned[planned_count].alike.count;
+  }
+
   for (uint32_t b = 0; b < parm.batch; ++b) {
     for (uint32_t c = 0; c < parm.channel; ++c) {
       const uint8_t *plane = pointer<const uint8_t>(parm.in_addr) + b * size_t{parm.in_batch_ofs} + c * size_t{parm.in_channel_ofs};
       uint8_t *to = pointer(parm.out_addr) + b * size_t{parm.out_batch_ofs} + c * size_t{parm.out_channel_ofs};
-      for (uint32_t j = 0; j < line_count;) {
-        const Window window = lines.window(static_cast<int32_t>(j));
-        const Parts &line_parts = window.place == Place::kExtra ? extra_parts : parts;
-        const Band band = {plane + first_line_offset(lines, static_cast<int32_t>(j), parm.in_line_ofs),
+      uint32_t first = 0;
+      for (uint32_t i = 0; first < line_count; ++i) {
+        const PlannedBand next = i < planned_count ? planned[i] : plan(first);
+        const Lines alike = next.alike;
+        const Window window = next.window;
+        const auto of_first = static_cast<uint32_t>(std::max(window.end - window.begin, 0));
+        const Band band = {plane + first_line_offset(lines, static_cast<int32_t>(first), parm.in_line_ofs),
                            parm.in_line_ofs,
                            parm.stride_h * size_t{parm.in_line_ofs},
-                           static_cast<uint32_t>(std::max(window.end - window.begin, 0)),
-                           to + j * size_t{parm.out_line_ofs},
+                           of_first + alike.cut_front + (alike.count == 1 ? alike.cut_behind : 0),
+                           alike.cut_front,
+                           alike.cut_behind,
+                           to + first * size_t{parm.out_line_ofs},
                            parm.out_line_ofs,
-                           alike_from(lines, j)};
+                           alike.count};
+        const Parts &line_parts = window.place == Place::kExtra ? extra_parts : parts;
         operation.start_lines(window);
         if (one_part) {
           tile.move_to(0);
@@ -154,7 +204,7 @@ void pool_windows(const _NN_POOL_PARM &parm, const Axis &columns, const Axis &li
         } else {
           run_in_pieces(band, line_parts, irregular, operation, tile);
         }
-        j += band.count;
+        first += alike.count;
       }
     }
   }

@@ -1,8 +1,8 @@
 /// \file pool_operations.h
 /// What happens to a window: its maximum, or its average with the padding counted or not.
 ///
-/// An operation tells the walk over the plane which windows exist (extra_column_limit, extra_line_limit), is told which lines come
-/// (start_lines), and takes bands of lines (run) or the reduction of one window (put).
+/// An operation tells the walk over the plane which windows exist (extra_column_limit, extra_line_limit) and which lines may be run
+/// in one band (alike), is told which come (start_lines), and takes bands of lines (run) or the reduction of one window (put).
 #ifndef TARVU_POOL_POOL_OPERATIONS_H
 #define TARVU_POOL_POOL_OPERATIONS_H
 
@@ -23,11 +23,24 @@ inline bool passes_unchanged(const OutputTerms &terms) {
          terms.round >= 0 && terms.round < multiplier;
 }
 
+/// Where no product of a 16-bit word and no rounding of it can wrap: the words of both signs leave a bit for the rounding.
+template <class In>
+inline bool fits_halves(const OutputTerms &terms) {
+  const int32_t multiplier = multiply(terms.in_multiplier, terms.out_multiplier);
+  const int32_t least = std::is_signed_v<In> ? std::numeric_limits<int16_t>::min() : 0;
+  const bool rounds = terms.right == 0 ? terms.round == 0 : terms.right <= 30;
+  return rounds && multiplier >= least && multiplier <= std::numeric_limits<int16_t>::max() && (terms.round != 0 || terms.right == 0);
+}
+
 /// Maxima to the output, in the quickest way that the types and terms allow.
 template <class In, class Out>
 class MaximumOutput {
  public:
   explicit MaximumOutput(const OutputTerms &terms) : step_(terms), unchanged_(passes_unchanged<In, Out>(terms)), lanes_(terms) {
+    if constexpr (kMultiplied) {
+      multiplied_ = fits_halves<In>(terms);
+      halves_ = halves_terms<In>(step_.multiplier, step_.right);
+    }
     if constexpr (kMapped) {
       for (uint32_t byte = 0; byte < 256; ++byte) map_[byte] = static_cast<uint8_t>(element(static_cast<In>(byte)));
     }
@@ -42,6 +55,9 @@ class MaximumOutput {
     if constexpr (kMapped) {
       use(MapStage{map_});
     } else {
+      if constexpr (kMultiplied) {
+        if (multiplied_) return use(HalvesStage<Out, In>{halves_});
+      }
       use(StepStage<Out, MaximumStep<Words>>{lanes_});
     }
   }
@@ -50,9 +66,12 @@ class MaximumOutput {
 
  private:
   static constexpr bool kMapped = kMapsBytes && sizeof(In) == 1 && sizeof(Out) == 1;
+  static constexpr bool kMultiplied = kMultipliesHalves && sizeof(In) == 2 && sizeof(Out) == 2;
   MaximumStep<int32_t> step_;
   bool unchanged_;
   MaximumStep<Words> lanes_;
+  bool multiplied_ = false;
+  HalvesTerms<std::conditional_t<kMultiplied, In, int16_t>> halves_{};
   uint8_t map_[kMapped ? 256 : 1] = {};
 };
 
@@ -80,6 +99,7 @@ class MaximumOperation {
   int32_t extra_column_limit(Place) const { return columns_.extent; }
   int32_t extra_line_limit() const { return lines_.extent; }
   void start_lines(const Window &) {}
+  bool alike(const Window &, const Window &) const { return true; }
 
   void put(uint8_t *to, int32_t maximum, const Window &) const { store(to, output_.element(maximum)); }
 
@@ -174,6 +194,7 @@ class AverageOperation {
   }
   int32_t extra_line_limit() const { return counting_.extra_limit(lines_); }
   void start_lines(const Window &line) { counted_lines_ = counting_.counted(lines_, line); }
+  bool alike(const Window &a, const Window &b) const { return counting_.counted(lines_, a) == counting_.counted(lines_, b); }
 
   void put(uint8_t *to, int32_t sum, const Window &column) const {
     const int32_t divisor = divisor_of(column);
@@ -206,8 +227,6 @@ class AverageOperation {
     return counting_.divisor(counting_.counted(columns_, column), counted_lines_, column.place);
   }
 
-  using EdgeStage = StepsStage<Out, Word, BlockAverageStep>;
-
   /// Where the windows with divisors of their own lie in the first and the last block of a line, those blocks have a divisor for
   /// each word. False if they do not, or the windows are of no common kind.
   bool run_with_edges(const Band &band, const Part &part, const Passed &passed, const StepStage<Out, BlockAverageStep> &stage,
@@ -215,15 +234,13 @@ class AverageOperation {
     constexpr uint32_t kBlock = kWordsOfBlock<Word>;
     const uint32_t behind = part.count - passed.first - passed.count;
     if (part.count <= kBlock || passed.first > 1 || behind > kBlock) return false;
-    EdgeStages<EdgeStage> edges;
-    for (BlockAverageStep &step : edges.first.steps) step = stage.step;
-    edges.last = edges.first;
+    Edges<Divisors<Word>> edges;
     return set_divisors(edges.first, part.first) && set_divisors(edges.last, part.first + part.count - kBlock) &&
            run_if_square<Fold>(band, part, stage, edges, words);
   }
 
   /// False if there is a divisor below 2.
-  bool set_divisors(EdgeStage &stage, uint32_t first_column) const {
+  bool set_divisors(Divisors<Word> &divisors, uint32_t first_column) const {
     constexpr uint32_t kBlock = kWordsOfBlock<Word>;
     int32_t half[kBlock];
     int32_t multiplier[kBlock];
@@ -238,8 +255,8 @@ class AverageOperation {
     }
     for (uint32_t i = 0; i < kStepsOfBlock<Word>; ++i) {
       const uint32_t at = i * kLanes<Words>;
-      stage.steps[i].half = load<Words>(half + at);
-      stage.steps[i].divisor = {load<Words>(multiplier + at), load<Words>(shift + at)};
+      divisors.half[i] = load<Words>(half + at);
+      divisors.divisor[i] = {load<Words>(multiplier + at), load<Words>(shift + at)};
     }
     return true;
   }

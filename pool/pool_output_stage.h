@@ -128,10 +128,42 @@ struct MapStage {
   }
 };
 
+/// 16-bit maxima whose products and rounding cannot wrap.
+template <class OutElement, class Word>
+struct HalvesStage {
+  using Out = OutElement;
+  HalvesTerms<Word> terms;
+  [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const {
+    store_multiplied<Out>(to, block.lanes[0], terms);
+  }
+  template <class Use>
+  [[gnu::always_inline]] void in_registers(Use use) const {
+    const HalvesStage copy = *this;
+    use(copy);
+  }
+};
+
+/// A divisor for every word of a block.
+template <class Word>
+struct Divisors {
+  Words half[kStepsOfBlock<Word>];
+  Reciprocal<Words> divisor[kStepsOfBlock<Word>];
+};
+
 template <class OutElement, class Step>
 struct StepStage {
   using Out = OutElement;
   Step step;
+  /// With other divisors than the step's own.
+  template <class Word>
+  [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block, const Divisors<Word> &divisors) const {
+    store_block_by_steps<Out>(to, block, [&](uint32_t i) __attribute__((always_inline)) {
+      Step own = step;
+      own.half = divisors.half[i];
+      own.divisor = divisors.divisor[i];
+      return own;
+    });
+  }
   template <class Word>
   [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const {
     store_block<Out>(to, block, step);
@@ -141,14 +173,6 @@ struct StepStage {
     const StepStage copy = *this;
     use(copy);
   }
-};
-
-/// A step of its own for every word of a block.
-template <class OutElement, class Word, class Step>
-struct StepsStage {
-  using Out = OutElement;
-  Step steps[kStepsOfBlock<Word>];
-  [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const { store_block<Out>(to, block, steps); }
 };
 
 /// One word at a time, for steps that have no lanes.

@@ -78,8 +78,12 @@ inline WordLanesOf<T> round_down_to_word(f32xn x) {
 /// Stores a block of words saturated to T.
 template <class T>
 inline void store_saturated(const WordLanesOf<T> (&words)[4], T *to) {
-  if constexpr (sizeof(T) == 4) {
-    for (int k = 0; k < 4; ++k) store(to + 4 * k, words[k]);
+  if constexpr (sizeof(T) == 4 && std::is_signed_v<T>) {
+    const int32x4x4_t block = {{words[0], words[1], words[2], words[3]}};
+    vst1q_s32_x4(to, block);
+  } else if constexpr (sizeof(T) == 4) {
+    const uint32x4x4_t block = {{words[0], words[1], words[2], words[3]}};
+    vst1q_u32_x4(to, block);
   } else if constexpr (std::is_signed_v<T>) {
     const int16x8_t low = vqmovn_high_s32(vqmovn_s32(words[0]), words[1]);
     const int16x8_t high = vqmovn_high_s32(vqmovn_s32(words[2]), words[3]);

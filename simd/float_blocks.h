@@ -81,26 +81,47 @@ inline void store_rounded(float x, float multiplier, T *to) {
   }
 }
 
-/// A block of floats to nearest, ties away from 0, with saturation; NaN as 0.
+/// As store_rounded() of one element, for a block of integers.
 template <class T>
-inline void store_rounded(const f32xn (&floats)[kFloatBlockVectors], T *to) {
+inline void store_rounded(const f32xn (&floats)[kFloatBlockVectors], float multiplier, T *to) {
 #if TARVU_NEON
   WordLanesOf<T> words[kFloatBlockVectors];
   for (uint32_t k = 0; k < kFloatBlockVectors; ++k) {
+    const f32xn product = floats[k] * fill<f32xn>(multiplier);
     if constexpr (std::is_signed_v<T>) {
-      words[k] = vcvtaq_s32_f32(floats[k]);
+      words[k] = vcvtaq_s32_f32(product);
     } else {
-      words[k] = vcvtaq_u32_f32(floats[k]);
+      words[k] = vcvtaq_u32_f32(product);
     }
   }
   store_saturated<T>(words, to);
 #elif TARVU_AVX2
-  f32xn whole[kFloatBlockVectors];
-  for (uint32_t k = 0; k < kFloatBlockVectors; ++k) whole[k] = round_half_away(floats[k]);
-  store_converted<T>(whole, to);
+  // Twice the value, cut to an integer t, gives (t + 1) / 2 rounded down for t >= 0 and t / 2 rounded down below. The conversion
+  // makes the least integer of what is too small.
+  constexpr float kMost = 2.0f * std::numeric_limits<T>::max() + 1.0f;
+  __m256i twice[kFloatBlockVectors];
+  for (uint32_t k = 0; k < kFloatBlockVectors; ++k) {
+    const f32xn product = floats[k] * fill<f32xn>(2.0f * multiplier);
+    const auto number = f32xn(s32xn(product) & s32xn(product == product));
+    twice[k] = _mm256_cvttps_epi32(__m256(smaller(number, fill<f32xn>(kMost))));
+  }
+  if constexpr (sizeof(T) == 1) {
+    const __m256i both = _mm256_packs_epi32(twice[0], twice[1]);
+    const __m256i up = _mm256_add_epi16(_mm256_srai_epi16(both, 15), _mm256_set1_epi16(1));
+    const __m256i halves = _mm256_permute4x64_epi64(_mm256_srai_epi16(_mm256_add_epi16(both, up), 1), 0xD8);
+    const __m128i first = _mm256_castsi256_si128(halves);
+    const __m128i last = _mm256_extracti128_si256(halves, 1);
+    store(to, std::is_signed_v<T> ? _mm_packs_epi16(first, last) : _mm_packus_epi16(first, last));
+  } else {
+    for (__m256i &word : twice) {
+      const __m256i up = _mm256_add_epi32(_mm256_srai_epi32(word, 31), _mm256_set1_epi32(1));
+      word = _mm256_srai_epi32(_mm256_add_epi32(word, up), 1);
+    }
+    store_packed<T>(twice[0], twice[1], to);
+  }
 #else
   for (uint32_t i = 0; i < kFloatBlock; ++i) {
-    store(to + i, to_integer<T>(round_half_away(floats[i / kLanes<f32xn>][i % kLanes<f32xn>])));
+    store_rounded(floats[i / kLanes<f32xn>][i % kLanes<f32xn>], multiplier, to + i);
   }
 #endif
 }

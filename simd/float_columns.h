@@ -36,29 +36,86 @@ inline FourColumns<f32xn> transpose_fours(f32xn a, f32xn b, f32xn c, f32xn d) {
            __builtin_shufflevector(ab_high, cd_high, 0, 1, 8, 9, 4, 5, 12, 13),
            __builtin_shufflevector(ab_high, cd_high, 2, 3, 10, 11, 6, 7, 14, 15)}};
 }
+#endif
 
-/// Columns 0 to 3 of as many rows as f32xn has lanes, `row_floats` apart.
-inline FourColumns<f32xn> load_four_columns(const float *rows, size_t row_floats) {
-  const auto two_rows = [=](size_t row) {
-    const auto lower = load<f32x4>(rows + row * row_floats);
-    const auto upper = load<f32x4>(rows + (row + 4) * row_floats);
-    return __builtin_shufflevector(lower, upper, 0, 1, 2, 3, 4, 5, 6, 7);
-  };
-  return transpose_fours(two_rows(0), two_rows(1), two_rows(2), two_rows(3));
-}
+#if TARVU_NEON
+/// Loads four floats of each row, those of row r to lane r of the four vectors, and moves the rows on behind them. The rows are
+/// constant while the caller runs.
+inline FourColumns<f32x4> load_four_columns(const float *&row0, const float *&row1, const float *&row2, const float *&row3) {
+  float32x4x4_t columns;
+#if defined(__clang__)
+  columns = vld4q_dup_f32(row0);
+  columns = vld4q_lane_f32(row1, columns, 1);
+  columns = vld4q_lane_f32(row2, columns, 2);
+  columns = vld4q_lane_f32(row3, columns, 3);
+  row0 += 4;
+  row1 += 4;
+  row2 += 4;
+  row3 += 4;
 #else
-inline FourColumns<f32xn> load_four_columns(const float *rows, size_t row_floats) {
-  return transpose_fours(load<f32xn>(rows), load<f32xn>(rows + row_floats), load<f32xn>(rows + 2 * row_floats),
-                         load<f32xn>(rows + 3 * row_floats));
+  // GCC's intrinsics leave each step to an instruction of its own.
+  const float *a = row0, *b = row1, *c = row2, *d = row3;
+  __asm__(
+      "ld4 {%S0.s - %V0.s}[0], [%1], #16\n\t"
+      "ld4 {%S0.s - %V0.s}[1], [%2], #16\n\t"
+      "ld4 {%S0.s - %V0.s}[2], [%3], #16\n\t"
+      "ld4 {%S0.s - %V0.s}[3], [%4], #16"
+      : "=&w"(columns), "+r"(a), "+r"(b), "+r"(c), "+r"(d));
+  row0 = a;
+  row1 = b;
+  row2 = c;
+  row3 = d;
+#endif
+  return {{columns.val[0], columns.val[1], columns.val[2], columns.val[3]}};
 }
 #endif
 
-/// Column 0 of as many rows as f32xn has lanes, `row_floats` apart.
-inline f32xn load_column(const float *rows, size_t row_floats) {
-  f32xn column{};
-  for (int row = 0; row < kLanes<f32xn>; ++row) column[row] = rows[static_cast<size_t>(row) * row_floats];
-  return column;
-}
+/// Goes through the columns of a matrix, as many rows of it as f32xn has lanes.
+class ColumnReader {
+ public:
+  ColumnReader() = default;
+#if TARVU_NEON
+  ColumnReader(const float *first_row, size_t row_floats)
+      : row_{first_row, first_row + row_floats, first_row + 2 * row_floats, first_row + 3 * row_floats} {}
+
+  FourColumns<f32xn> next_four() { return load_four_columns(row_[0], row_[1], row_[2], row_[3]); }
+
+  /// The next column.
+  f32xn next() { return f32xn{*row_[0]++, *row_[1]++, *row_[2]++, *row_[3]++}; }
+
+ private:
+  const float *row_[4];
+#else
+  ColumnReader(const float *first_row, size_t row_floats) : next_(first_row), row_floats_(row_floats) {}
+
+  FourColumns<f32xn> next_four() {
+    const auto lanes_of = [this](size_t r) {
+      const auto row = load<f32x4>(next_ + r * row_floats_);
+#if TARVU_AVX2
+      const auto upper = load<f32x4>(next_ + (r + 4) * row_floats_);
+      return f32xn(_mm256_insertf128_ps(_mm256_castps128_ps256(__m128(row)), __m128(upper), 1));
+#else
+      return row;
+#endif
+    };
+    const auto columns = transpose_fours(lanes_of(0), lanes_of(1), lanes_of(2), lanes_of(3));
+    next_ += 4;
+    return columns;
+  }
+
+  /// The next column.
+  f32xn next() {
+    f32xn column{};
+    for (int r = 0; r < kLanes<f32xn>; ++r) column[r] = next_[static_cast<size_t>(r) * row_floats_];
+    ++next_;
+    return column;
+  }
+
+ private:
+  const float *next_;  // of row 0
+  size_t row_floats_;
+#endif
+};
 
 /// Four numbers that lanes are multiplied by, one after the other.
 struct FourFactors {

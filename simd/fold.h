@@ -177,7 +177,7 @@ template <class Fold>
 }
 
 #if TARVU_NEON
-/// One block of columns; kLines is `lines`, or 0 for any.
+/// One block of columns; kLines is `lines`, or 0 for any from 2.
 template <class Fold, uint32_t kLines>
 [[gnu::always_inline]] inline typename Fold::Block fold_block_of_lines(const uint8_t *from, size_t line_bytes, uint32_t lines) {
   if constexpr (kLines == 1) {
@@ -185,39 +185,58 @@ template <class Fold, uint32_t kLines>
   } else {
     const uint8_t *line = from + line_bytes;
     typename Fold::Block block = Fold::first_two(from, line);
-    const uint32_t count = kLines != 0 ? kLines : lines;
-    for (uint32_t l = 2; l < count; ++l) {
-      line += line_bytes;
-      block = Fold::more(block, line);
+    if constexpr (kLines == 0) {
+      uint32_t l = 2;
+      for (; l + 4 <= lines; l += 4, line += 4 * line_bytes) {
+        block = Fold::more(block, line + line_bytes);
+        block = Fold::more(block, line + 2 * line_bytes);
+        block = Fold::more(block, line + 3 * line_bytes);
+        block = Fold::more(block, line + 4 * line_bytes);
+      }
+      for (; l < lines; ++l) {
+        line += line_bytes;
+        block = Fold::more(block, line);
+      }
     }
     return block;
   }
 }
 #else
-/// As many columns as are given, in a loop that the compiler puts into lanes.
+/// Loops that the compiler puts into lanes.
+template <class Fold>
+inline void fold_three_columns(const uint8_t *first, const uint8_t *second, const uint8_t *third, uint32_t columns,
+                               typename Fold::Word *__restrict to) {
+  using Element = Unaligned<typename Fold::Element>;
+  const auto *a = reinterpret_cast<const Element *>(first);
+  const auto *b = reinterpret_cast<const Element *>(second);
+  const auto *c = reinterpret_cast<const Element *>(third);
+  for (uint32_t i = 0; i < columns; ++i) {
+    to[i] = Fold::both(Fold::both(Fold::of(a[i].value), Fold::of(b[i].value)), Fold::of(c[i].value));
+  }
+}
 template <class Fold, uint32_t kLines>
 inline void fold_columns_of_lines(const uint8_t *from, size_t line_bytes, uint32_t lines, uint32_t columns,
                                   typename Fold::Word *__restrict to) {
   using Element = Unaligned<typename Fold::Element>;
-  const auto line_at = [=](uint32_t l) { return reinterpret_cast<const Element *>(from + l * line_bytes); };
-  const Element *first = line_at(0);
+  const auto *first = reinterpret_cast<const Element *>(from);
   if constexpr (kLines == 1) {
     for (uint32_t c = 0; c < columns; ++c) to[c] = Fold::of(first[c].value);
     return;
   }
-  const Element *second = line_at(1);
-  if constexpr (kLines == 2) {
+  const auto *second = reinterpret_cast<const Element *>(from + line_bytes);
+  if (lines % 2 == 0) {
     for (uint32_t c = 0; c < columns; ++c) to[c] = Fold::both(Fold::of(first[c].value), Fold::of(second[c].value));
-    return;
+  } else {
+    fold_three_columns<Fold>(from, from + line_bytes, from + 2 * line_bytes, columns, to);
   }
-  const Element *third = line_at(2);
-  for (uint32_t c = 0; c < columns; ++c) {
-    to[c] = Fold::both(Fold::both(Fold::of(first[c].value), Fold::of(second[c].value)), Fold::of(third[c].value));
-  }
-  if constexpr (kLines == 3) return;
-  for (uint32_t l = 3; l < lines; ++l) {
-    const Element *line = line_at(l);
-    for (uint32_t c = 0; c < columns; ++c) to[c] = Fold::both(to[c], Fold::of(line[c].value));
+  if constexpr (kLines == 0) {
+    for (uint32_t l = 2 + lines % 2; l < lines; l += 2) {
+      const auto *one = reinterpret_cast<const Element *>(from + l * line_bytes);
+      const auto *two = reinterpret_cast<const Element *>(from + (l + 1) * line_bytes);
+      for (uint32_t c = 0; c < columns; ++c) {
+        to[c] = Fold::both(to[c], Fold::both(Fold::of(one[c].value), Fold::of(two[c].value)));
+      }
+    }
   }
 }
 #endif
@@ -247,41 +266,83 @@ template <class Fold, uint32_t kLines>
 #endif
 }
 
+/// Three lines, wherever each lies, of at least kColumnsOfBlock columns.
+template <class Fold>
+[[gnu::always_inline]] inline void fold_three_lines(const uint8_t *first, const uint8_t *second, const uint8_t *third,
+                                                    uint32_t columns, typename Fold::Word *to) {
+#if TARVU_NEON
+  constexpr size_t kStep = kColumnsOfBlock<Fold>;
+  const auto fold_at = [=](size_t c) __attribute__((always_inline)) {
+    const size_t at = c * sizeof(typename Fold::Element);
+    return Fold::more(Fold::first_two(first + at, second + at), third + at);
+  };
+  const size_t last = columns - kStep;
+  size_t c = 0;
+  for (; c + kStep < last; c += 2 * kStep) {
+    const typename Fold::Block one = fold_at(c);
+    const typename Fold::Block two = fold_at(c + kStep);
+    Fold::keep(one, to + c);
+    Fold::keep(two, to + c + kStep);
+  }
+  if (c < last) Fold::keep(fold_at(c), to + c);
+  Fold::keep(fold_at(last), to + last);
+#else
+  fold_three_columns<Fold>(first, second, third, columns, to);
+#endif
+}
+
 /// The folds of three lines for two windows at once, the second one kApart lines (1 or 2) further on: of at least
-/// kColumnsOfBlock columns. Where kBlocks is not 0, so many blocks of columns are known to be enough.
+/// kColumnsOfBlock columns. The lines behind `second` are line_bytes apart but for the last one, which lies at `last` as the first
+/// one lies at `first`. Where kBlocks is not 0, so many blocks of columns are known to be enough.
 template <class Fold, uint32_t kApart, uint32_t kBlocks>
-[[gnu::always_inline]] inline void fold_three_lines_twice(const uint8_t *from, size_t line_bytes, uint32_t columns,
-                                                          typename Fold::Word *to, typename Fold::Word *next_to) {
+[[gnu::always_inline]] inline void fold_three_lines_twice(const uint8_t *first, const uint8_t *second, size_t line_bytes,
+                                                          const uint8_t *last, uint32_t columns, typename Fold::Word *to,
+                                                          typename Fold::Word *next_to) {
+  const uint8_t *third = second + line_bytes;
+  const uint8_t *fourth = third + line_bytes;
 #if TARVU_NEON
   using Block = typename Fold::Block;
   const auto fold_at = [=](size_t c) __attribute__((always_inline)) {
-    const uint8_t *first = from + c * sizeof(typename Fold::Element);
-    const uint8_t *second = first + line_bytes;
-    const uint8_t *third = second + line_bytes;
-    const uint8_t *fourth = third + line_bytes;
+    const size_t at = c * sizeof(typename Fold::Element);
     if constexpr (kApart == 1) {
-      const Block shared = Fold::first_two(second, third);
-      Fold::keep(Fold::more(shared, first), to + c);
-      Fold::keep(Fold::more(shared, fourth), next_to + c);
+      const Block shared = Fold::first_two(second + at, third + at);
+      Fold::keep(Fold::more(shared, first + at), to + c);
+      Fold::keep(Fold::more(shared, last + at), next_to + c);
     } else {
-      const Block one = Fold::more(Fold::first_two(second, third), first);
-      const Block two = Fold::more(Fold::first_two(third, fourth), fourth + line_bytes);
+      const Block one = Fold::more(Fold::first_two(second + at, third + at), first + at);
+      const Block two = Fold::more(Fold::first_two(third + at, fourth + at), last + at);
       Fold::keep(one, to + c);
       Fold::keep(two, next_to + c);
     }
   };
-  const size_t last = columns - kColumnsOfBlock<Fold>;
+  const size_t last_block = columns - kColumnsOfBlock<Fold>;
   if constexpr (kBlocks == 2) {
     fold_at(0);
   } else {
-    for (size_t c = 0; c < last; c += kColumnsOfBlock<Fold>) fold_at(c);
+    for (size_t c = 0; c < last_block; c += kColumnsOfBlock<Fold>) fold_at(c);
   }
-  fold_at(last);
+  fold_at(last_block);
 #else
-  fold_columns_of_lines<Fold, 3>(from, line_bytes, 3, columns, to);
-  fold_columns_of_lines<Fold, 3>(from + kApart * line_bytes, line_bytes, 3, columns, next_to);
+  fold_three_columns<Fold>(first, second, third, columns, to);
+  if constexpr (kApart == 1) {
+    fold_three_columns<Fold>(second, third, last, columns, next_to);
+  } else {
+    fold_three_columns<Fold>(third, fourth, last, columns, next_to);
+  }
 #endif
 }
+
+/// A line of elements that change no fold.
+inline constexpr size_t kNothingBytes = 1024;
+template <class Fold>
+struct LineOfNothing {
+  typename Fold::Element elements[kNothingBytes / sizeof(typename Fold::Element)];
+  constexpr LineOfNothing() : elements() {
+    for (auto &element : elements) element = static_cast<typename Fold::Element>(Fold::kIdentity);
+  }
+};
+template <class Fold>
+alignas(16) inline constexpr LineOfNothing<Fold> kLineOfNothing;
 
 /// to[c] = the fold of column c over `lines` lines, at least one, that lie `line_bytes` apart. Reads nothing but those elements,
 /// writes nothing but those words.
@@ -360,11 +421,20 @@ inline typename Fold::Word fold_window(const typename Fold::Word *from, uint32_t
 /// One vector of windows of at least one word, the first at `from`; kWindow is `window`, or 0 for any.
 template <class Fold, uint32_t kStride, uint32_t kWindow>
 [[gnu::always_inline]] inline typename Fold::Lanes fold_vector_of_windows(const typename Fold::Word *from, uint32_t window) {
+  using Word = typename Fold::Word;
   using Lanes = typename Fold::Lanes;
   const uint32_t count = kWindow != 0 ? kWindow : window;
   if constexpr (kStride == 1) {
+    const Word *const end = from + count;
     Lanes folded = load<Lanes>(from);
-    for (uint32_t k = 1; k < count; ++k) folded = Fold::both(folded, load<Lanes>(from + k));
+    ++from;
+    if constexpr (kWindow == 0) {
+      for (; end - from >= 4; from += 4) {
+        const Lanes two = Fold::both(load<Lanes>(from), load<Lanes>(from + 1));
+        folded = Fold::both(folded, Fold::both(two, Fold::both(load<Lanes>(from + 2), load<Lanes>(from + 3))));
+      }
+    }
+    for (; from != end; ++from) folded = Fold::both(folded, load<Lanes>(from));
     return folded;
   } else {
     static_assert(kStride == 2);
@@ -378,6 +448,37 @@ template <class Fold, uint32_t kStride, uint32_t kWindow>
     }
     return k < count ? Fold::both(folded, load_pairs<Lanes>(from + k).even) : folded;
   }
+}
+
+/// to[i] = the fold of the four words from `from + i`, for at least `count` of them: whole vectors are read and written, which may
+/// be up to a vector and three words further.
+template <class Fold>
+inline void fold_quads(const typename Fold::Word *from, uint32_t count, typename Fold::Word *to) {
+  using Lanes = typename Fold::Lanes;
+  for (size_t i = 0; i < count; i += kLanes<Lanes>) {
+    const typename Fold::Word *at = from + i;
+    const Lanes two = Fold::both(load<Lanes>(at), load<Lanes>(at + 1));
+    store(to + i, Fold::both(two, Fold::both(load<Lanes>(at + 2), load<Lanes>(at + 3))));
+  }
+}
+
+/// A block of windows one word apart, of at least four words, from the words and from what fold_quads() makes of them.
+template <class Fold>
+[[gnu::always_inline]] inline WordBlock<typename Fold::Word> fold_block_by_quads(const typename Fold::Word *from,
+                                                                                 const typename Fold::Word *quads,
+                                                                                 uint32_t window) {
+  using Word = typename Fold::Word;
+  using Lanes = typename Fold::Lanes;
+  WordBlock<Word> block;
+  const size_t whole = window / 4 * 4;
+  for (auto &lanes : block.lanes) {
+    lanes = load<Lanes>(quads);
+    for (const Word *at = quads + 4; at != quads + whole; at += 4) lanes = Fold::both(lanes, load<Lanes>(at));
+    for (const Word *at = from + whole; at != from + window; ++at) lanes = Fold::both(lanes, load<Lanes>(at));
+    from += kLanes<Lanes>;
+    quads += kLanes<Lanes>;
+  }
+  return block;
 }
 
 /// A block of windows that start `stride` words apart; kStride is `stride` if that is 1 or 2, else 0. `count` of its words are

@@ -119,25 +119,70 @@ template <class Out, class Word, class Step>
 #endif
 }
 
-/// The same with a step of its own for every word of the block: `steps[i]` for word i, or for words 4 * i to 4 * i + 3.
+/// The same with a step for each Words of the block in turn: step_of(i).
 template <class Word>
 inline constexpr uint32_t kStepsOfBlock = kWordsOfBlock<Word> / kLanes<Words>;
-template <class Out, class Word, class Step>
-[[gnu::always_inline]] inline void store_block(uint8_t *to, const WordBlock<Word> &block,
-                                               const Step (&steps)[kStepsOfBlock<Word>]) {
+template <class Out, class Word, class StepOf>
+[[gnu::always_inline]] inline void store_block_by_steps(uint8_t *to, const WordBlock<Word> &block, const StepOf &step_of) {
 #if TARVU_NEON
   static_assert(sizeof(Word) == 2);
   const EightWords words = extended(block.lanes[0]);
-  store_eight<Out>(to, {steps[0](words.low), steps[1](words.high)});
+  store_eight<Out>(to, {step_of(0)(words.low), step_of(1)(words.high)});
 #else
   constexpr uint32_t kCount = kWordsOfBlock<Word>;
   Word words[kCount];
   std::memcpy(words, &block, sizeof words);
   Out elements[kCount];
-  for (uint32_t i = 0; i < kCount; ++i) elements[i] = clamped<Out>(steps[i](static_cast<int32_t>(words[i])));
+  for (uint32_t i = 0; i < kCount; ++i) elements[i] = clamped<Out>(step_of(i)(static_cast<int32_t>(words[i])));
   std::memcpy(to, elements, sizeof elements);
 #endif
 }
+
+/// Whether 16-bit words have a quicker way to the output where nothing wraps: (x * multiplier + 2^(right - 1)) >> right with a
+/// multiplier of 16 bits and of the words' signedness. Without a shift (right is 0) nothing is added.
+inline constexpr bool kMultipliesHalves = TARVU_NEON != 0;
+#if TARVU_NEON
+template <class Word>
+struct HalvesTerms {
+  typename LanesOfType<Word>::type multiplier;
+  s32x4 left;  // -right
+};
+template <class Out>
+[[gnu::always_inline]] inline void store_multiplied(uint8_t *to, s16x8 words, const HalvesTerms<int16_t> &terms) {
+  const s32x4 low = vmull_s16(vget_low_s16(words), vget_low_s16(terms.multiplier));
+  const s32x4 high = vmull_high_s16(words, terms.multiplier);
+  store_eight<Out>(to, {vrshlq_s32(low, terms.left), vrshlq_s32(high, terms.left)});
+}
+template <class Out>
+[[gnu::always_inline]] inline void store_multiplied(uint8_t *to, u16x8 words, const HalvesTerms<uint16_t> &terms) {
+  const u32x4 low = vmull_u16(vget_low_u16(words), vget_low_u16(terms.multiplier));
+  const u32x4 high = vmull_high_u16(words, terms.multiplier);
+  store_eight<Out>(to, {vrshlq_s32(vreinterpretq_s32_u32(low), terms.left), vrshlq_s32(vreinterpretq_s32_u32(high), terms.left)});
+}
+template <class Word>
+inline HalvesTerms<Word> halves_terms(int32_t multiplier, int32_t right) {
+  return {fill<typename LanesOfType<Word>::type>(static_cast<Word>(multiplier)), fill<s32x4>(-right)};
+}
+#else
+template <class Word>
+struct HalvesTerms {
+  int32_t multiplier;
+  int32_t right;
+};
+template <class Out, class Lanes, class Word>
+inline void store_multiplied(uint8_t *to, Lanes lanes, const HalvesTerms<Word> &terms) {
+  const int32_t round = terms.right == 0 ? 0 : shift_left(1, terms.right - 1);
+  Out elements[kLanes<Lanes>];
+  for (int i = 0; i < kLanes<Lanes>; ++i) {
+    elements[i] = clamped<Out>(shift_right(multiply_add(lanes[i], terms.multiplier, round), terms.right));
+  }
+  std::memcpy(to, elements, sizeof elements);
+}
+template <class Word>
+inline HalvesTerms<Word> halves_terms(int32_t multiplier, int32_t right) {
+  return {multiplier, right};
+}
+#endif
 
 /// Whether a map of all 256 bytes is the quicker way from bytes to bytes.
 inline constexpr bool kMapsBytes = TARVU_NEON != 0;

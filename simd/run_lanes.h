@@ -210,9 +210,9 @@ inline void store_turn(const f32xn (&floats)[kTurnVectors], float multiplier, At
     if constexpr (std::is_same_v<T, float>) {
       for (uint32_t j = 0; j < kFloatBlockVectors; ++j) store(to + j * kLanes<f32xn>, floats[k + j]);
     } else {
-      f32xn products[kFloatBlockVectors];
-      for (uint32_t j = 0; j < kFloatBlockVectors; ++j) products[j] = floats[k + j] * fill<f32xn>(multiplier);
-      store_rounded<T>(products, to);
+      f32xn block[kFloatBlockVectors];
+      for (uint32_t j = 0; j < kFloatBlockVectors; ++j) block[j] = floats[k + j];
+      store_rounded(block, multiplier, to);
     }
   }
   store_separated<T>(turn, at);

@@ -31,7 +31,10 @@ Walk walk_of(const _NN_TOPK_PARM &parm, size_t element_bytes) {
       {parm.width, 1, element_bytes, sizeof(uint16_t)},
   };
   Walk walk{axes[parm.axis], {}};
-  std::remove_copy_if(axes, axes + 4, walk.across, [&](const Axis &axis) { return &axis == axes + parm.axis; });
+  Axis *across = walk.across;
+  for (int axis = 0; axis < 4; ++axis) {
+    if (axis != parm.axis) *across++ = axes[axis];
+  }
   return walk;
 }
 

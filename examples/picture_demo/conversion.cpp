@@ -2,7 +2,6 @@
 /// Conversion of a picture to floats and back, by format and scale, with and without a zero point.
 
 #include "demo.h"
-#include "picture.h"
 
 namespace demo {
 
@@ -46,7 +45,6 @@ Tensor from_floats_rounded(Demo &demo, const std::string &name, const Tensor &in
 }  // namespace
 
 void conversion_stages(Demo &demo, const Tensor &planes) {
-  _NN_FMT const byte = unsigned_format(0, 8);
   constexpr _NN_SCALE kOne = {1, 0, {}};
   constexpr _NN_SCALE kDividedBy256 = {1, 8, {}};
   constexpr _NN_SCALE kTimes256 = {256, 0, {}};
@@ -54,10 +52,10 @@ void conversion_stages(Demo &demo, const Tensor &planes) {
   // The scale is a multiplier in both directions, so the way back takes the reciprocal.
   constexpr int32_t kZeroPoint = -64;
   Tensor const floats = to_floats(demo, "0.25 to 1.25", planes, kDividedBy256, kZeroPoint);
-  expect_same(from_floats(demo, "back", floats, byte, kTimes256, kZeroPoint), planes,
+  expect_same(from_floats(demo, "back", floats, kByte, kTimes256, kZeroPoint), planes,
               "floats and back do not give the picture again");
   constexpr _NN_SCALE kTimes128 = {128, 0, {}};
-  show_planes(demo, "pale", from_floats(demo, "half the contrast", floats, byte, kTimes128, 48));
+  show_planes(demo, "pale", from_floats(demo, "half the contrast", floats, kByte, kTimes128, 48));
 
   // Signed numbers of seven fraction bits hold what lies about 128; 128 added again, they are the picture.
   constexpr _NN_SCALE kDividedBy128 = {1, 7, {}};
@@ -65,7 +63,7 @@ void conversion_stages(Demo &demo, const Tensor &planes) {
   Tensor const centred = to_floats(demo, "-1 to 1 about 128", planes, kDividedBy128, 128);
   Tensor const as_signed = from_floats_rounded(demo, "signed, 7 fraction bits", centred, kSigned, kOne);
   Tensor const from_zero = to_floats(demo, "signed, 0 to 2", as_signed, kOne, -128);
-  expect_same(from_floats(demo, "signed back", from_zero, byte, kTimes128, 0), planes,
+  expect_same(from_floats(demo, "signed back", from_zero, kByte, kTimes128, 0), planes,
               "signed numbers and back do not give the picture again");
 }
 

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "picture.h"
+
 namespace demo {
 
 namespace {
@@ -45,6 +47,22 @@ void Demo::record(const std::string &name, _QX_RESULT result, double millisecond
   layers_.push_back({name, text_of(in.shape) + " -> " + text_of(out.shape),
                      text_of(in.format) + " -> " + text_of(out.format), result, milliseconds, digest_of(out.bytes)});
   if (result != QX_OK) throw std::runtime_error(name + ": the layer returned " + std::to_string(result));
+}
+
+void Demo::begin(const std::string &stage) {
+  std::printf("%s ...\n", stage.c_str());
+  std::fflush(stdout);
+}
+
+void Demo::show(const std::string &caption, const Tensor &interleaved) {
+  std::string file_name = caption + ".png";
+  std::replace(file_name.begin(), file_name.end(), ' ', '_');
+  save_picture(path(file_name), interleaved);
+  pictures_.push_back({caption, interleaved});
+}
+
+void Demo::print_findings() const {
+  for (const std::string &line : findings_) std::printf("%s\n", line.c_str());
 }
 
 void Demo::print_table() const {

@@ -1,8 +1,9 @@
 /// \file demo.h
-/// What the stages of the picture example share: tensors in memory and the record of the layers that ran.
+/// What the stages of the picture example share: tensors in memory and the record of the layers and pictures.
 #ifndef TARVU_EXAMPLES_PICTURE_DEMO_DEMO_H
 #define TARVU_EXAMPLES_PICTURE_DEMO_DEMO_H
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -40,6 +41,27 @@ struct Tensor {
 /// An unsigned format of `frac_bits` fraction bits in `width_bits`.
 _NN_FMT unsigned_format(int frac_bits, int width_bits);
 
+/// The fields that most blocks share: addresses, extents, offsets and formats.
+template <class Block>
+Block block_of(const Tensor &in, const Tensor &out) {
+  Block block = {};
+  block.in_addr = in.address();
+  block.out_addr = out.address();
+  block.width = in.shape.width;
+  block.height = in.shape.height;
+  block.channel = in.shape.channel;
+  block.batch = in.shape.batch;
+  block.in_line_ofs = in.line_bytes();
+  block.in_channel_ofs = in.channel_bytes();
+  block.in_batch_ofs = in.batch_bytes();
+  block.out_line_ofs = out.line_bytes();
+  block.out_channel_ofs = out.channel_bytes();
+  block.out_batch_ofs = out.batch_bytes();
+  block.in_fmt = in.format;
+  block.out_fmt = out.format;
+  return block;
+}
+
 /// One row of the table.
 struct Layer {
   std::string name;
@@ -53,7 +75,13 @@ struct Layer {
 /// FNV-1a in 64 bits.
 uint64_t digest_of(const std::vector<uint8_t> &bytes);
 
-/// Runs layers and keeps their record.
+/// An interleaved picture with its caption.
+struct Picture {
+  std::string caption;
+  Tensor pixels;
+};
+
+/// Runs layers and keeps their record, and that of the pictures that come out.
 class Demo {
  public:
   explicit Demo(std::string output_folder) : output_folder_(std::move(output_folder)) {}
@@ -77,11 +105,23 @@ class Demo {
     record(name, QX_OK, time.count(), in, out);
   }
 
+  /// Announces a stage.
+  void begin(const std::string &stage);
+
+  /// Writes an interleaved picture, as a file of the caption's name with '_' for ' '.
+  void show(const std::string &caption, const Tensor &interleaved);
+
+  /// Keeps a line of the ending summary.
+  void report(const std::string &line) { findings_.push_back(line); }
+
+  const std::vector<Layer> &layers() const { return layers_; }
+  const std::vector<Picture> &pictures() const { return pictures_; }
+
   /// Path of an output file.
   std::string path(const std::string &file_name) const { return output_folder_ + "/" + file_name; }
 
-  const std::vector<Layer> &layers() const { return layers_; }
   void print_table() const;
+  void print_findings() const;
 
   /// One line a layer: digest and name. Equal files mean equal results.
   void write_digests() const;
@@ -91,13 +131,36 @@ class Demo {
 
   std::string output_folder_;
   std::vector<Layer> layers_;
+  std::vector<Picture> pictures_;
+  std::vector<std::string> findings_;
 };
 
 /// Floats, as the 32-bit format that the operators take them by.
 inline constexpr _NN_FMT kFloats = {0, 31, 1, 0};
 
+inline constexpr _NN_FMT kByte = {0, 8, 0, 0};
+
+/// Re-orders axes: order[i] is the input axis that becomes output axis i (0 batch, 1 channel, 2 height, 3 width).
+using Order = std::array<int8_t, 4>;
+inline constexpr Order kInterleavedToPlanes = {0, 3, 1, 2};
+inline constexpr Order kPlanesToInterleaved = {0, 2, 3, 1};
+inline constexpr Order kKeep = {0, 1, 2, 3};
+Tensor permute(Demo &demo, const std::string &name, const Tensor &in, Order order, _NN_FMT out_format);
+
 /// Turns planes of bytes back into an interleaved picture and writes it.
-Tensor show_planes(Demo &demo, const std::string &name, const Tensor &planes);
+Tensor show_planes(Demo &demo, const std::string &caption, const Tensor &planes);
+
+enum class Pooling : uint32_t { kMaximum = 0, kAverage = 1, kGlobalAverage = 3 };
+
+/// Reduces each tile of `width` x `height` elements to one. `post_shift` bits less are kept of it.
+Tensor pool_tiles(Demo &demo, const std::string &name, const Tensor &in, Pooling mode, int width, int height,
+                  int post_shift = 0);
+
+/// Axes of a tensor without batch, as Gather counts them.
+enum class Axis : uint8_t { kChannel = 0, kHeight = 1 };
+
+/// Takes the slices of a tensor at the given positions along an axis.
+Tensor gather(Demo &demo, const std::string &name, const Tensor &in, Axis axis, const std::vector<uint16_t> &positions);
 
 /// Stops the example if a layer did not undo another.
 void expect_same(const Tensor &a, const Tensor &b, const std::string &what);
@@ -108,6 +171,18 @@ Tensor rearranging_stages(Demo &demo, const Tensor &picture);
 
 /// Takes planes of bytes to floats and back, with scales and zero points.
 void conversion_stages(Demo &demo, const Tensor &planes);
+
+/// Makes pyramids of halved sizes of planes, by maximum and by average, and the average of each plane.
+void pooling_stages(Demo &demo, const Tensor &planes);
+
+/// Takes a list of class scores through softmax, by floats and by table, and finds the five largest.
+void score_stages(Demo &demo, const std::string &scores_path);
+
+/// Bends a picture and takes a strip of its lines in another order.
+void resampling_stages(Demo &demo, const Tensor &planes);
+
+/// Runs a detector's tail, with class scores that are computed from the picture, and draws the boxes.
+void detection_stages(Demo &demo, const Tensor &picture);
 
 }  // namespace demo
 

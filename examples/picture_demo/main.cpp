@@ -8,14 +8,17 @@
 #include <filesystem>
 #include <string>
 
+#include "contact_sheet.h"
 #include "demo.h"
 #include "picture.h"
 
 int main(int argc, char **argv) {
   CLI::App app("Runs layers of the library on a picture and prints a digest of every layer's output.");
   std::string picture_path;
+  std::string scores_path;
   std::string output_folder = "picture_demo";
   app.add_option("picture", picture_path, "PNG, JPEG or PPM file")->required();
+  app.add_option("--scores", scores_path, "text file of class scores, one integer from -128 to 127 a line")->required();
   app.add_option("--output", output_folder, "folder of the PNG files and digests that are written")
       ->capture_default_str();
   CLI11_PARSE(app, argc, argv);
@@ -24,17 +27,29 @@ int main(int argc, char **argv) {
   try {
     demo::Tensor const picture = demo::load_picture(picture_path);
     std::filesystem::create_directories(output_folder);
+    demo.begin("axes and formats");
     demo::Tensor const planes = demo::rearranging_stages(demo, picture);
+    demo.begin("floats");
     demo::conversion_stages(demo, planes);
+    demo.begin("pooling");
+    demo::pooling_stages(demo, planes);
+    demo.begin("class scores");
+    demo::score_stages(demo, scores_path);
+    demo.begin("detection");
+    demo::detection_stages(demo, picture);
+    demo.begin("resampling");
+    demo::resampling_stages(demo, planes);
     demo.print_table();
+    demo.print_findings();
     demo.write_digests();
+    demo::save_picture(demo.path("contact_sheet.png"), demo::contact_sheet_of(demo.pictures()));
   } catch (const std::exception &problem) {
     if (!demo.layers().empty()) demo.print_table();
     std::fflush(stdout);
     std::fprintf(stderr, "picture_demo: %s\n", problem.what());
     return 1;
   }
-  std::printf("library %s, %zu layers; pictures in %s\n", prebuilt_ai_get_lib_version(), demo.layers().size(),
-              output_folder.c_str());
+  std::printf("library %s, %zu layers; pictures in %s, all of them on %s\n", prebuilt_ai_get_lib_version(),
+              demo.layers().size(), output_folder.c_str(), demo.path("contact_sheet.png").c_str());
   return 0;
 }

@@ -15,16 +15,6 @@
 
 namespace demo {
 
-namespace {
-
-void save(const std::string &path, int width, int height, int colours, const uint8_t *bytes) {
-  if (stbi_write_png(path.c_str(), width, height, colours, bytes, width * colours) == 0) {
-    throw std::runtime_error("cannot write " + path);
-  }
-}
-
-}  // namespace
-
 Tensor load_picture(const std::string &path) {
   constexpr int kColours = 3;
   int width = 0, height = 0, colours_in_file = 0;
@@ -39,11 +29,10 @@ Tensor load_picture(const std::string &path) {
 
 void save_picture(const std::string &path, const Tensor &interleaved) {
   Shape const shape = interleaved.shape;
-  save(path, shape.height, shape.channel, shape.width, interleaved.bytes.data());
-}
-
-void save_planes(const std::string &path, const Tensor &planes) {
-  save(path, planes.shape.width, planes.shape.height * planes.shape.channel, 1, planes.bytes.data());
+  int const width = shape.height, height = shape.channel, colours = shape.width;
+  if (stbi_write_png(path.c_str(), width, height, colours, interleaved.bytes.data(), width * colours) == 0) {
+    throw std::runtime_error("cannot write " + path);
+  }
 }
 
 }  // namespace demo

@@ -13,11 +13,8 @@ namespace demo {
 /// of the picture.
 Tensor load_picture(const std::string &path);
 
-/// Writes interleaved bytes as load_picture() gives them.
+/// Writes interleaved bytes as load_picture() gives them, or grey ones, of width 1.
 void save_picture(const std::string &path, const Tensor &interleaved);
-
-/// Writes planes, one below the other, as grey values.
-void save_planes(const std::string &path, const Tensor &planes);
 
 }  // namespace demo
 

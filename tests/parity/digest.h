@@ -57,6 +57,7 @@ class Report {
 void add_activation_cases(Report &report);
 void add_convert_cases(Report &report);
 void add_detection_cases(Report &report);
+void add_select_cases(Report &report);
 void add_softmax_cases(Report &report);
 void add_tensor_cases(Report &report);
 

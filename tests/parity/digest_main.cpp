@@ -63,6 +63,7 @@ int main(int argc, char **argv) {
   run(report, "activation", parity::add_activation_cases);
   run(report, "convert", parity::add_convert_cases);
   run(report, "detection", parity::add_detection_cases);
+  run(report, "select", parity::add_select_cases);
   run(report, "softmax", parity::add_softmax_cases);
   run(report, "tensor", parity::add_tensor_cases);
   if (argc == 3 && std::strcmp(argv[1], "--compare") == 0) return compare(report, argv[2]);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -210,6 +211,26 @@ TEST(GridSample, ShapesThatFitBothLayoutsAreInterleaved) {
   block.out_addr = out.address();
   EXPECT_EQ(::tarvu_gridsample_process(&block), QX_OK);
   EXPECT_EQ(values_in<uint8_t>(out), (Bytes{4, 5}));  // a planar image would give 2 and 3
+}
+
+TEST(GridSample, PixelsBeyondFourGibibytesAreReached) {
+  // Without fraction bits grid value 255 is row 255 * 255, of 90000 bytes each.
+  const GridShape shape = {3, 1, 30000, 256, 8, 1};
+  const FarRoom room(size_t{90000} * 65027 + 16);
+  const size_t pixel = size_t{90000} * (65025 + 1) + 3 * 47;  // the low 8 bits of 29999 are 47
+  const uint8_t values[3] = {11, 22, 33};
+  std::copy(values, values + 3, room.data() + pixel);
+  const GuardedMemory grid(grid_grid_bytes(Layout::kInterleaved, shape));
+  const GuardedMemory out(grid_output_bytes(Layout::kInterleaved, shape));
+  for (size_t i = 0; i < grid.size(); ++i) grid.data()[i] = i % 2 == 0 ? 1 : 255;
+  _NN_GRIDSAMPLE_PARM block = grid_block(Layout::kInterleaved, shape, formats(0, 0, 0, kUint8));
+  block.in_addr = room.address();
+  block.grid_addr = grid.address();
+  block.out_addr = out.address();
+  EXPECT_EQ(::tarvu_gridsample_process(&block), QX_OK);
+  const Bytes got = values_in<uint8_t>(out);
+  EXPECT_EQ((Bytes{got[0], got[8], got[16]}), (Bytes{11, 22, 33}));
+  EXPECT_EQ((Bytes{got[7], got[15], got[23]}), (Bytes{11, 22, 33}));
 }
 
 /// A block with pixels to sample, all of whose addresses fault.
