@@ -13,7 +13,8 @@
 
 namespace tarvu {
 
-/// Entry i is round(16384 * exp((i - 671) / 64)): arguments of 6 fraction bits at or below zero, values of 14 fraction bits.
+/// Entry i is round(16384 * exp((i - 671) / 64)): arguments of 6 fraction bits at or below zero, values of 14 fraction
+/// bits.
 inline constexpr int16_t g_vendor_ais_exptbl[] = {
     0,     0,     0,     0,     0,     0,     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,
     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,
@@ -96,13 +97,13 @@ struct ShiftedLeft {
   V in_block(V x) const {
     return shift_left_16(x, count);
   }
-  /// Kept apart from the blocks: the shift is one to the right by a count modulo 32 here, so -10 with 5 fraction bits gives -20
-  /// in a block and -1 here.
+  /// Kept apart from the blocks: the shift is one to the right by a count modulo 32 here, so -10 with 5 fraction bits
+  /// gives -20 in a block and -1 here.
   int16_t in_tail(int16_t x) const { return static_cast<int16_t>(shift_right(int32_t{x}, -count)); }
 };
 
-/// Calls on_eight(i), on_one(i) for the elements in blocks, and on_one_of_tail(i) for the rest: all of a tail of up to 5
-/// elements, and what follows the first 4 of a longer one.
+/// Calls on_eight(i), on_one(i) for the elements in blocks, and on_one_of_tail(i) for the rest: all of a tail of up to
+/// 5 elements, and what follows the first 4 of a longer one.
 template <class OnEight, class OnOne, class OnOneOfTail>
 inline void for_each_element(size_t count, OnEight on_eight, OnOne on_one, OnOneOfTail on_one_of_tail) {
   const size_t in_blocks = (count & ~size_t{7}) + ((count & 7) >= 6 ? 4 : 0);
