@@ -1,6 +1,6 @@
 /// \file softmax_groups.h
-/// Softmax of floats over the groups of elements along an axis: rows of neighbours, and columns whose elements lie a step
-/// apart. Every function may write over its input.
+/// Softmax of floats over the groups of elements along an axis: rows of neighbours, and columns whose elements lie a
+/// step apart. Every function may write over its input.
 #ifndef TARVU_ACTIVATION_SOFTMAX_GROUPS_H
 #define TARVU_ACTIVATION_SOFTMAX_GROUPS_H
 
@@ -44,8 +44,8 @@ inline void maxima_of_rows(const float *in, size_t length, float (&maximum)[kRow
   }
 }
 
-/// Their exponentials, and the reciprocals of the sums. A sum has one accumulator of four lanes: several rows go side by side so
-/// that their chains of additions do.
+/// Their exponentials, and the reciprocals of the sums. A sum has one accumulator of four lanes: several rows go side
+/// by side so that their chains of additions do.
 template <size_t kRows>
 inline void exponentials_of_rows(const float *in, float *out, size_t length, const float (&maximum)[kRows],
                                  float (&reciprocal)[kRows]) {
@@ -104,8 +104,8 @@ inline void multiply_rows(float *rows, size_t length, const float (&factor)[kRow
   }
 }
 
-/// Writes the exponentials of `rows` groups of `length` neighbours, one behind the other; finish(row, reciprocals) then has to
-/// multiply those of the rows from `row` on, one or more, by the reciprocals of their sums.
+/// Writes the exponentials of `rows` groups of `length` neighbours, one behind the other; finish(row, reciprocals) then
+/// has to multiply those of the rows from `row` on, one or more, by the reciprocals of their sums.
 template <class Finish>
 inline void exponentials_of_all_rows(const float *in, float *out, uint32_t rows, size_t length, Finish finish) {
   constexpr uint32_t kTogether = 2;
@@ -134,8 +134,8 @@ inline void softmax_of_rows(const float *in, float *out, uint32_t rows, size_t l
   });
 }
 
-/// Neighbouring columns in `kVectors` vectors (or single floats). Each has its own maximum, sum (in the order of the axis) and
-/// reciprocal, so nothing depends on how many go together.
+/// Neighbouring columns in `kVectors` vectors (or single floats). Each has its own maximum, sum (in the order of the
+/// axis) and reciprocal, so nothing depends on how many go together.
 template <class V, int kVectors>
 inline void softmax_of_columns_together(const float *in, size_t in_step, float *out, size_t out_step, uint32_t length) {
   V maximum[kVectors];

@@ -1,15 +1,20 @@
 /// \file softmax_item.h
 /// Softmax of a batch item from format to format, the same with and without zero points but for the conversions.
 ///
-/// A `Form` is one of the two: the type of its block, the name of the function that reports a bad axis, and the conversions, for
-/// each integer type T:
-///   Form::of(const Parm &parm, uint32_t count)            for items of `count` elements
-///   to_floats(const T *in, float *out, uint32_t n)        n elements to floats
-///   from_floats(const float *in, T *item, uint32_t first, uint32_t n)     n floats to the elements of an item from `first` on
-///   kMultiplies                                           whether there are the next two:
-///   only_multiplies()                                     whether the conversion is a multiplication and no more, so that
-///                                                         another one may go with it
+/// A `Form` is one of the two: the type of its block, the name of the function that reports a bad axis, and the
+/// conversions, for each integer type T:
+///   of(const Parm &parm, uint32_t count)
+///     the form of items of `count` elements
+///   to_floats(const T *in, float *out, uint32_t n)
+///     n elements to floats
+///   from_floats(const float *in, T *item, uint32_t first, uint32_t n)
+///     n floats to the elements of an item from `first` on
+///   kMultiplies
+///     whether there are the next two
+///   only_multiplies()
+///     whether the conversion is a multiplication and no more, so that another one may go with it
 ///   from_multiplied_floats(const float *in, float factor, T *item, uint32_t first, uint32_t n)
+///     from_floats() of the products with `factor`
 #ifndef TARVU_ACTIVATION_SOFTMAX_ITEM_H
 #define TARVU_ACTIVATION_SOFTMAX_ITEM_H
 
@@ -22,8 +27,8 @@
 
 namespace tarvu {
 
-/// How an item's elements form groups: `planes` times `columns` neighbouring columns of `length` elements, `step` elements apart;
-/// or, where `rows` is set, `planes` rows of `length` neighbours.
+/// How an item's elements form groups: `planes` times `columns` neighbouring columns of `length` elements, `step`
+/// elements apart; or, where `rows` is set, `planes` rows of `length` neighbours.
 struct Groups {
   bool rows;
   uint32_t planes;
@@ -206,8 +211,8 @@ inline bool apart(const Memory &a, const Memory &b) {
 /// From here on the bytes of a scratch array wrap in 32 bits.
 constexpr uint64_t kMostTiledElements = (uint64_t{1} << 30) - 1;
 
-/// Whether tiles give what whole passes over the item would: both formats are converted or floats, scratch memory lies apart,
-/// and no tile's output is a later one's input.
+/// Whether tiles give what whole passes over the item would: both formats are converted or floats, scratch memory lies
+/// apart, and no tile's output is a later one's input.
 template <class Form>
 bool goes_by_tiles(const Item<Form> &item, uint64_t count, uint64_t scratch) {
   if (count > kMostTiledElements) return false;

@@ -13,7 +13,8 @@
 
 namespace tarvu {
 
-/// Entry i is round(16384 * exp((i - 671) / 64)): arguments of 6 fraction bits at or below zero, values of 14 fraction bits.
+/// Entry i is round(16384 * exp((i - 671) / 64)): arguments of 6 fraction bits at or below zero, values of 14 fraction
+/// bits.
 inline constexpr int16_t g_vendor_ais_exptbl[] = {
     0,     0,     0,     0,     0,     0,     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,
     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,     1,
@@ -96,13 +97,13 @@ struct ShiftedLeft {
   V in_block(V x) const {
     return shift_left_16(x, count);
   }
-  /// Kept apart from the blocks: the shift is one to the right by a count modulo 32 here, so -10 with 5 fraction bits gives -20
-  /// in a block and -1 here.
+  /// Kept apart from the blocks: the shift is one to the right by a count modulo 32 here, so -10 with 5 fraction bits
+  /// gives -20 in a block and -1 here.
   int16_t in_tail(int16_t x) const { return static_cast<int16_t>(shift_right(int32_t{x}, -count)); }
 };
 
-/// Calls on_eight(i), on_one(i) for the elements in blocks, and on_one_of_tail(i) for the rest: all of a tail of up to 5
-/// elements, and what follows the first 4 of a longer one.
+/// Calls on_eight(i), on_one(i) for the elements in blocks, and on_one_of_tail(i) for the rest: all of a tail of up to
+/// 5 elements, and what follows the first 4 of a longer one.
 template <class OnEight, class OnOne, class OnOneOfTail>
 inline void for_each_element(size_t count, OnEight on_eight, OnOne on_one, OnOneOfTail on_one_of_tail) {
   const size_t in_blocks = (count & ~size_t{7}) + ((count & 7) >= 6 ? 4 : 0);
@@ -152,7 +153,7 @@ void look_up(const int16_t *in, int16_t *out, size_t count, Fraction fraction, i
   for_each_element(
       count,
       [&](size_t i) {
-        const s16x8 above = fraction.in_block(load<s16x8>(in + i)) - first_entry;
+        const s16x8 above = subtract_16(fraction.in_block(load<s16x8>(in + i)), first_entry);
         const s16x8 entry = above > 0 ? above : s16x8{};
         if (is_zero(entry)) {  // far below the largest, as most scores of a classifier are
           store(out + i, s16x8{});
@@ -166,11 +167,11 @@ void look_up(const int16_t *in, int16_t *out, size_t count, Fraction fraction, i
 
 /// The differences with wrapping in 16 bits.
 template <class Fraction>
-void subtract(const int16_t *in, int16_t *out, size_t count, Fraction fraction, int16_t largest) {
+void subtract_largest(const int16_t *in, int16_t *out, size_t count, Fraction fraction, int16_t largest) {
   for_each_element(
-      count, [&](size_t i) { store(out + i, fraction.in_block(load<s16x8>(in + i)) - largest); },
-      [&](size_t i) { store(out + i, static_cast<int16_t>(fraction.in_block(load<int16_t>(in + i)) - largest)); },
-      [&](size_t i) { store(out + i, static_cast<int16_t>(fraction.in_tail(load<int16_t>(in + i)) - largest)); });
+      count, [&](size_t i) { store(out + i, subtract_16(fraction.in_block(load<s16x8>(in + i)), largest)); },
+      [&](size_t i) { store(out + i, subtract_16(fraction.in_block(load<int16_t>(in + i)), largest)); },
+      [&](size_t i) { store(out + i, subtract_16(fraction.in_tail(load<int16_t>(in + i)), largest)); });
 }
 
 /// The exponentials of differences up to the first one that wrapped above 0, which ends the run.
@@ -195,7 +196,7 @@ _QX_RESULT table_softmax(const int16_t *in, int16_t *out, size_t count, Fraction
     look_up(in, out, count, fraction, range.largest);
     return QX_OK;
   }
-  subtract(in, out, count, fraction, range.largest);
+  subtract_largest(in, out, count, fraction, range.largest);
   return look_up_to_wrap(out, count);
 }
 

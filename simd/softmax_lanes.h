@@ -1,6 +1,6 @@
 /// \file softmax_lanes.h
-/// Lane operations of softmax: maxima that keep NaN, the exponential of a difference to the maximum, blocks of a row whose
-/// elements are summed in a fixed order, and extremes of 16-bit lanes.
+/// Lane operations of softmax: maxima that keep NaN, the exponential of a difference to the maximum, blocks of a row
+/// whose elements are summed in a fixed order, and extremes of 16-bit lanes.
 #ifndef TARVU_SIMD_SOFTMAX_LANES_H
 #define TARVU_SIMD_SOFTMAX_LANES_H
 
@@ -140,16 +140,16 @@ inline f32x4 add_row_block(f32x4 sum, const RowBlock &block) {
   return sum;
 }
 
-/// Shifts of one 16-bit element or of lanes by 0 to 15: to the left the bits beyond the top are lost, to the right the sign
-/// comes in.
-template <class V>
-inline V shift_left_16(V x, int count) {
-  return static_cast<V>(x << count);
-}
-template <class V>
-inline V shift_right_16(V x, int count) {
-  return static_cast<V>(x >> count);
-}
+/// Shifts of one 16-bit element or of lanes by 0 to 15: to the left the bits beyond the top are lost, to the right the
+/// sign comes in.
+inline int16_t shift_left_16(int16_t x, int count) { return static_cast<int16_t>(shift_left(int32_t{x}, count)); }
+inline int16_t shift_right_16(int16_t x, int count) { return static_cast<int16_t>(shift_right(int32_t{x}, count)); }
+inline s16x8 shift_left_16(s16x8 x, int count) { return s16x8(u16x8(x) << count); }
+inline s16x8 shift_right_16(s16x8 x, int count) { return x >> count; }
+
+/// Wrapping subtraction from an element or from each lane.
+inline int16_t subtract_16(int16_t a, int16_t b) { return static_cast<int16_t>(a - b); }
+inline s16x8 subtract_16(s16x8 a, int16_t b) { return s16x8(u16x8(a) - static_cast<uint16_t>(b)); }
 
 /// The least and the largest of eight lanes, and whether all are 0.
 inline int16_t least_lane(s16x8 a) {
