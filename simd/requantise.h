@@ -241,6 +241,27 @@ inline void with_byte_map(const uint8_t *map, Use use) {
   *to = *part;
 }
 
+/// store_block() over `count` words: exactly so many elements are written. Whole blocks of words are read.
+template <class Out, class Word, class Step>
+[[gnu::noinline]] void store_words(uint8_t *to, const Word *words, uint32_t count, const Step &given_step) {
+#if TARVU_NEON
+  const Step step = given_step;
+  constexpr uint32_t kBlock = kWordsOfBlock<Word>;
+  uint32_t i = 0;
+  for (; i + kBlock <= count; i += kBlock) store_block<Out>(to + i * sizeof(Out), load<WordBlock<Word>>(words + i), step);
+  if (i == count) return;
+  uint8_t part[32];
+  store_block<Out>(part, load<WordBlock<Word>>(words + i), step);
+  store_part(to + i * sizeof(Out), part, (count - i) * static_cast<uint32_t>(sizeof(Out)));
+#else
+  const Step step = given_step;
+  for_blocks(count, [=](uint32_t from, auto n) __attribute__((always_inline)) {
+    auto *__restrict out = reinterpret_cast<Unaligned<Out> *>(to + from * sizeof(Out));
+    for (uint32_t i = 0; i < n; ++i) out[i].value = clamped<Out>(step(static_cast<int32_t>(words[from + i])));
+  });
+#endif
+}
+
 }  // namespace tarvu
 
 #endif  // TARVU_SIMD_REQUANTISE_H
