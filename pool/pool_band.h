@@ -44,8 +44,9 @@ struct Part {
   uint32_t input_columns;  ///< none if the tile is all padding
 };
 
-/// A tile's words, and how far behind it another one of the same kind lies. Behind both is room for one more line.
-inline constexpr uint32_t kTileBytes = 2048;
+/// A tile of words, and how far behind it another one of the same kind lies. Behind both is room for one more line. Not a power of
+/// two: processors that compare the lower bits of addresses would take one for another.
+inline constexpr uint32_t kTileBytes = 2048 + 64;
 template <class Word>
 inline constexpr uint32_t kTileWords = kTileBytes / sizeof(Word);
 
