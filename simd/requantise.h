@@ -241,7 +241,7 @@ inline void with_byte_map(const uint8_t *map, Use use) {
   *to = *part;
 }
 
-/// store_block() over `count` words: exactly so many elements are written. Whole blocks of words are read.
+/// store_block() over `count` words: exactly so many elements are written. At least 32 words are read.
 template <class Out, class Word, class Step>
 [[gnu::noinline]] void store_words(uint8_t *to, const Word *words, uint32_t count, const Step &given_step) {
 #if TARVU_NEON
@@ -255,10 +255,21 @@ template <class Out, class Word, class Step>
   store_part(to + i * sizeof(Out), part, (count - i) * static_cast<uint32_t>(sizeof(Out)));
 #else
   const Step step = given_step;
-  for_blocks(count, [=](uint32_t from, auto n) __attribute__((always_inline)) {
-    auto *__restrict out = reinterpret_cast<Unaligned<Out> *>(to + from * sizeof(Out));
-    for (uint32_t i = 0; i < n; ++i) out[i].value = clamped<Out>(step(static_cast<int32_t>(words[from + i])));
-  });
+  constexpr uint32_t kBlock = 32;
+  const auto store_at = [=](uint8_t *block_to, uint32_t from) __attribute__((always_inline)) {
+    auto *__restrict out = reinterpret_cast<Unaligned<Out> *>(block_to);
+    for (uint32_t i = 0; i < kBlock; ++i) out[i].value = clamped<Out>(step(static_cast<int32_t>(words[from + i])));
+  };
+  if (count < kBlock) {
+    uint8_t part[kBlock * sizeof(Out)];
+    store_at(part, 0);
+    std::memcpy(to, part, count * sizeof(Out));
+    return;
+  }
+  // The last block overlaps the one before it: both write the same elements there.
+  const uint32_t last = count - kBlock;
+  for (uint32_t i = 0; i < last; i += kBlock) store_at(to + i * sizeof(Out), i);
+  store_at(to + last * sizeof(Out), last);
 #endif
 }
 
