@@ -42,13 +42,13 @@ struct Part {
   uint32_t input;          ///< first input column of the tile
   uint32_t input_at;       ///< its position
   uint32_t input_columns;  ///< none if the tile is all padding
-  bool two_tiles;          ///< whether a second tile of the same kind lies kSecondTile words behind
 };
 
-/// Bytes of words that a tile of one line has, or two tiles side by side.
-inline constexpr uint32_t kTileBytes = 4096;
+/// A tile of words, and how far behind it another one of the same kind lies. Behind both is room for one more line. Not a power of
+/// two: processors that compare the lower bits of addresses would take one for another.
+inline constexpr uint32_t kTileBytes = 2048 + 64;
 template <class Word>
-inline constexpr uint32_t kSecondTile = kTileBytes / 2 / sizeof(Word);
+inline constexpr uint32_t kTileWords = kTileBytes / sizeof(Word);
 
 /// Which windows of a part pass through a stage: `count` of them from window `first`.
 struct Passed {
@@ -78,13 +78,24 @@ class AfterLine {
 };
 
 /// Windows of one line, at least a block of them, and more than one where there are edges. kStride and kWindow as
-/// fold_block_of_windows() has them. Where kBlocks is not 0, so many blocks are known to be enough.
+/// fold_block_of_windows() has them. Where kBlocks is not 0, so many blocks are known to be enough. `spare` has room for a line.
 template <class Fold, uint32_t kStride, uint32_t kWindow, uint32_t kBlocks, class Stage, class EdgesOrNone>
 [[gnu::always_inline]] inline void pass_blocks(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
-                                               const Stage &stage, const EdgesOrNone &edges, uint8_t *to) {
+                                               const Stage &stage, const EdgesOrNone &edges, uint8_t *to,
+                                               [[maybe_unused]] typename Fold::Word *spare) {
   constexpr size_t kBlock = kWordsOfBlock<typename Fold::Word>;
   constexpr size_t kOutBytes = sizeof(typename Stage::Out);
   constexpr bool kEdges = !std::is_same_v<EdgesOrNone, NoEdges>;
+  if constexpr (!kFoldsInBlocks) {
+    fold_windows<Fold, kStride, kWindow>(words, window, stride, count, spare);
+    stage.store_line(to, spare, count);
+    if constexpr (kEdges) {
+      using Block = WordBlock<typename Fold::Word>;
+      stage.store(to, load<Block>(spare), edges.first);
+      stage.store(to + (count - kBlock) * kOutBytes, load<Block>(spare + count - kBlock), edges.last);
+    }
+    return;
+  }
   const size_t step = kStride != 0 ? kStride : stride;
   const size_t last = count - kBlock;
   const auto pass = [&, to, words](size_t i, const auto &...own) __attribute__((always_inline)) {
@@ -109,17 +120,22 @@ template <class Fold, uint32_t kStride, uint32_t kWindow, uint32_t kBlocks, clas
 }
 
 template <class Fold, uint32_t kStride, class Stage>
-inline void pass_any_count(const typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count, const Stage &stage,
+inline void pass_any_count(typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count, const Stage &given_stage,
                            uint8_t *to) {
-  if (count >= kWordsOfBlock<typename Fold::Word>) {
-    stage.in_registers([&](const auto &ready) {
-      pass_blocks<Fold, kStride, 0, 0>(words, window, stride, count, ready, NoEdges{}, to);
+  using Word = typename Fold::Word;
+  if constexpr (!kFoldsInBlocks) {
+    Word *spare = words + kTileWords<Word>;
+    fold_windows<Fold, kStride, 0>(words, window, stride, count, spare);
+    given_stage.store_line(to, spare, count);
+  } else if (count >= kWordsOfBlock<Word>) {
+    given_stage.in_registers([&](const auto &stage) {
+      pass_blocks<Fold, kStride, 0, 0>(words, window, stride, count, stage, NoEdges{}, to, nullptr);
     });
-    return;
+  } else {
+    uint8_t part[32];
+    given_stage.store(part, fold_block_of_windows<Fold, kStride, 0>(words, window, stride, count));
+    store_part(to, part, count * static_cast<uint32_t>(sizeof(typename Stage::Out)));
   }
-  uint8_t part[32];
-  stage.store(part, fold_block_of_windows<Fold, kStride, 0>(words, window, stride, count));
-  store_part(to, part, count * static_cast<uint32_t>(sizeof(typename Stage::Out)));
 }
 
 /// At least a block of windows one word apart and of at least four words: the quads of all words are folded first.
@@ -127,7 +143,7 @@ template <class Fold, class Stage>
 inline void pass_long_windows(typename Fold::Word *words, uint32_t window, uint32_t count, const Stage &given_stage, uint8_t *to) {
   using Word = typename Fold::Word;
   constexpr size_t kBlock = kWordsOfBlock<Word>;
-  Word *const quads = words + kSecondTile<Word>;
+  Word *const quads = words + kTileWords<Word>;
   fold_quads<Fold>(words, count + window - 1, quads);
   given_stage.in_registers([&](const auto &stage) {
     const size_t last = count - kBlock;
@@ -139,13 +155,13 @@ inline void pass_long_windows(typename Fold::Word *words, uint32_t window, uint3
   });
 }
 
-/// Folds `count` windows of `window` words, `stride` words apart (each at least 1), and stores them through the stage. `words` may
-/// have room for two tiles.
+/// Folds `count` windows of `window` words, `stride` words apart (each at least 1), and stores them through the stage. `words` is a
+/// tile, the one behind it is free.
 template <class Fold, class Stage>
-[[gnu::noinline]] void pass_windows(typename Fold::Word *words, bool two_tiles, uint32_t window, uint32_t stride, uint32_t count,
+[[gnu::noinline]] void pass_windows(typename Fold::Word *words, uint32_t window, uint32_t stride, uint32_t count,
                                     const Stage &stage, uint8_t *to) {
   if (stride == 1) {
-    if (two_tiles && window >= 8 && count >= kWordsOfBlock<typename Fold::Word>) {
+    if (kFoldsInBlocks && window >= 8 && count >= kWordsOfBlock<typename Fold::Word>) {
       return pass_long_windows<Fold>(words, window, count, stage, to);
     }
     return pass_any_count<Fold, 1>(words, window, stride, count, stage, to);
@@ -171,7 +187,8 @@ template <class Fold, uint32_t kStride, uint32_t kSide, bool kNarrow, class Stag
     uint8_t *to = band.to + part.first * sizeof(typename Stage::Out);
     const auto pass = [&](const Word *folded, uint8_t *line_to) __attribute__((always_inline)) {
       constexpr uint32_t kBlocks = kNarrow ? 32 / kWordsOfBlock<Word> : 0;
-      pass_blocks<Fold, kStride, kSide, kBlocks>(folded, kSide, kStride, count, stage, edges, line_to);
+      pass_blocks<Fold, kStride, kSide, kBlocks>(folded, kSide, kStride, count, stage, edges, line_to,
+                                                 words + 2 * kTileWords<Word>);
     };
     uint32_t n = band.count;
     if constexpr (kSide == 3) {
@@ -180,29 +197,20 @@ template <class Fold, uint32_t kStride, uint32_t kSide, bool kNarrow, class Stag
       const uint8_t *first = band.cut_front != 0 ? nothing : from;
       from += band.cut_front != 0 ? 0 : line_step;  // the second line of the windows
       const auto pass_two = [&](const uint8_t *last) __attribute__((always_inline)) {
-        constexpr size_t kSecond = kSecondTile<Word>;
+        constexpr size_t kSecond = kTileWords<Word>;
         fold_three_lines_twice<Fold, kStride, kNarrow ? 2 : 0>(first, from, line_step, last, columns, input, input + kSecond);
         pass(words, to);
         pass(words + kSecond, to + out_step);
       };
-      if (part.two_tiles) {
-        for (; n > 2; n -= 2, to += 2 * out_step) {
-          pass_two(from + (kStride + 1) * line_step);
-          from += 2 * kStride * line_step;
-          first = from - line_step;
-        }
-        if (n == 2) {
-          pass_two(behind_last != nullptr ? behind_last : from + (kStride + 1) * line_step);
-          n = 0;
-        }
-      }
-      for (; n != 0; --n, to += out_step) {
-        const uint8_t *last = from + line_step;
-        if (n == 1 && behind_last != nullptr) last = behind_last;
-        fold_three_lines<Fold>(first, from, last, columns, input);
-        pass(words, to);
-        from += kStride * line_step;
+      for (; n > 2; n -= 2, to += 2 * out_step) {
+        pass_two(from + (kStride + 1) * line_step);
+        from += 2 * kStride * line_step;
         first = from - line_step;
+      }
+      if (n == 2) pass_two(behind_last != nullptr ? behind_last : from + (kStride + 1) * line_step);
+      if (n == 1) {
+        fold_three_lines<Fold>(first, from, behind_last != nullptr ? behind_last : from + line_step, columns, input);
+        pass(words, to);
       }
     } else {
       for (; n != 0; --n, from += kStride * line_step, to += out_step) {
@@ -245,7 +253,7 @@ bool run_if_common(const Band &band, const Part &part, const Stage &stage, const
   if (band.count > 1 && band.window_step != part.stride * band.line_step) return false;
   if (part.window != band.lines) return false;
   if (part.window == 3 && part.stride == 1) {
-    if constexpr (kColumns == 16) {
+    if constexpr (kColumns == 16 && kFoldsInBlocks) {
       if (part.input_columns <= 2 * kColumns && part.count <= 32 && part.count > 16) {
         run_square_windows<Fold, 1, 3, true>(band, part, stage, edges, words);
         return true;
@@ -259,7 +267,7 @@ bool run_if_common(const Band &band, const Part &part, const Stage &stage, const
     return true;
   }
   if (part.window == 2 && part.stride == 2) {
-    if constexpr (!Fold::kWidens) {
+    if constexpr (!Fold::kWidens && kFoldsInBlocks) {
       if (part.input_at == 0 && part.input_columns == 2 * part.count) {
         run_two_by_two<Fold>(band, part, stage);
         return true;
@@ -300,7 +308,7 @@ template <class Fold, class Stage>
       std::fill(input, input + part.input_columns, Fold::kIdentity);
     }
     if (passed.count != 0) {
-      pass_windows<Fold>(words + passed.first * part.stride, part.two_tiles, part.window, part.stride, passed.count, stage,
+      pass_windows<Fold>(words + passed.first * part.stride, part.window, part.stride, passed.count, stage,
                          to + passed.first * sizeof(typename Stage::Out));
     }
     if (passed.count != part.count) after_line(to);

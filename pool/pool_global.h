@@ -25,37 +25,27 @@ template <class Fold>
   }
 }
 
-/// Whole blocks of words through a stage.
-template <class Fold, class Stage>
-[[gnu::always_inline]] inline void pass_words(const typename Fold::Word *words, uint32_t count, const Stage &stage, uint8_t *to) {
-  constexpr uint32_t kBlock = kWordsOfBlock<typename Fold::Word>;
-  for (uint32_t i = 0; i < count; i += kBlock) {
-    stage.store(to + i * sizeof(typename Stage::Out), load<WordBlock<typename Fold::Word>>(words + i));
-  }
-}
-
 /// Folds every plane and stores it through the stage, in ascending order.
 template <class Fold, class Stage>
-void pool_planes(const _NN_POOL_PARM &parm, const Stage &given_stage) {
+void pool_planes(const _NN_POOL_PARM &parm, const Stage &stage) {
   using Word = typename Fold::Word;
   using Out = typename Stage::Out;
   constexpr uint32_t kPlanes = 64;  // at once
   Word words[kPlanes] = {};
+  uint8_t elements[kPlanes * sizeof(Out)];
   for (uint32_t b = 0; b < parm.batch; ++b) {
     const uint8_t *from = pointer<const uint8_t>(parm.in_addr) + b * size_t{parm.in_batch_ofs};
     uint8_t *to = pointer(parm.out_addr) + b * size_t{parm.out_batch_ofs};
-    for (uint32_t first = 0; first < parm.channel; first += kPlanes) {
+    for (uint32_t first = 0; first < parm.channel; first += kPlanes, to += kPlanes * size_t{parm.out_channel_ofs}) {
       const uint32_t planes = std::min(kPlanes, parm.channel - first);
       fold_planes<Fold>(parm, from + first * size_t{parm.in_channel_ofs}, planes, words);
-      alignas(16) uint8_t elements[kPlanes * sizeof(Out)];
-      given_stage.in_registers([&](const auto &stage) { pass_words<Fold>(words, kPlanes, stage, elements); });
-      uint8_t *element_to = to + first * size_t{parm.out_channel_ofs};
       if (parm.out_channel_ofs == sizeof(Out)) {
-        std::memcpy(element_to, elements, planes * sizeof(Out));
+        stage.store_line(to, words, planes);
         continue;
       }
-      for (uint32_t c = 0; c < planes; ++c, element_to += parm.out_channel_ofs) {
-        store(element_to, load<Out>(elements + c * sizeof(Out)));
+      stage.store_line(elements, words, planes);
+      for (uint32_t c = 0; c < planes; ++c) {
+        store(to + c * size_t{parm.out_channel_ofs}, load<Out>(elements + c * sizeof(Out)));
       }
     }
   }

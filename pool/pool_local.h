@@ -9,27 +9,27 @@
 namespace tarvu {
 
 /// Columns of the input folded down the lines of a window, over a tile of one output line. Position 0 is the first
-/// word of the tile's first window; padding holds the fold of nothing.
+/// word of the tile's first window; padding holds the fold of nothing. With it come a second tile of the same kind and room for a
+/// line.
 template <class Fold>
 class LineTile {
  public:
   using Word = typename Fold::Word;
-  static constexpr uint32_t kWords = kTileBytes / sizeof(Word);
+  static constexpr uint32_t kWords = 3 * kTileWords<Word>;
 
   /// Moves the tile to another part of the line; stays if it is there.
   void move_to(uint32_t position) {
     if (position == position_) return;
     position_ = position;
-    std::fill(words_, words_ + kWords + kWordsBehind, Fold::kIdentity);
+    std::fill(words_, words_ + kWords, Fold::kIdentity);
   }
 
   Word *words() { return words_; }
 
  private:
   static constexpr uint32_t kNowhere = 0xFFFFFFFF;
-  static constexpr uint32_t kWordsBehind = 16;  // a fold of windows may read behind the last one
   uint32_t position_ = kNowhere;
-  alignas(16) Word words_[kWords + kWordsBehind];
+  alignas(16) Word words_[kWords];
 };
 
 /// The parts of a line of output: as many windows as a tile holds.
@@ -42,9 +42,7 @@ class Parts {
         pad_(static_cast<uint32_t>(axis.pad_near)),
         end_of_input_(pad_ + static_cast<uint32_t>(axis.extent)),
         columns_(columns),
-        most_((tile_words - kernel_) / std::max(stride_, 1u) + 1) {
-    // For lines that fill at most half of one.
-    two_tiles_ = (columns - 1) * stride_ + kernel_ + kReadBehind <= tile_words / 2;
+        most_((tile_words - kReadBehind - kernel_) / std::max(stride_, 1u) + 1) {
     whole_ = part(0);
   }
 
@@ -59,11 +57,11 @@ class Parts {
     const uint32_t position = position_of(first);
     const uint32_t begin = std::max(position, pad_);
     const uint32_t end = std::max(begin, std::min(position + (count - 1) * stride_ + kernel_, end_of_input_));
-    return {kernel_, stride_, first, count, begin - pad_, begin - position, end - begin, two_tiles_};
+    return {kernel_, stride_, first, count, begin - pad_, begin - position, end - begin};
   }
 
  private:
-  static constexpr uint32_t kReadBehind = 64;
+  static constexpr uint32_t kReadBehind = 64;  // whole blocks are folded and written
 
   uint32_t kernel_;
   uint32_t stride_;
@@ -71,7 +69,6 @@ class Parts {
   uint32_t end_of_input_;
   uint32_t columns_;
   uint32_t most_;
-  bool two_tiles_;
   Part whole_;
 };
 
@@ -161,8 +158,8 @@ void pool_windows(const _NN_POOL_PARM &parm, const Axis &columns, const Axis &li
   const uint32_t line_count = count_of(lines, operation.extra_line_limit());
   // Without steps across the lines a window may be taller than the kernel, and too tall for the words of a tile.
   const Axis *irregular = columns.is_regular() && lines.stride > 0 ? nullptr : &columns;
-  const Parts parts(columns, count_of(columns, operation.extra_column_limit(Place::kInner)), Tile::kWords);
-  const Parts extra_parts(columns, count_of(columns, operation.extra_column_limit(Place::kExtra)), Tile::kWords);
+  const Parts parts(columns, count_of(columns, operation.extra_column_limit(Place::kInner)), kTileWords<typename Tile::Word>);
+  const Parts extra_parts(columns, count_of(columns, operation.extra_column_limit(Place::kExtra)), kTileWords<typename Tile::Word>);
   const bool blended = columns.extent * static_cast<int32_t>(sizeof(typename Operation::Fold::Element)) <= int32_t{kNothingBytes};
   const bool one_part = irregular == nullptr && parts.columns() <= parts.most();
 

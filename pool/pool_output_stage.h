@@ -90,7 +90,7 @@ inline BlockAverageStep block_average_step(const OutputTerms &terms, int32_t hal
 }
 
 /// The stages below pass blocks of words on to the output: `Out` is its element, store(to, block) writes a block of them.
-/// in_registers(use) calls use(stage) with a copy that loops can keep in registers.
+/// store_line(to, words, count) a line of them, reading whole blocks. in_registers(use) calls use(stage) with a copy that loops can keep in registers.
 
 /// Words that are the output as they stand.
 template <class Word>
@@ -99,6 +99,7 @@ struct IdentityStage {
   [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const {
     std::memcpy(to, &block, sizeof block);
   }
+  void store_line(uint8_t *to, const Word *words, uint32_t count) const { std::memcpy(to, words, count * sizeof(Word)); }
   template <class Use>
   [[gnu::always_inline]] void in_registers(Use use) const {
     use(*this);
@@ -126,6 +127,17 @@ struct MapStage {
   void store(uint8_t *to, const WordBlock<Word> &block) const {
     in_registers([&](const InRegisters &stage) { stage.store(to, block); });
   }
+  template <class Word>
+  void store_line(uint8_t *to, const Word *words, uint32_t count) const {
+    in_registers([&](const InRegisters &stage) {
+      constexpr uint32_t kBlock = kWordsOfBlock<Word>;
+      uint8_t part[kBlock];
+      for (uint32_t i = 0; i < count; i += kBlock) {
+        stage.store(part, load<WordBlock<Word>>(words + i));
+        std::memcpy(to + i, part, std::min(kBlock, count - i));
+      }
+    });
+  }
 };
 
 /// 16-bit maxima whose products and rounding cannot wrap.
@@ -135,6 +147,14 @@ struct HalvesStage {
   HalvesTerms<Word> terms;
   [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const {
     store_multiplied<Out>(to, block.lanes[0], terms);
+  }
+  void store_line(uint8_t *to, const Word *words, uint32_t count) const {
+    constexpr uint32_t kBlock = kWordsOfBlock<Word>;
+    uint8_t part[kBlock * sizeof(Out)];
+    for (uint32_t i = 0; i < count; i += kBlock) {
+      store(part, load<WordBlock<Word>>(words + i));
+      std::memcpy(to + i * sizeof(Out), part, std::min(kBlock, count - i) * sizeof(Out));
+    }
   }
   template <class Use>
   [[gnu::always_inline]] void in_registers(Use use) const {
@@ -154,6 +174,10 @@ template <class OutElement, class Step>
 struct StepStage {
   using Out = OutElement;
   Step step;
+  template <class Word>
+  void store_line(uint8_t *to, const Word *words, uint32_t count) const {
+    store_words<Out>(to, words, count, step);
+  }
   /// With other divisors than the step's own.
   template <class Word>
   [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block, const Divisors<Word> &divisors) const {
@@ -181,16 +205,10 @@ struct SingleStage {
   using Out = OutElement;
   Step step;
   template <class Word>
-  void store(uint8_t *to, const WordBlock<Word> &block) const {
-    for (uint32_t i = 0; i < kWordsOfBlock<Word>; ++i) {
-      const auto *words = reinterpret_cast<const uint8_t *>(&block);
-      const auto word = static_cast<int32_t>(load<Word>(words + i * sizeof(Word)));
-      tarvu::store(to + i * sizeof(Out), clamped<Out>(step(word)));
+  void store_line(uint8_t *to, const Word *words, uint32_t count) const {
+    for (uint32_t i = 0; i < count; ++i) {
+      tarvu::store(to + i * sizeof(Out), clamped<Out>(step(static_cast<int32_t>(words[i]))));
     }
-  }
-  template <class Use>
-  void in_registers(Use use) const {
-    use(*this);
   }
 };
 

@@ -202,17 +202,44 @@ template <class Fold, uint32_t kLines>
   }
 }
 #else
-/// Loops that the compiler puts into lanes.
+/// Calls at(i, n) for blocks of n = 32, or of 16 or 8 elements where there are fewer, such that all `count` elements are covered;
+/// the last block may overlap the one before it. n is a constant, so that a loop of n elements goes into lanes without a rest.
+template <class At>
+[[gnu::always_inline]] inline void for_blocks(uint32_t count, At at) {
+  const auto cover = [=](auto n) __attribute__((always_inline)) {
+    const uint32_t last = count - n;
+    for (uint32_t i = 0; i < last; i += n) at(i, n);
+    at(last, n);
+  };
+  if (count >= 32) return cover(std::integral_constant<uint32_t, 32>{});
+  if (count >= 16) return cover(std::integral_constant<uint32_t, 16>{});
+  if (count >= 8) return cover(std::integral_constant<uint32_t, 8>{});
+  for (uint32_t i = 0; i < count; ++i) at(i, std::integral_constant<uint32_t, 1>{});
+}
+
 template <class Fold>
-inline void fold_three_columns(const uint8_t *first, const uint8_t *second, const uint8_t *third, uint32_t columns,
-                               typename Fold::Word *__restrict to) {
+[[gnu::noinline]] void fold_three_columns(const uint8_t *first, const uint8_t *second, const uint8_t *third, uint32_t columns,
+                                          typename Fold::Word *to) {
   using Element = Unaligned<typename Fold::Element>;
   const auto *a = reinterpret_cast<const Element *>(first);
   const auto *b = reinterpret_cast<const Element *>(second);
   const auto *c = reinterpret_cast<const Element *>(third);
-  for (uint32_t i = 0; i < columns; ++i) {
-    to[i] = Fold::both(Fold::both(Fold::of(a[i].value), Fold::of(b[i].value)), Fold::of(c[i].value));
-  }
+  for_blocks(columns, [=](uint32_t from, auto n) __attribute__((always_inline)) {
+    typename Fold::Word *__restrict out = to + from;
+    for (uint32_t i = 0; i < n; ++i) {
+      out[i] = Fold::both(Fold::both(Fold::of(a[from + i].value), Fold::of(b[from + i].value)), Fold::of(c[from + i].value));
+    }
+  });
+}
+template <class Fold>
+[[gnu::noinline]] void fold_two_columns(const uint8_t *first, const uint8_t *second, uint32_t columns, typename Fold::Word *to) {
+  using Element = Unaligned<typename Fold::Element>;
+  const auto *a = reinterpret_cast<const Element *>(first);
+  const auto *b = reinterpret_cast<const Element *>(second);
+  for_blocks(columns, [=](uint32_t from, auto n) __attribute__((always_inline)) {
+    typename Fold::Word *__restrict out = to + from;
+    for (uint32_t i = 0; i < n; ++i) out[i] = Fold::both(Fold::of(a[from + i].value), Fold::of(b[from + i].value));
+  });
 }
 template <class Fold, uint32_t kLines>
 inline void fold_columns_of_lines(const uint8_t *from, size_t line_bytes, uint32_t lines, uint32_t columns,
@@ -223,9 +250,8 @@ inline void fold_columns_of_lines(const uint8_t *from, size_t line_bytes, uint32
     for (uint32_t c = 0; c < columns; ++c) to[c] = Fold::of(first[c].value);
     return;
   }
-  const auto *second = reinterpret_cast<const Element *>(from + line_bytes);
   if (lines % 2 == 0) {
-    for (uint32_t c = 0; c < columns; ++c) to[c] = Fold::both(Fold::of(first[c].value), Fold::of(second[c].value));
+    fold_two_columns<Fold>(from, from + line_bytes, columns, to);
   } else {
     fold_three_columns<Fold>(from, from + line_bytes, from + 2 * line_bytes, columns, to);
   }
@@ -499,6 +525,38 @@ template <class Fold, uint32_t kStride, uint32_t kWindow>
     }
   }
   return block;
+}
+
+/// Whether windows are best folded block by block on the way to the output, or else a line of them at once.
+inline constexpr bool kFoldsInBlocks = TARVU_NEON != 0;
+
+/// to[i] = the fold of `window` words from `from + i * stride`, for `count` windows; kStride and kWindow are `stride` and `window`, or
+/// 0 for any. With a stride of 1 or 2 up to 31 more windows are read and written.
+template <class Fold, uint32_t kStride, uint32_t kWindow>
+[[gnu::noinline]] void fold_windows(const typename Fold::Word *__restrict from, uint32_t window, uint32_t stride, uint32_t count,
+                                    typename Fold::Word *__restrict to) {
+  const size_t step = kStride != 0 ? kStride : stride;
+  const uint32_t words = kWindow != 0 ? kWindow : window;
+  const auto for_all = [=](auto fold) __attribute__((always_inline)) {
+    if constexpr (kStride != 0) {
+      for (size_t at = 0; at < count; at += 32) {
+        for (size_t i = at; i < at + 32; ++i) to[i] = fold(from + i * step, to[i]);
+      }
+    } else {
+      for (size_t i = 0; i < count; ++i) to[i] = fold(from + i * step, to[i]);
+    }
+  };
+  using Word = typename Fold::Word;
+  if (words == 1) {
+    for_all([](const Word *at, Word) { return at[0]; });
+  } else if (words % 2 == 0) {
+    for_all([](const Word *at, Word) { return Fold::both(at[0], at[1]); });
+  } else {
+    for_all([](const Word *at, Word) { return Fold::both(Fold::both(at[0], at[1]), at[2]); });
+  }
+  for (size_t k = 2 + words % 2; k < words; k += 2) {
+    for_all([=](const Word *at, Word folded) { return Fold::both(folded, Fold::both(at[k], at[k + 1])); });
+  }
 }
 
 /// The greatest words of windows of two lines and two columns, side by side: a block of elements of two lines for each.

@@ -241,6 +241,38 @@ inline void with_byte_map(const uint8_t *map, Use use) {
   *to = *part;
 }
 
+/// store_block() over `count` words: exactly so many elements are written. At least 32 words are read.
+template <class Out, class Word, class Step>
+[[gnu::noinline]] void store_words(uint8_t *to, const Word *words, uint32_t count, const Step &given_step) {
+#if TARVU_NEON
+  const Step step = given_step;
+  constexpr uint32_t kBlock = kWordsOfBlock<Word>;
+  uint32_t i = 0;
+  for (; i + kBlock <= count; i += kBlock) store_block<Out>(to + i * sizeof(Out), load<WordBlock<Word>>(words + i), step);
+  if (i == count) return;
+  uint8_t part[32];
+  store_block<Out>(part, load<WordBlock<Word>>(words + i), step);
+  store_part(to + i * sizeof(Out), part, (count - i) * static_cast<uint32_t>(sizeof(Out)));
+#else
+  const Step step = given_step;
+  constexpr uint32_t kBlock = 32;
+  const auto store_at = [=](uint8_t *block_to, uint32_t from) __attribute__((always_inline)) {
+    auto *__restrict out = reinterpret_cast<Unaligned<Out> *>(block_to);
+    for (uint32_t i = 0; i < kBlock; ++i) out[i].value = clamped<Out>(step(static_cast<int32_t>(words[from + i])));
+  };
+  if (count < kBlock) {
+    uint8_t part[kBlock * sizeof(Out)];
+    store_at(part, 0);
+    std::memcpy(to, part, count * sizeof(Out));
+    return;
+  }
+  // The last block overlaps the one before it: both write the same elements there.
+  const uint32_t last = count - kBlock;
+  for (uint32_t i = 0; i < last; i += kBlock) store_at(to + i * sizeof(Out), i);
+  store_at(to + last * sizeof(Out), last);
+#endif
+}
+
 }  // namespace tarvu
 
 #endif  // TARVU_SIMD_REQUANTISE_H
