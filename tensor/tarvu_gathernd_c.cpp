@@ -119,6 +119,7 @@ void gather_slices(const Division &division, const Tables &tables, const uint8_t
   }
 }
 
+// NOLINTBEGIN(clang-analyzer-unix.Malloc,clang-analyzer-unix.MallocSizeof): the blocks stay, see Tables; slices are bytes
 template <class Element>
 _QX_RESULT gather(const _NN_GATHERND_PARM &parm, const float *indices, bool reformats) {
   const Shape in = input_shape(parm);
@@ -158,6 +159,8 @@ _QX_RESULT gather(const _NN_GATHERND_PARM &parm, const float *indices, bool refo
   }
   return QX_OK;
 }
+
+// NOLINTEND(clang-analyzer-unix.Malloc,clang-analyzer-unix.MallocSizeof)
 
 /// The index tensor as floats: as it stands if it is 32 bits wide, else converted in scratch memory.
 const float *float_indices(const _NN_GATHERND_PARM &parm) {
