@@ -179,8 +179,8 @@ class TransposedBytes {
   Rows rows_[8 / kLanes<Rows>];
 };
 
-/// The lower, and the upper, bytes of the lanes as elements of type Byte, in the form that the target subtracts fastest:
-/// as bytes or widened to 16 bits.
+/// The lower, and the upper, bytes of the lanes as elements of type Byte, in the form that the target subtracts
+/// fastest: as bytes or widened to 16 bits.
 template <class Byte>
 inline auto lower_bytes(u16x8 pairs) {
 #if TARVU_NEON

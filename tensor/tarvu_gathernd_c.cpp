@@ -31,7 +31,8 @@ Shape output_shape(const _NN_GATHERND_PARM &parm) {
 }
 
 /// The tables that a call takes from the heap.
-/// Kept: nothing is given back, on success or on failure; callers plan for the heap to grow by these blocks with each call.
+/// Kept: nothing is given back, on success or on failure; callers plan for the heap to grow by these blocks with each
+/// call.
 struct Tables {
   uint32_t *strides;  // elements that a step of each coordinate spans
   int32_t *indices;   // the index tensor as integers
@@ -119,6 +120,8 @@ void gather_slices(const Division &division, const Tables &tables, const uint8_t
   }
 }
 
+// The blocks stay, see Tables; a staging block is bytes.
+// NOLINTBEGIN(clang-analyzer-unix.Malloc,clang-analyzer-unix.MallocSizeof)
 template <class Element>
 _QX_RESULT gather(const _NN_GATHERND_PARM &parm, const float *indices, bool reformats) {
   const Shape in = input_shape(parm);
@@ -158,6 +161,8 @@ _QX_RESULT gather(const _NN_GATHERND_PARM &parm, const float *indices, bool refo
   }
   return QX_OK;
 }
+
+// NOLINTEND(clang-analyzer-unix.Malloc,clang-analyzer-unix.MallocSizeof)
 
 /// The index tensor as floats: as it stands if it is 32 bits wide, else converted in scratch memory.
 const float *float_indices(const _NN_GATHERND_PARM &parm) {

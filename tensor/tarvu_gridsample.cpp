@@ -98,8 +98,8 @@ class BlendInBlock {
             scaling_.factor(y & fraction_mask_)};
   }
 
-  /// Between two neighbours of a row. `Bytes` are eight bytes, or eight bytes widened already; `Fraction` is that of each
-  /// lane, or one for all.
+  /// Between two neighbours of a row. `Bytes` are eight bytes, or eight bytes widened already; `Fraction` is that of
+  /// each lane, or one for all.
   template <class Bytes, class Fraction>
   auto across(Bytes left, Bytes right, Fraction x_fraction) const {
     return sum(to_whole_.of_product(difference(right, left) * x_fraction), left);
@@ -156,8 +156,8 @@ struct Planes {
   uint32_t count;  // 1 to 8
 };
 
-/// What the positions of whole blocks come to, kept for all groups of channels: offsets in the image, which fit 32 bits,
-/// and the factors of Positions.
+/// What the positions of whole blocks come to, kept for all groups of channels: offsets in the image, which fit 32
+/// bits, and the factors of Positions.
 struct PlacedBlocks {
   uint32_t offsets[kPlacedBlocks * kBlock];
   u16x8 x_fractions[kPlacedBlocks];
@@ -259,8 +259,8 @@ void sample_row(const Walk &walk, const BlendInBlock &blend, bool near, const ui
 }
 
 /// One element behind the blocks: 32-bit products, rows cut to 16 bits.
-/// Kept apart from the block form: with 8 grid fraction bits, a = -128, b = 127 and fx = 255 the upper row is 126 here and
-/// -130 in a block; a scaling of -1 shifts left by 31 here and by 1 in a block.
+/// Kept apart from the block form: with 8 grid fraction bits, a = -128, b = 127 and fx = 255 the upper row is 126 here
+/// and -130 in a block; a scaling of -1 shifts left by 31 here and by 1 in a block.
 template <class Byte>
 uint8_t blend_in_tail(const Formats &formats, Corners corners, uint16_t x_fraction, uint16_t y_fraction) {
   const auto across = [&](const uint8_t *left) {
