@@ -279,10 +279,24 @@ template <class Fold, uint32_t kLines>
   const size_t last = columns - kStep;
   size_t c = 0;
   for (; c + kStep < last; c += 2 * kStep) {
-    const typename Fold::Block one = fold_at(c);
-    const typename Fold::Block two = fold_at(c + kStep);
-    Fold::keep(one, to + c);
-    Fold::keep(two, to + c + kStep);
+    const uint8_t *left = from + c * sizeof(typename Fold::Element);
+    const uint8_t *right = left + 16;
+    if constexpr (kLines == 0) {
+      // Two blocks side by side: one loop over the lines for both.
+      typename Fold::Block one = Fold::first_two(left, left + line_bytes);
+      typename Fold::Block two = Fold::first_two(right, right + line_bytes);
+      for (uint32_t l = 2; l < lines; ++l) {
+        one = Fold::more(one, left + l * line_bytes);
+        two = Fold::more(two, right + l * line_bytes);
+      }
+      Fold::keep(one, to + c);
+      Fold::keep(two, to + c + kStep);
+    } else {
+      const typename Fold::Block one = fold_at(c);
+      const typename Fold::Block two = fold_at(c + kStep);
+      Fold::keep(one, to + c);
+      Fold::keep(two, to + c + kStep);
+    }
   }
   if (c < last) Fold::keep(fold_at(c), to + c);
   // The last block overlaps the one before it: both write the same words there.
