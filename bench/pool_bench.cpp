@@ -1,5 +1,8 @@
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
 #include "bench/bench.h"
-#include "tests/reference/tarvu_pool_c_reference.h"
 #include "tests/support/formats.h"
 
 namespace bench {
@@ -23,6 +26,45 @@ struct Windows {
 
 /// Multipliers and shifts that a network would have, or those that leave a maximum as it is.
 enum class Output { kScaled, kUnchanged };
+
+/// The loop that anyone would write for these blocks: dense planes, square windows that stay below the padding, shifts to the right.
+template <class T>
+void plain_pool(const _NN_POOL_PARM &parm, int outputs) {
+  const bool global = parm.mode == kGlobalMaximum || parm.mode == kGlobalAverage;
+  const bool maximum = parm.mode == kLocalMaximum || parm.mode == kGlobalMaximum;
+  const int extent = parm.width;
+  const int kernel = global ? extent : parm.kernel_w;
+  const int stride = global ? extent : parm.stride_w;
+  const int pad = parm.pad_left;
+  const int right = parm.in_scale.scale_shift + parm.out_scale.scale_shift;
+  const int32_t round = right > 0 ? 1 << (right - 1) : 0;
+  const auto *plane = reinterpret_cast<const T *>(parm.in_addr);
+  auto *to = reinterpret_cast<T *>(parm.out_addr);
+  for (int c = 0; c < parm.channel; ++c, plane += extent * extent) {
+    for (int j = 0; j < outputs; ++j) {
+      for (int i = 0; i < outputs; ++i) {
+        const int y_begin = std::max(j * stride - pad, 0);
+        const int x_begin = std::max(i * stride - pad, 0);
+        const int y_end = std::min(j * stride - pad + kernel, extent);
+        const int x_end = std::min(i * stride - pad + kernel, extent);
+        int32_t folded = maximum ? std::numeric_limits<int32_t>::min() : 0;
+        for (int y = y_begin; y < y_end; ++y) {
+          for (int x = x_begin; x < x_end; ++x) {
+            const int32_t element = plane[y * extent + x];
+            folded = maximum ? std::max(folded, element) : folded + element;
+          }
+        }
+        int32_t value = folded * parm.in_scale.scale_value;
+        if (!maximum) {
+          const int32_t divisor = parm.non_count_pad == 0 ? kernel * kernel : (y_end - y_begin) * (x_end - x_begin);
+          value = (value + divisor / 2) / divisor;
+        }
+        value = (value * parm.out_scale.scale_value + round) >> right;
+        *to++ = static_cast<T>(std::clamp<int32_t>(value, std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
+      }
+    }
+  }
+}
 
 template <class T>
 Workload pool(const char *name, const char *variant, const Windows &windows, Output output, uint32_t non_count_pad = 0) {
@@ -54,8 +96,18 @@ Workload pool(const char *name, const char *variant, const Windows &windows, Out
     parm.pad_top = parm.pad_bottom = parm.pad_left = parm.pad_right = static_cast<uint8_t>(windows.pad);
     parm.floor_mode = 1;
     parm.non_count_pad = non_count_pad;
-    return Calls{[in, out, parm] { expect_ok(tarvu_pool_process(&parm)); },
-                 [in, out, parm] { expect_ok(reference::tarvu_pool_process(&parm)); }};
+    const std::shared_ptr<T[]> plain_out = make_buffer<T>(all_outputs);
+    _NN_POOL_PARM plain_parm = parm;
+    plain_parm.out_addr = address_of(plain_out);
+    const auto ours = [in, out, parm] { expect_ok(tarvu_pool_process(&parm)); };
+    const auto plain = [in, plain_out, plain_parm, outputs] { plain_pool<T>(plain_parm, static_cast<int>(outputs)); };
+    ours();
+    plain();
+    if (std::memcmp(out.get(), plain_out.get(), all_outputs * sizeof(T)) != 0) {
+      std::fprintf(stderr, "tarvu_bench: %s: the plain loop does other work\n", name);
+      std::exit(1);
+    }
+    return Calls{ours, plain};
   };
   return {name, variant, global ? "input" : "output", global ? inputs : all_outputs,
           std::max(inputs, all_outputs) * sizeof(T), prepare};

@@ -198,7 +198,7 @@ template <class Fold, uint32_t kStride, uint32_t kSide, bool kNarrow, class Stag
       from += band.cut_front != 0 ? 0 : line_step;  // the second line of the windows
       const auto pass_two = [&](const uint8_t *last) __attribute__((always_inline)) {
         constexpr size_t kSecond = kTileWords<Word>;
-        fold_three_lines_twice<Fold, kStride, kNarrow ? 2 : 0>(first, from, line_step, last, columns, input, input + kSecond);
+        fold_three_lines_twice<Fold, kStride, kNarrow ? 2 : 0, kSecond>(first, from, line_step, last, columns, input);
         pass(words, to);
         pass(words + kSecond, to + out_step);
       };

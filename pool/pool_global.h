@@ -8,7 +8,9 @@
 
 namespace tarvu {
 
-/// to[c] = the fold of plane c, for `planes` planes. Planes whose lines lie back to back are one run.
+constexpr uint32_t kPlanesAtOnce = 128;
+
+/// to[c] = the fold of plane c, for up to kPlanesAtOnce planes. Planes whose lines lie back to back are one run.
 template <class Fold>
 [[gnu::noinline]] void fold_planes(const _NN_POOL_PARM &parm, const uint8_t *from, uint32_t planes, typename Fold::Word *to) {
   using Word = typename Fold::Word;
@@ -17,7 +19,7 @@ template <class Fold>
   if (line_bytes == width * sizeof(typename Fold::Element) || parm.height == 1) {
     return fold_runs<Fold>(from, parm.in_channel_ofs, planes, width * parm.height, to);
   }
-  Word of_line[64];
+  Word of_line[kPlanesAtOnce];
   std::fill(to, to + planes, Fold::kIdentity);
   for (uint32_t y = 0; y < parm.height; ++y, from += line_bytes) {
     fold_runs<Fold>(from, parm.in_channel_ofs, planes, width, of_line);
@@ -30,14 +32,13 @@ template <class Fold, class Stage>
 void pool_planes(const _NN_POOL_PARM &parm, const Stage &stage) {
   using Word = typename Fold::Word;
   using Out = typename Stage::Out;
-  constexpr uint32_t kPlanes = 64;  // at once
-  Word words[kPlanes] = {};
-  uint8_t elements[kPlanes * sizeof(Out)];
+  Word words[kPlanesAtOnce] = {};
+  uint8_t elements[kPlanesAtOnce * sizeof(Out)];
   for (uint32_t b = 0; b < parm.batch; ++b) {
     const uint8_t *from = pointer<const uint8_t>(parm.in_addr) + b * size_t{parm.in_batch_ofs};
     uint8_t *to = pointer(parm.out_addr) + b * size_t{parm.out_batch_ofs};
-    for (uint32_t first = 0; first < parm.channel; first += kPlanes, to += kPlanes * size_t{parm.out_channel_ofs}) {
-      const uint32_t planes = std::min(kPlanes, parm.channel - first);
+    for (uint32_t first = 0; first < parm.channel; first += kPlanesAtOnce, to += kPlanesAtOnce * size_t{parm.out_channel_ofs}) {
+      const uint32_t planes = std::min(kPlanesAtOnce, parm.channel - first);
       fold_planes<Fold>(parm, from + first * size_t{parm.in_channel_ofs}, planes, words);
       if (parm.out_channel_ofs == sizeof(Out)) {
         stage.store_line(to, words, planes);

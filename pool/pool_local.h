@@ -146,9 +146,12 @@ Lines lines_from(const Axis &axis, uint32_t first, uint32_t line_count, bool ble
 
 /// A band of any plane: what does not depend on where the plane lies.
 struct PlannedBand {
-  uint32_t first;  ///< output line
-  Window window;   ///< of that line
-  Lines alike;
+  Band band;           ///< but for its addresses
+  size_t from_offset;  ///< bytes from the start of the input plane
+  size_t to_offset;    ///< bytes from the start of the output plane
+  uint32_t next;       ///< output line behind the band
+  Window window;       ///< of the first line
+  const Parts *parts;
 };
 
 template <class Operation>
@@ -164,45 +167,50 @@ void pool_windows(const _NN_POOL_PARM &parm, const Axis &columns, const Axis &li
   const bool one_part = irregular == nullptr && parts.columns() <= parts.most();
 
   const auto plan = [&](uint32_t first) -> PlannedBand {
-    return {first, lines.window(static_cast<int32_t>(first)), lines_from(lines, first, line_count, blended, operation)};
+    const auto index = static_cast<int32_t>(first);
+    const Window window = lines.window(index);
+    const Lines alike = lines_from(lines, first, line_count, blended, operation);
+    const auto of_first = static_cast<uint32_t>(std::max(window.end - window.begin, 0));
+    const Band band = {nullptr,
+                       parm.in_line_ofs,
+                       parm.stride_h * size_t{parm.in_line_ofs},
+                       of_first + alike.cut_front + (alike.count == 1 ? alike.cut_behind : 0),
+                       alike.cut_front,
+                       alike.cut_behind,
+                       nullptr,
+                       parm.out_line_ofs,
+                       alike.count};
+    return {band, first_line_offset(lines, index, parm.in_line_ofs), first * size_t{parm.out_line_ofs}, first + alike.count,
+            window, window.place == Place::kExtra ? &extra_parts : &parts};
   };
   constexpr uint32_t kPlanned = 4;
   PlannedBand planned[kPlanned];  // the others are planned for each plane anew
   uint32_t planned_count = 0;
   for (uint32_t first = 0; first < line_count && planned_count < kPlanned; ++planned_count) {
     planned[planned_count] = plan(first);
-    first += planned[planned_count].alike.count;
+    first = planned[planned_count].next;
   }
 
+  const auto run = [&](const PlannedBand &next, const uint8_t *plane, uint8_t *to) {
+    Band band = next.band;
+    band.from = plane + next.from_offset;
+    band.to = to + next.to_offset;
+    operation.start_lines(next.window);
+    if (one_part) {
+      tile.move_to(0);
+      operation.run(band, next.parts->whole(), tile.words());
+    } else {
+      run_in_pieces(band, *next.parts, irregular, operation, tile);
+    }
+    return next.next;
+  };
   for (uint32_t b = 0; b < parm.batch; ++b) {
-    for (uint32_t c = 0; c < parm.channel; ++c) {
-      const uint8_t *plane = pointer<const uint8_t>(parm.in_addr) + b * size_t{parm.in_batch_ofs} + c * size_t{parm.in_channel_ofs};
-      uint8_t *to = pointer(parm.out_addr) + b * size_t{parm.out_batch_ofs} + c * size_t{parm.out_channel_ofs};
+    const uint8_t *plane = pointer<const uint8_t>(parm.in_addr) + b * size_t{parm.in_batch_ofs};
+    uint8_t *to = pointer(parm.out_addr) + b * size_t{parm.out_batch_ofs};
+    for (uint32_t c = 0; c < parm.channel; ++c, plane += parm.in_channel_ofs, to += parm.out_channel_ofs) {
       uint32_t first = 0;
-      for (uint32_t i = 0; first < line_count; ++i) {
-        const PlannedBand next = i < planned_count ? planned[i] : plan(first);
-        const Lines alike = next.alike;
-        const Window window = next.window;
-        const auto of_first = static_cast<uint32_t>(std::max(window.end - window.begin, 0));
-        const Band band = {plane + first_line_offset(lines, static_cast<int32_t>(first), parm.in_line_ofs),
-                           parm.in_line_ofs,
-                           parm.stride_h * size_t{parm.in_line_ofs},
-                           of_first + alike.cut_front + (alike.count == 1 ? alike.cut_behind : 0),
-                           alike.cut_front,
-                           alike.cut_behind,
-                           to + first * size_t{parm.out_line_ofs},
-                           parm.out_line_ofs,
-                           alike.count};
-        const Parts &line_parts = window.place == Place::kExtra ? extra_parts : parts;
-        operation.start_lines(window);
-        if (one_part) {
-          tile.move_to(0);
-          operation.run(band, line_parts.whole(), tile.words());
-        } else {
-          run_in_pieces(band, line_parts, irregular, operation, tile);
-        }
-        first += alike.count;
-      }
+      for (uint32_t i = 0; i < planned_count; ++i) first = run(planned[i], plane, to);
+      while (first < line_count) first = run(plan(first), plane, to);
     }
   }
 }

@@ -279,10 +279,24 @@ template <class Fold, uint32_t kLines>
   const size_t last = columns - kStep;
   size_t c = 0;
   for (; c + kStep < last; c += 2 * kStep) {
-    const typename Fold::Block one = fold_at(c);
-    const typename Fold::Block two = fold_at(c + kStep);
-    Fold::keep(one, to + c);
-    Fold::keep(two, to + c + kStep);
+    const uint8_t *left = from + c * sizeof(typename Fold::Element);
+    const uint8_t *right = left + 16;
+    if constexpr (kLines == 0) {
+      // Two blocks side by side: one loop over the lines for both.
+      typename Fold::Block one = Fold::first_two(left, left + line_bytes);
+      typename Fold::Block two = Fold::first_two(right, right + line_bytes);
+      for (uint32_t l = 2; l < lines; ++l) {
+        one = Fold::more(one, left + l * line_bytes);
+        two = Fold::more(two, right + l * line_bytes);
+      }
+      Fold::keep(one, to + c);
+      Fold::keep(two, to + c + kStep);
+    } else {
+      const typename Fold::Block one = fold_at(c);
+      const typename Fold::Block two = fold_at(c + kStep);
+      Fold::keep(one, to + c);
+      Fold::keep(two, to + c + kStep);
+    }
   }
   if (c < last) Fold::keep(fold_at(c), to + c);
   // The last block overlaps the one before it: both write the same words there.
@@ -317,13 +331,12 @@ template <class Fold>
 #endif
 }
 
-/// The folds of three lines for two windows at once, the second one kApart lines (1 or 2) further on: of at least
-/// kColumnsOfBlock columns. The lines behind `second` are line_bytes apart but for the last one, which lies at `last` as the first
+/// The folds of three lines for two windows at once, the second one kApart lines (1 or 2) further on, to words that lie kSecond
+/// words behind those of the first one: of at least kColumnsOfBlock columns. The lines behind `second` are line_bytes apart but for the last one, which lies at `last` as the first
 /// one lies at `first`. Where kBlocks is not 0, so many blocks of columns are known to be enough.
-template <class Fold, uint32_t kApart, uint32_t kBlocks>
+template <class Fold, uint32_t kApart, uint32_t kBlocks, size_t kSecond>
 [[gnu::always_inline]] inline void fold_three_lines_twice(const uint8_t *first, const uint8_t *second, size_t line_bytes,
-                                                          const uint8_t *last, uint32_t columns, typename Fold::Word *to,
-                                                          typename Fold::Word *next_to) {
+                                                          const uint8_t *last, uint32_t columns, typename Fold::Word *to) {
   const uint8_t *third = second + line_bytes;
   const uint8_t *fourth = third + line_bytes;
 #if TARVU_NEON
@@ -332,13 +345,15 @@ template <class Fold, uint32_t kApart, uint32_t kBlocks>
     const size_t at = c * sizeof(typename Fold::Element);
     if constexpr (kApart == 1) {
       const Block shared = Fold::first_two(second + at, third + at);
-      Fold::keep(Fold::more(shared, first + at), to + c);
-      Fold::keep(Fold::more(shared, last + at), next_to + c);
+      typename Fold::Word *words = to + c;
+      Fold::keep(Fold::more(shared, first + at), words);
+      Fold::keep(Fold::more(shared, last + at), words + kSecond);
     } else {
       const Block one = Fold::more(Fold::first_two(second + at, third + at), first + at);
       const Block two = Fold::more(Fold::first_two(third + at, fourth + at), last + at);
-      Fold::keep(one, to + c);
-      Fold::keep(two, next_to + c);
+      typename Fold::Word *words = to + c;
+      Fold::keep(one, words);
+      Fold::keep(two, words + kSecond);
     }
   };
   const size_t last_block = columns - kColumnsOfBlock<Fold>;
@@ -351,9 +366,9 @@ template <class Fold, uint32_t kApart, uint32_t kBlocks>
 #else
   fold_three_columns<Fold>(first, second, third, columns, to);
   if constexpr (kApart == 1) {
-    fold_three_columns<Fold>(second, third, last, columns, next_to);
+    fold_three_columns<Fold>(second, third, last, columns, to + kSecond);
   } else {
-    fold_three_columns<Fold>(third, fourth, last, columns, next_to);
+    fold_three_columns<Fold>(third, fourth, last, columns, to + kSecond);
   }
 #endif
 }
