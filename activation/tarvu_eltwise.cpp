@@ -43,7 +43,7 @@ void combine_plane(const FloatPlane &a, const FloatPlane &b, const FloatPlane &t
     const float *from_b = b.line(y);
     float *to_line = to.line(y);
     TARVU_INDEPENDENT_ITERATIONS
-    for (uint32_t x = 0; x < width; ++x) to_line[x] = operation(from_a[x], from_b[x]);
+    for (uint32_t x = 0; x < width; ++x) store(to_line + x, operation(load<float>(from_a + x), load<float>(from_b + x)));
   }
 }
 

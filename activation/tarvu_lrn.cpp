@@ -134,8 +134,11 @@ int32_t normalise_items(const float *in, float *out, float *sums, float *squares
   const uint32_t zeros_in_front = half * plane;
   const float start = start_of_sums(lrn_k, alpha_n);
   for (uint32_t item = 0; item < num; ++item, in += item_floats, out += item_floats, sums += item_floats) {
-    for (uint32_t i = 0; i < squares_floats; ++i) squares[i] = 0.0f;
-    for (uint32_t i = 0; i < item_floats; ++i) squares[zeros_in_front + i] = in[i] * in[i];
+    for (uint32_t i = 0; i < squares_floats; ++i) store(squares + i, 0.0f);
+    for (uint32_t i = 0; i < item_floats; ++i) {
+      const auto x = load<float>(in + i);
+      store(squares + zeros_in_front + i, x * x);
+    }
     normalise<true>(item_of(in, out, start, local_size, channels, alpha_n, beta, plane, half),
                     {squares + zeros_in_front, sums});
   }

@@ -680,8 +680,8 @@ typedef struct _NN_SOFTMAX_ASYM_PARM {
 
 /// tarvu_softmax_process() for tensors with a zero point: the same, but converted by `*tofloat_1d_neon()` with
 /// `in_zero_point` and by `floatto*_1d_neon()` with `out_zero_point`. A signed 8-bit output takes `in_zero_point`
-/// instead. The unsigned conversions at the end treat blocks and tail of an item differently, see
-/// floattouint8_1d_neon().
+/// instead. The conversions at the end treat blocks and tail of an item differently, see floattouint8_1d_neon() and
+/// floattoint8_1d_neon().
 ///
 /// Float input, float output, scratch memory, axes and the batch loop are those of tarvu_softmax_process().
 /// \return as tarvu_softmax_process(); the line names tarvu_softmax_asym_process_one_batch()

@@ -3,6 +3,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -48,6 +49,25 @@ TEST(LrnKernels, ASingleChannelHoldsItsOwnSquareOnly) {
   for (Kernel *kernel : kKernels) {
     const std::vector<float> out = channels_of_one(kernel, {2.0f}, {.local_size = 5, .lrn_k = 3, .alpha_n = 2.0f});
     EXPECT_EQ(out[0], 2.0f * ::fast_Pow(11.0f, -0.75f)) << "2 * (3 / 2 + 4)";
+  }
+}
+
+TEST(LrnKernels, FloatsAtOddAddressesGiveTheSameBits) {
+  constexpr uint32_t kPlane = 39;
+  constexpr uint32_t kChannels = 4;
+  constexpr size_t kBytes = kPlane * kChannels * sizeof(float);
+  Random random = test_random(349);
+  SCOPED_TRACE(random.trace());
+  std::vector<float> in(kPlane * kChannels), out(in.size()), sums(in.size()), squares(in.size() + 2 * kPlane);
+  random.fill_floats(in.data(), in.size(), -9.0f, 9.0f);
+  std::vector<uint8_t> odd_in(kBytes + 1), odd_out(kBytes + 1), odd_sums(kBytes + 1), odd_squares(squares.size() * 4 + 1);
+  std::memcpy(odd_in.data() + 1, in.data(), kBytes);
+  const auto floats = [](std::vector<uint8_t> &bytes) { return reinterpret_cast<float *>(bytes.data() + 1); };
+  for (Kernel *kernel : kKernels) {
+    kernel(in.data(), out.data(), sums.data(), squares.data(), 1, 1, 3, kChannels, 0.5f, 0.75f, kPlane, 1, 1);
+    kernel(floats(odd_in), floats(odd_out), floats(odd_sums), floats(odd_squares), 1, 1, 3, kChannels, 0.5f, 0.75f, kPlane,
+           1, 1);
+    EXPECT_EQ(std::memcmp(odd_out.data() + 1, out.data(), kBytes), 0);
   }
 }
 
