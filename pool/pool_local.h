@@ -122,7 +122,8 @@ struct Lines {
   uint32_t cut_behind;
 };
 template <class Operation>
-Lines lines_from(const Axis &axis, uint32_t first, uint32_t line_count, bool blended, const Operation &operation) {
+Lines lines_from(const Axis &axis, uint32_t first, uint32_t line_count, bool blended, uint32_t in_line_ofs,
+                 const Operation &operation) {
   const auto window = [&](uint32_t i) { return axis.window(static_cast<int32_t>(i)); };
   const Window start = window(first);
   const int32_t lacking = axis.kernel - (start.end - start.begin);
@@ -133,6 +134,9 @@ Lines lines_from(const Axis &axis, uint32_t first, uint32_t line_count, bool ble
     if (first != 0 || axis.pad_near != 1) return {1, 0, first != 0 ? 1u : 0u};
     lines.cut_front = 1;
   }
+  // Kept: the second line starts at a 32-bit product, so a band from the first line on must not be led past 4 GiB.
+  const int64_t to_second_line = int64_t{axis.stride - axis.pad_near} * in_line_ofs;
+  if (first == 0 && (to_second_line < 0 || to_second_line > int64_t{UINT32_MAX})) return lines;
   if (first + 1 < whole && operation.alike(start, window(first + 1))) lines.count = whole - first;
   const uint32_t next = first + lines.count;
   if (!blended || axis.kernel != 3 || next < whole || next >= line_count) return lines;
@@ -169,7 +173,7 @@ void pool_windows(const _NN_POOL_PARM &parm, const Axis &columns, const Axis &li
   const auto plan = [&](uint32_t first) -> PlannedBand {
     const auto index = static_cast<int32_t>(first);
     const Window window = lines.window(index);
-    const Lines alike = lines_from(lines, first, line_count, blended, operation);
+    const Lines alike = lines_from(lines, first, line_count, blended, parm.in_line_ofs, operation);
     const auto of_first = static_cast<uint32_t>(std::max(window.end - window.begin, 0));
     const Band band = {nullptr,
                        parm.in_line_ofs,

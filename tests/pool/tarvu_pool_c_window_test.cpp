@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <cstdint>
 #include <vector>
@@ -49,6 +50,35 @@ TEST(PoolWindow, AWindowWiderThanThePaddedLineStillHasAnExtraColumnUnderTheCeilR
   EXPECT_EQ(line_of({4, 3, 2, 1}).columns(9, 3).pooled(2, 1), (Elements{4, 1}));
   EXPECT_EQ(line_of({4, 3, 2, 1}).columns(9, 3).floor_mode(1).pooled(2, 1), (Elements{4, kUntouched}));
   EXPECT_EQ(Plane(kInt8, kInt8, 1, 4, {4, 3, 2, 1}).rows(9, 3).pooled(1, 2), (Elements{4, 1}));
+}
+
+TEST(PoolWindow, TheSecondLineOfWindowsStartsAtA32BitProduct) {
+  constexpr size_t kBytes = (size_t{1} << 32) + (size_t{1} << 28);
+  void *const mapping = mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  ASSERT_NE(mapping, MAP_FAILED);
+  auto *const plane = static_cast<uint8_t *>(mapping);
+  plane[0] = 11;
+  plane[size_t{1} << 32] = 99;
+  for (const uint32_t mode : {0u, 1u}) {
+    uint8_t out[2] = {};
+    _NN_POOL_PARM parm{};
+    parm.in_addr = reinterpret_cast<uintptr_t>(plane);
+    parm.out_addr = reinterpret_cast<uintptr_t>(out);
+    parm.width = 1;
+    parm.height = 17;
+    parm.channel = parm.batch = 1;
+    parm.in_line_ofs = 0x10000000;
+    parm.out_line_ofs = 1;
+    parm.in_fmt = parm.out_fmt = {0, 8, 0, 0};
+    parm.in_scale.scale_value = parm.out_scale.scale_value = 1;
+    parm.mode = mode;
+    parm.kernel_w = parm.kernel_h = parm.stride_w = 1;
+    parm.stride_h = 16;
+    EXPECT_EQ(tarvu_pool_process(&parm), QX_OK);
+    EXPECT_EQ(out[0], 11) << mode;
+    EXPECT_EQ(out[1], 11) << mode << ": 16 lines of 2^28 bytes are no distance at all";
+  }
+  munmap(mapping, kBytes);
 }
 
 TEST(PoolWindow, AStrideOfZeroHasNoColumnBetweenTheFirstAndTheExtraOne) {
