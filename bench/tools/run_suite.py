@@ -139,7 +139,7 @@ def table(rows):
             host_checks.append((ours * float(least_share), baseline))
         insn = row.get(("ours", "insn_elem"))
         name = goal["workload"] + ("" if goal["variant"] == "default" else ", " + goal["variant"].replace("_", " "))
-        goal_insn = float(goal["goal_arm64_insn"])
+        goal_insn = None if goal["goal_arm64_insn"] is None else float(goal["goal_arm64_insn"])
         host = [plain, ours, ratio, goal_ratio(goal)]
         arm64 = [row.get(("plain", "insn_elem")), insn, goal_insn]
         cells = [name, goal["unit"], *map(number, host), verdict(host_checks), number(baseline), *map(number, arm64),
