@@ -68,14 +68,14 @@ template <class Fold, uint32_t kStride, uint32_t kSide, bool kNarrow, class Way,
       const uint8_t *first = band.cut_front != 0 ? nothing : from;
       from += band.cut_front != 0 ? 0 : line_step;  // the second line of the windows
       const auto pass_two = [&](const uint8_t *last) __attribute__((always_inline)) {
-        constexpr size_t kSecond = kTileBytes / sizeof(Word);  // tile.more
+        constexpr size_t kSecond = sizeof tile.columns / sizeof(Word);  // those of tile.more
         fold_three_lines_twice<Fold, kStride, kNarrow ? 2 : 0, kSecond>(first, from, line_step, last, columns, input);
         pass(words, to);
         pass(words + kSecond, to + out_step);
       };
       for (; n > 2; n -= 2, to += 2 * out_step) {
         pass_two(from + (kStride + 1) * line_step);
-        from += 2 * kStride * line_step;
+        from = opaque(from + 2 * kStride * line_step);
         first = from - line_step;
       }
       if (n == 2) pass_two(behind_last != nullptr ? behind_last : from + (kStride + 1) * line_step);

@@ -9,6 +9,12 @@
 namespace tarvu {
 namespace {
 
+/// A line of output comes in parts: as many windows as a tile holds.
+struct Parts {
+  uint32_t columns;  ///< output columns of the line
+  uint32_t most;     ///< windows of a part
+};
+
 /// What all lines of a call have in common.
 struct LocalPool {
   Axis columns;
@@ -28,42 +34,40 @@ struct LocalPool {
   /// with a divisor of their own.
   uint32_t first_passed = 0;
   uint32_t end_passed = 0;
+
+  bool regular = false;  ///< the windows of a line are words of a tile in regular steps
+  uint32_t line_count = 0;
+  Parts parts = {};        ///< of every line but the extra one
+  Parts extra_parts = {};  ///< of the extra line
 };
-
-/// The parts of a line of output: as many windows as a tile holds.
-struct Parts {
-  const Axis &axis;
-  uint32_t columns;  ///< output columns
-  uint32_t most;     ///< windows of a part
-};
-
-constexpr uint32_t kReadBehind = 64;  // whole blocks are folded and written
-
-Parts parts_of(const Axis &axis, uint32_t columns, uint32_t word_bytes) {
-  const uint32_t room = kTileBytes / word_bytes - kReadBehind - static_cast<uint32_t>(axis.kernel);
-  return {axis, columns, room / std::max(static_cast<uint32_t>(axis.stride), 1u) + 1};
-}
 
 /// The part whose first window is that of output column `first`.
-Part part_of(const Parts &parts, uint32_t first) {
-  const auto kernel = static_cast<uint32_t>(parts.axis.kernel);
-  const auto stride = static_cast<uint32_t>(parts.axis.stride);
-  const auto pad = static_cast<uint32_t>(parts.axis.pad_near);
+Part part_of(const Axis &axis, const Parts &parts, uint32_t first) {
+  const auto kernel = static_cast<uint32_t>(axis.kernel);
+  const auto stride = static_cast<uint32_t>(axis.stride);
+  const auto pad = static_cast<uint32_t>(axis.pad_near);
   const uint32_t count = std::min(parts.most, parts.columns - first);
   const uint32_t position = first * stride;
   const uint32_t begin = std::max(position, pad);
-  const uint32_t end =
-      std::min(position + (count - 1) * stride + kernel, pad + static_cast<uint32_t>(parts.axis.extent));
+  const uint32_t end = std::min(position + (count - 1) * stride + kernel, pad + static_cast<uint32_t>(axis.extent));
   return {kernel, stride, first, count, begin - pad, begin - position, std::max(begin, end) - begin};
 }
 
+/// Which windows of a part pass through the stage: `count` from window `first`.
+struct Passed {
+  uint32_t first;
+  uint32_t count;
+};
+
 /// A band of any plane: what does not depend on where the plane lies.
 struct PlannedBand {
-  Band band;           ///< but for its addresses
+  Band band;           ///< its addresses are those of the plane at hand
   size_t from_offset;  ///< bytes from the start of the input plane
   size_t to_offset;    ///< bytes from the start of the output plane
   uint32_t next;       ///< output line behind the band
-  bool is_extra;
+  Parts parts;
+  Part part;              ///< the first one
+  Passed passed;          ///< of the first part
   int32_t counted_lines;  ///< of an average
   OutputStage stage;
   bool has_edges;
@@ -97,11 +101,6 @@ void store_others(const LocalPool &pool, const PlannedBand &planned, const Part 
   }
 }
 
-/// Which windows of a part pass: `count` from window `first`.
-struct Passed {
-  uint32_t first;
-  uint32_t count;
-};
 Passed passed_of(const LocalPool &pool, const PlannedBand &planned, const Part &part) {
   const bool none = pool.averages ? planned.stage.divisor < 2 : planned.band.lines == 0;
   const uint32_t first = std::max(part.first, pool.first_passed);
@@ -110,33 +109,36 @@ Passed passed_of(const LocalPool &pool, const PlannedBand &planned, const Part &
   return {first - part.first, end - first};
 }
 
-/// One output line, or a part of one.
-void run_line(const LocalPool &pool, const PlannedBand &planned, const Band &line, const Part &part, Tile &tile) {
+/// Output lines of a band, or a part of each.
+void run_lines(const LocalPool &pool, const PlannedBand &planned, const Band &band, const Part &part,
+               const Passed &passed, Tile &tile) {
+  const PoolFold &fold = pool.fold;
+  const OutputStage &stage = planned.stage;
   const uint32_t out_bytes = bytes_of(pool.out);
-  const Passed passed = passed_of(pool, planned, part);
-  uint8_t *to = line.to + part.first * out_bytes;
-  if (pool.averages || passed.count != 0) {
-    pool.fold.fold_columns(line.from + part.input * pool.fold.element_bytes, line.line_step, line.lines,
-                           part.input_columns, tile.columns + part.input_at * pool.fold.word_bytes);
-    pool.fold.fold_windows(tile, part.window, part.stride, part.count);
+  for (uint32_t n = 0; n < band.count; ++n) {
+    const Band line = line_of(band, n);
+    uint8_t *to = line.to + part.first * out_bytes;
+    if (pool.averages || passed.count != 0) {
+      fold.fold_columns(line.from + part.input * fold.element_bytes, line.line_step, line.lines, part.input_columns,
+                        tile.columns + part.input_at * fold.word_bytes);
+      fold.fold_windows(tile, part.window, part.stride, part.count);
+    }
+    if (passed.first != 0) store_others(pool, planned, part, tile, 0, passed.first, to);
+    if (passed.count != 0) {
+      stage.store_line(stage, to + passed.first * out_bytes, tile.windows + passed.first * fold.word_bytes,
+                       passed.count);
+    }
+    const uint32_t behind = passed.first + passed.count;
+    if (behind != part.count) store_others(pool, planned, part, tile, behind, part.count, to);
   }
-  store_others(pool, planned, part, tile, 0, passed.first, to);
-  if (passed.count != 0) {
-    planned.stage.store_line(planned.stage, to + passed.first * out_bytes,
-                             tile.windows + passed.first * pool.fold.word_bytes, passed.count);
-  }
-  store_others(pool, planned, part, tile, passed.first + passed.count, part.count, to);
 }
 
-/// Whether the windows of a part are of a common kind and all pass, but for those in `edges`; then it runs them.
+/// Whether the windows of a part are of a common kind and all pass, but for those at the edges of a whole line; then it runs them.
 bool run_if_common(const LocalPool &pool, const PlannedBand &planned, const Band &band, const Part &part,
-                   const Edges *edges, Tile &tile) {
+                   const Passed &passed, Tile &tile) {
   if (pool.run_common == nullptr) return false;
-  if (passed_of(pool, planned, part).count == part.count)
-    edges = nullptr;
-  else if (edges == nullptr)
-    return false;
-  return pool.run_common(planned.stage, band, part, edges, tile);
+  if (passed.count == part.count) return pool.run_common(planned.stage, band, part, nullptr, tile);
+  return planned.has_edges && pool.run_common(planned.stage, band, part, &planned.edges, tile);
 }
 
 /// The tile for windows from a position of the line: all padding.
@@ -146,8 +148,8 @@ void clear_columns(const LocalPool &pool, Tile &tile) {
 }
 
 /// Where windows do not lie in regular steps: each by itself.
-void run_irregular_line(const LocalPool &pool, const PlannedBand &planned, const Band &line, uint32_t columns) {
-  for (uint32_t i = 0; i < columns; ++i) {
+void run_irregular_line(const LocalPool &pool, const PlannedBand &planned, const Band &line) {
+  for (uint32_t i = 0; i < planned.parts.columns; ++i) {
     const Window column = pool.columns.window(static_cast<int32_t>(i));
     const auto offset = static_cast<ptrdiff_t>(column.begin) * static_cast<ptrdiff_t>(pool.fold.element_bytes);
     const int32_t folded =
@@ -178,7 +180,7 @@ struct Lines {
   uint32_t cut_front;
   uint32_t cut_behind;
 };
-Lines lines_from(const LocalPool &pool, uint32_t first, uint32_t line_count, uint32_t in_line_ofs) {
+Lines lines_from(const LocalPool &pool, uint32_t first, uint32_t in_line_ofs) {
   const Axis &axis = pool.lines;
   const auto window = [&](uint32_t i) { return axis.window(static_cast<int32_t>(i)); };
   const auto alike = [&](const Window &a, const Window &b) {
@@ -200,7 +202,7 @@ Lines lines_from(const LocalPool &pool, uint32_t first, uint32_t line_count, uin
   if (first == 0 && (to_second_line < 0 || to_second_line > int64_t{UINT32_MAX})) return lines;
   if (first + 1 < whole && alike(start, window(first + 1))) lines.count = whole - first;
   const uint32_t next = first + lines.count;
-  if (!blended || next < whole || next >= line_count) return lines;
+  if (!blended || next < whole || next >= pool.line_count) return lines;
   const Window end = window(next);
   if (end.end - end.begin == 2 && end.place == Place::kInner && alike(start, end)) {
     ++lines.count;
@@ -230,10 +232,10 @@ bool set_edges(const LocalPool &pool, int32_t counted_lines, uint32_t columns, E
          set_divisors(pool, counted_lines, columns - 8, edges.last);
 }
 
-PlannedBand plan(const LocalPool &pool, const _NN_POOL_PARM &parm, uint32_t first, uint32_t line_count) {
+PlannedBand plan(const LocalPool &pool, const _NN_POOL_PARM &parm, uint32_t first) {
   const auto index = static_cast<int32_t>(first);
   const Window window = pool.lines.window(index);
-  const Lines lines = lines_from(pool, first, line_count, parm.in_line_ofs);
+  const Lines lines = lines_from(pool, first, parm.in_line_ofs);
   const auto of_first = static_cast<uint32_t>(std::max(window.end - window.begin, 0));
   PlannedBand planned = {};
   planned.band.line_step = parm.in_line_ofs;
@@ -246,39 +248,42 @@ PlannedBand plan(const LocalPool &pool, const _NN_POOL_PARM &parm, uint32_t firs
   planned.from_offset = first_line_offset(pool.lines, index, parm.in_line_ofs);
   planned.to_offset = first * size_t{parm.out_line_ofs};
   planned.next = first + lines.count;
-  planned.is_extra = window.place == Place::kExtra;
-  if (!pool.averages) {
+  planned.parts = window.place == Place::kExtra ? pool.extra_parts : pool.parts;
+  planned.part = part_of(pool.columns, planned.parts, 0);
+  if (pool.averages) {
+    planned.counted_lines = counted_lines_of(pool, window);
+    const int32_t divisor = multiply(pool.columns.kernel, planned.counted_lines);
+    planned.stage = average_stage(pool.terms, pool.sum_word, pool.out, divisor / 2, divisor);
+    planned.has_edges = pool.run_common != nullptr && divisor >= 2 && planned.parts.columns <= planned.parts.most &&
+                        set_edges(pool, planned.counted_lines, planned.parts.columns, planned.edges);
+  } else {
     planned.stage = pool.maximum;
-    return planned;
   }
-  planned.counted_lines = counted_lines_of(pool, window);
-  const int32_t divisor = multiply(pool.columns.kernel, planned.counted_lines);
-  planned.stage = average_stage(pool.terms, pool.sum_word, pool.out, divisor / 2, divisor);
-  if (pool.run_common != nullptr && divisor >= 2) {
-    planned.has_edges = set_edges(pool, planned.counted_lines, columns_in(pool, planned.is_extra), planned.edges);
-  }
+  planned.passed = passed_of(pool, planned, planned.part);
   return planned;
 }
 
 /// Kept: lines and columns in ascending order, so that of output lines that overlap the later one wins.
-void run_band(const LocalPool &pool, const PlannedBand &planned, const Parts &parts, bool regular, const Band &band,
-              Tile &tile) {
-  const bool one_part = parts.columns <= parts.most;
-  const Edges *edges = planned.has_edges ? &planned.edges : nullptr;
-  if (regular && one_part && run_if_common(pool, planned, band, part_of(parts, 0), edges, tile)) return;
+void run_band(const LocalPool &pool, PlannedBand &planned, const uint8_t *plane, uint8_t *to, Tile &tile) {
+  Band &band = planned.band;
+  band.from = plane + planned.from_offset;
+  band.to = to + planned.to_offset;
+  const Parts &parts = planned.parts;
+  if (pool.regular && parts.columns <= parts.most) {
+    if (run_if_common(pool, planned, band, planned.part, planned.passed, tile)) return;
+    return run_lines(pool, planned, band, planned.part, planned.passed, tile);
+  }
   for (uint32_t n = 0; n < band.count; ++n) {
     const Band line = line_of(band, n);
-    if (!regular) {
-      run_irregular_line(pool, planned, line, parts.columns);
+    if (!pool.regular) {
+      run_irregular_line(pool, planned, line);
       continue;
     }
     for (uint32_t first = 0; first < parts.columns; first += parts.most) {
-      const Part part = part_of(parts, first);
-      if (!one_part) {
-        clear_columns(pool, tile);
-        if (run_if_common(pool, planned, line, part, nullptr, tile)) continue;
-      }
-      run_line(pool, planned, line, part, tile);
+      const Part part = part_of(pool.columns, parts, first);
+      const Passed passed = passed_of(pool, planned, part);
+      clear_columns(pool, tile);
+      if (!run_if_common(pool, planned, line, part, passed, tile)) run_lines(pool, planned, line, part, passed, tile);
     }
   }
 }
@@ -286,36 +291,44 @@ void run_band(const LocalPool &pool, const PlannedBand &planned, const Parts &pa
 void pool_planes(const LocalPool &pool, const _NN_POOL_PARM &parm) {
   Tile tile = {};
   clear_columns(pool, tile);
-  // Without steps across the lines a window may be taller than the kernel, and too tall for the words of a tile.
-  const bool regular = pool.columns.kernel > 0 && pool.columns.is_regular() && pool.lines.stride > 0;
-  const uint32_t line_count =
-      count_of(pool.lines, pool.averages ? extra_limit(pool.lines, pool.padding_counts) : pool.lines.extent);
-  const Parts parts = parts_of(pool.columns, columns_in(pool, false), pool.fold.word_bytes);
-  const Parts extra_parts = parts_of(pool.columns, columns_in(pool, true), pool.fold.word_bytes);
-
   constexpr uint32_t kPlanned = 3;
   PlannedBand planned[kPlanned];  // the others are planned for each plane anew
   uint32_t planned_count = 0;
-  for (uint32_t first = 0; first < line_count && planned_count < kPlanned; ++planned_count) {
-    planned[planned_count] = plan(pool, parm, first, line_count);
+  for (uint32_t first = 0; first < pool.line_count && planned_count < kPlanned; ++planned_count) {
+    planned[planned_count] = plan(pool, parm, first);
     first = planned[planned_count].next;
   }
-  const auto run = [&](const PlannedBand &next, const uint8_t *plane, uint8_t *to) {
-    Band band = next.band;
-    band.from = plane + next.from_offset;
-    band.to = to + next.to_offset;
-    run_band(pool, next, next.is_extra ? extra_parts : parts, regular, band, tile);
-    return next.next;
-  };
   for (uint32_t b = 0; b < parm.batch; ++b) {
     const uint8_t *plane = pointer<const uint8_t>(parm.in_addr) + b * size_t{parm.in_batch_ofs};
     uint8_t *to = pointer(parm.out_addr) + b * size_t{parm.out_batch_ofs};
     for (uint32_t c = 0; c < parm.channel; ++c, plane += parm.in_channel_ofs, to += parm.out_channel_ofs) {
       uint32_t first = 0;
-      for (uint32_t i = 0; i < planned_count; ++i) first = run(planned[i], plane, to);
-      while (first < line_count) first = run(plan(pool, parm, first, line_count), plane, to);
+      for (uint32_t i = 0; i < planned_count; ++i) {
+        run_band(pool, planned[i], plane, to, tile);
+        first = planned[i].next;
+      }
+      while (first < pool.line_count) {
+        PlannedBand next = plan(pool, parm, first);
+        run_band(pool, next, plane, to, tile);
+        first = next.next;
+      }
     }
   }
+}
+
+/// Sets what follows from the rest, and pools.
+void pool_windows(LocalPool &pool, const _NN_POOL_PARM &parm) {
+  const Axis &columns = pool.columns;
+  // Without steps across the lines a window may be taller than the kernel, and too tall for the words of a tile.
+  pool.regular = columns.kernel > 0 && columns.is_regular() && pool.lines.stride > 0;
+  pool.line_count =
+      count_of(pool.lines, pool.averages ? extra_limit(pool.lines, pool.padding_counts) : pool.lines.extent);
+  constexpr uint32_t kReadBehind = 64;  // whole blocks are folded and written
+  const uint32_t room = kTileBytes / pool.fold.word_bytes - kReadBehind - static_cast<uint32_t>(columns.kernel);
+  const uint32_t most = room / std::max(static_cast<uint32_t>(columns.stride), 1u) + 1;
+  pool.parts = {columns_in(pool, false), most};
+  pool.extra_parts = {columns_in(pool, true), most};
+  pool_planes(pool, parm);
 }
 
 }  // namespace
@@ -333,7 +346,7 @@ void pool_local_maximum(const _NN_POOL_PARM &parm, NN_AI_IO_TYPE in, NN_AI_IO_TY
   if (columns.is_regular() && columns.kernel > 0) {
     pool.end_passed = static_cast<uint32_t>((columns.extent + columns.pad_near + columns.stride - 1) / columns.stride);
   }
-  pool_planes(pool, parm);
+  pool_windows(pool, parm);
 }
 
 void pool_local_average(const _NN_POOL_PARM &parm, NN_AI_IO_TYPE in, NN_AI_IO_TYPE out) {
@@ -355,7 +368,7 @@ void pool_local_average(const _NN_POOL_PARM &parm, NN_AI_IO_TYPE in, NN_AI_IO_TY
   pool.first_passed = is_full(0) ? 0 : 1;
   const int32_t last = columns.regular() - 1;
   pool.end_passed = static_cast<uint32_t>(last > 0 && is_full(last) ? columns.regular() : columns.whole);
-  pool_planes(pool, parm);
+  pool_windows(pool, parm);
 }
 
 }  // namespace tarvu

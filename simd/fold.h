@@ -283,9 +283,17 @@ template <class Fold>
   Fold::keep(fold_at(last), to + last);
 }
 
+/// The same address. The compiler does not know that, and so computes others from it where they are used, instead of keeping a
+/// register for each of them through a loop.
+template <class T>
+inline T *opaque(T *address) {
+  __asm__("" : "+r"(address));
+  return address;
+}
+
 /// The folds of three lines for two windows at once, the second one kApart lines (1 or 2) further on, to words that lie kSecond
-/// words behind those of the first one: of at least kColumnsOfBlock columns. The lines behind `second` are line_bytes apart but for the last one, which lies at `last` as the first
-/// one lies at `first`. Where kBlocks is not 0, so many blocks of columns are known to be enough.
+/// words behind those of the first one: of at least kColumnsOfBlock columns. The lines behind `second` are line_bytes apart but for
+/// the last one, which lies at `last` as the first one lies at `first`. Where kBlocks is 2, so many blocks of columns are enough.
 template <class Fold, uint32_t kApart, uint32_t kBlocks, size_t kSecond>
 [[gnu::always_inline]] inline void fold_three_lines_twice(const uint8_t *first, const uint8_t *second,
                                                           size_t line_bytes, const uint8_t *last, uint32_t columns,
@@ -293,28 +301,36 @@ template <class Fold, uint32_t kApart, uint32_t kBlocks, size_t kSecond>
   const uint8_t *third = second + line_bytes;
   const uint8_t *fourth = third + line_bytes;
   using Block = typename Fold::Block;
-  const auto fold_at = [=](size_t c) __attribute__((always_inline)) {
-    const size_t at = c * sizeof(typename Fold::Element);
-    if constexpr (kApart == 1) {
-      const Block shared = Fold::first_two(second + at, third + at);
-      typename Fold::Word *words = to + c;
-      Fold::keep(Fold::more(shared, first + at), words);
-      Fold::keep(Fold::more(shared, last + at), words + kSecond);
-    } else {
-      const Block one = Fold::more(Fold::first_two(second + at, third + at), first + at);
-      const Block two = Fold::more(Fold::first_two(third + at, fourth + at), last + at);
-      typename Fold::Word *words = to + c;
-      Fold::keep(one, words);
-      Fold::keep(two, words + kSecond);
+  // Some blocks side by side, all folded before any is kept: words may overlay elements, for all that the compiler knows.
+  const auto fold_at = [=](size_t c, auto blocks) __attribute__((always_inline)) {
+    constexpr size_t kStep = kColumnsOfBlock<Fold>;
+    Block one[blocks];
+    Block two[blocks];
+    for (size_t i = 0; i < blocks; ++i) {
+      const size_t at = (c + i * kStep) * sizeof(typename Fold::Element);
+      const Block middle = Fold::first_two(second + at, third + at);
+      const Block next = kApart == 1 ? middle : Fold::first_two(third + at, fourth + at);
+      one[i] = Fold::more(middle, first + at);
+      two[i] = Fold::more(next, last + at);
+    }
+    typename Fold::Word *words = to + c;
+    for (size_t i = 0; i < blocks; ++i, words += kStep) {
+      Fold::keep(one[i], words);
+      Fold::keep(two[i], words + kSecond);
     }
   };
-  const size_t last_block = columns - kColumnsOfBlock<Fold>;
+  constexpr std::integral_constant<size_t, 1> kOne;
+  constexpr std::integral_constant<size_t, kColumnsOfBlock<Fold> == 8 ? 2 : 1> kSome;
+  constexpr size_t kStep = kColumnsOfBlock<Fold>;
+  const size_t last_block = columns - kStep;
   if constexpr (kBlocks == 2) {
-    fold_at(0);
+    fold_at(0, kOne);
   } else {
-    for (size_t c = 0; c < last_block; c += kColumnsOfBlock<Fold>) fold_at(c);
+    size_t c = 0;
+    for (; c + (kSome - 1) * kStep < last_block; c += kSome * kStep) fold_at(c, kSome);
+    if (kSome != 1 && c < last_block) fold_at(c, kOne);
   }
-  fold_at(last_block);
+  fold_at(last_block, kOne);
 }
 
 /// A line of elements that change no fold.
@@ -459,7 +475,11 @@ template <class Fold>
   for (auto &lanes : block.lanes) {
     lanes = load<Lanes>(quads);
     for (const Word *at = quads + 4; at != quads + whole; at += 4) lanes = Fold::both(lanes, load<Lanes>(at));
-    for (const Word *at = from + whole; at != from + window; ++at) lanes = Fold::both(lanes, load<Lanes>(at));
+    if constexpr (Fold::kWidens) {
+      for (const Word *at = from + whole; at != from + window; ++at) lanes = Fold::both(lanes, load<Lanes>(at));
+    } else {
+      lanes = Fold::both(lanes, load<Lanes>(quads + window - 4));  // which changes no maximum where it overlaps
+    }
     from += kLanes<Lanes>;
     quads += kLanes<Lanes>;
   }
