@@ -73,12 +73,19 @@ template <class Fold, uint32_t kStride, uint32_t kSide, bool kNarrow, class Way,
         pass(words, to);
         pass(words + kSecond, to + out_step);
       };
-      for (; n > 2; n -= 2, to += 2 * out_step) {
-        pass_two(from + (kStride + 1) * line_step);
+      const auto pass_next = [&](const uint8_t *last) __attribute__((always_inline)) {
+        pass_two(last);
         from = opaque(from + 2 * kStride * line_step);
         first = from - line_step;
+        to += 2 * out_step;
+      };
+      if constexpr (sizeof(Word) == 1) {
+        // Without the decision below, which counts where so little is done for a line.
+        for (; n > 2; n -= 2) pass_next(from + (kStride + 1) * line_step);
       }
-      if (n == 2) pass_two(behind_last != nullptr ? behind_last : from + (kStride + 1) * line_step);
+      for (; n >= 2; n -= 2) {
+        pass_next(n == 2 && behind_last != nullptr ? behind_last : from + (kStride + 1) * line_step);
+      }
       if (n == 1) {
         fold_three_lines<Fold>(first, from, behind_last != nullptr ? behind_last : from + line_step, columns, input);
         pass(words, to);

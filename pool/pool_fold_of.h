@@ -40,6 +40,12 @@ int32_t fold_one_window_of(const uint8_t *from, size_t line_step, uint32_t lines
   return folded;
 }
 
+template <class Fold>
+[[gnu::noinline]] void fold_runs_of(const uint8_t *from, size_t run_bytes, uint32_t runs, size_t count,
+                                    typename Fold::Word *to) {
+  fold_runs<Fold>(from, run_bytes, runs, count, to);
+}
+
 /// Planes whose lines lie back to back are one run each.
 template <class Fold>
 void fold_planes_of(const _NN_POOL_PARM &parm, const uint8_t *from, uint32_t planes, void *words) {
@@ -47,12 +53,12 @@ void fold_planes_of(const _NN_POOL_PARM &parm, const uint8_t *from, uint32_t pla
   const size_t width = parm.width;
   const size_t line_bytes = parm.in_line_ofs;
   if (line_bytes == width * sizeof(typename Fold::Element) || parm.height == 1) {
-    return fold_runs<Fold>(from, parm.in_channel_ofs, planes, width * parm.height, to);
+    return fold_runs_of<Fold>(from, parm.in_channel_ofs, planes, width * parm.height, to);
   }
   typename Fold::Word of_line[kPlanesAtOnce];
   std::fill(to, to + planes, Fold::kIdentity);
   for (uint32_t y = 0; y < parm.height; ++y, from += line_bytes) {
-    fold_runs<Fold>(from, parm.in_channel_ofs, planes, width, of_line);
+    fold_runs_of<Fold>(from, parm.in_channel_ofs, planes, width, of_line);
     for (uint32_t p = 0; p < planes; ++p) to[p] = Fold::both(to[p], of_line[p]);
   }
 }

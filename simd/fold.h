@@ -355,14 +355,8 @@ template <class Fold>
     }
     return;
   }
-  switch (lines) {
-    case 1:
-      return fold_blocks_of_lines<Fold, 1>(from, line_bytes, lines, columns, to);
-    case 2:
-      return fold_blocks_of_lines<Fold, 2>(from, line_bytes, lines, columns, to);
-    default:
-      return fold_blocks_of_lines<Fold, 0>(from, line_bytes, lines, columns, to);
-  }
+  if (lines == 1) return fold_blocks_of_lines<Fold, 1>(from, line_bytes, lines, columns, to);
+  fold_blocks_of_lines<Fold, 0>(from, line_bytes, lines, columns, to);
 }
 
 // ---- along a line of words
