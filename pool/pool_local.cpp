@@ -186,8 +186,8 @@ Lines lines_from(const LocalPool &pool, uint32_t first, uint32_t in_line_ofs) {
   const auto alike = [&](const Window &a, const Window &b) {
     return counted_lines_of(pool, a) == counted_lines_of(pool, b);
   };
-  const bool blended =
-      pool.run_common != nullptr && axis.kernel == 3 && pool.columns.extent * pool.fold.element_bytes <= kNothingBytes;
+  const bool blended = pool.run_common != nullptr && axis.kernel == 3 &&
+                       static_cast<uint32_t>(pool.columns.extent) * pool.fold.element_bytes <= kNothingBytes;
   const Window start = window(first);
   const int32_t lacking = axis.kernel - (start.end - start.begin);
   const auto whole = static_cast<uint32_t>(axis.whole);
