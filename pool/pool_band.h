@@ -32,8 +32,8 @@ inline Band line_of(const Band &band, uint32_t i) {
   return line;
 }
 
-/// A part of every line of a band, and the tile of words that its columns are folded to. Tile positions count from the first word
-/// of the first window, padding included.
+/// A part of every line of a band, and the tile of words that its columns are folded to. Tile positions count from the first
+/// word of the first window, padding included.
 struct Part {
   uint32_t window;         ///< words of a window
   uint32_t stride;         ///< words from a window to the next one
@@ -47,7 +47,7 @@ struct Part {
 /// Not a power of two: processors that compare the lower bits of addresses would take a word of one area for one of another.
 inline constexpr uint32_t kTileBytes = 1792 + 64;
 
-/// Words in three areas. What the words are, the fold knows.
+/// Words in three areas; where a window covers padding, they are the fold of nothing. What the words are, the fold knows.
 struct Tile {
   alignas(64) unsigned char columns
       [kTileBytes];  ///< input columns folded down the lines of the windows; padding is the fold of nothing

@@ -1,7 +1,7 @@
 /// \file pool_common_windows_of.h
-/// The loops over windows of the common kinds, made of one fold of simd/fold.h and one way to the output. A way is a struct: `Out`
-/// is the output's element, store(to, block) writes a block of words, in_registers(use) calls use(way) with a copy that loops keep
-/// in registers.
+/// The loops over windows of the common kinds, made of one fold of simd/fold.h and one way to the output. A way is a struct:
+/// `Out` is the output's element, store(to, block) writes a block of words, in_registers(use) calls use(way) with a copy that
+/// loops keep in registers.
 #ifndef TARVU_POOL_POOL_COMMON_WINDOWS_OF_H
 #define TARVU_POOL_POOL_COMMON_WINDOWS_OF_H
 
@@ -12,8 +12,8 @@ namespace tarvu {
 
 struct NoEdges {};
 
-/// Windows of one line, at least a block of them, and more than one block where there are edges. Where kBlocks is not 0, so many
-/// blocks are known to be enough.
+/// Windows of one line, at least a block of them, and more than one block where there are edges. Where kBlocks is not 0, so
+/// many blocks are known to be enough.
 template <class Fold, uint32_t kStride, uint32_t kSide, uint32_t kBlocks, class Way, class EdgesOrNone>
 [[gnu::always_inline]] inline void pass_blocks(const typename Fold::Word *words, uint32_t count, const Way &way,
                                                const EdgesOrNone &edges, uint8_t *to) {
@@ -42,8 +42,8 @@ template <class Fold, uint32_t kStride, uint32_t kSide, uint32_t kBlocks, class 
   }
 }
 
-/// Windows of kSide columns and lines, kStride apart: nothing is left to be decided inside a line. Where kNarrow is set, there are at
-/// most 32 of them in a line, of at most 32 bytes.
+/// Windows of kSide columns and lines, kStride apart: nothing is left to be decided inside a line. Where kNarrow is set, there
+/// are at most 32 of them in a line, of at most 32 bytes.
 template <class Fold, uint32_t kStride, uint32_t kSide, bool kNarrow, class Way, class EdgesOrNone>
 [[gnu::noinline]] void run_square_windows(const Band &band, const Part &part, const Way &given_way,
                                           const EdgesOrNone &edges, Tile &tile) {
@@ -99,7 +99,8 @@ template <class Fold, uint32_t kStride, uint32_t kSide, bool kNarrow, class Way,
   });
 }
 
-/// Maxima of windows of two columns and two lines, side by side and wholly inside the input: straight from there. At least a block.
+/// Maxima of windows of two columns and two lines, side by side and wholly inside the input: straight from there. At least a
+/// block.
 template <class Fold, class Way>
 [[gnu::noinline]] void run_two_by_two(const Band &band, const Part &part, const Way &given_way) {
   given_way.in_registers([&](const auto &way) __attribute__((always_inline)) {
@@ -123,7 +124,8 @@ template <class Fold, class Way>
   });
 }
 
-/// Whether the windows of a part are of a common kind, at least a block of them over at least a block of columns; then it runs them.
+/// Whether the windows of a part are of a common kind, at least a block of them over at least a block of columns; then it runs
+/// them.
 template <class Fold, class Way, class EdgesOrNone>
 bool run_if_square(const Band &band, const Part &part, const Way &way, const EdgesOrNone &edges, Tile &tile) {
   constexpr uint32_t kBlock = kWordsOfBlock<typename Fold::Word>;

@@ -86,8 +86,8 @@ void store_one(const LocalPool &pool, const PlannedBand &planned, const Window &
   store_clamped(to, requantised_sum(pool.terms, folded, divisor / 2, divisor), pool.out);
 }
 
-/// Stores the windows `begin` to `end` of a part, which do not pass through the stage. Kept: an empty window is written too, as the
-/// maximum of nothing.
+/// Stores the windows `begin` to `end` of a part, which do not pass through the stage. Kept: an empty window is written too, as
+/// the maximum of nothing.
 void store_others(const LocalPool &pool, const PlannedBand &planned, const Part &part, const Tile &tile, uint32_t begin,
                   uint32_t end, uint8_t *to) {
   const uint32_t out_bytes = bytes_of(pool.out);
@@ -133,7 +133,8 @@ void run_lines(const LocalPool &pool, const PlannedBand &planned, const Band &ba
   }
 }
 
-/// Whether the windows of a part are of a common kind and all pass, but for those at the edges of a whole line; then it runs them.
+/// Whether the windows of a part are of a common kind and all pass, but for those at the edges of a whole line; then it runs
+/// them.
 bool run_if_common(const LocalPool &pool, const PlannedBand &planned, const Band &band, const Part &part,
                    const Passed &passed, Tile &tile) {
   if (pool.run_common == nullptr) return false;
@@ -173,8 +174,8 @@ int32_t counted_lines_of(const LocalPool &pool, const Window &line) {
 }
 
 /// Output lines from line `first` that make a band, and the lines that their windows lack: those whose windows lie in the plane
-/// and that count alike. Where borders are blended in (a line of nothing is long enough for the input's lines), a window of three
-/// lines may lack the first one in front and the last one behind.
+/// and that count alike. Where borders are blended in (a line of nothing is long enough for the input's lines), a window of
+/// three lines may lack the first one in front and the last one behind.
 struct Lines {
   uint32_t count;
   uint32_t cut_front;

@@ -30,8 +30,8 @@ struct OutputTerms {
 
 OutputTerms output_terms(const _NN_POOL_PARM &parm, NN_AI_IO_TYPE in, NN_AI_IO_TYPE out);
 
-/// How a line of words becomes a line of the output: a function chosen once for the words, the output's type and the arithmetic,
-/// and what it needs.
+/// How a line of words becomes a line of the output: a function chosen once for the words, the output's type and the
+/// arithmetic, and what it needs.
 struct OutputStage {
   /// Stores `count` elements; up to 32 words behind the last one are read.
   void (*store_line)(const OutputStage &stage, uint8_t *to, const void *words, uint32_t count);

@@ -68,9 +68,9 @@ struct MaximumFold {
   static void keep(Block block, Word *to) { store(to, block.words); }
 };
 
-#if TARVU_NEON
 /// The widening steps that sums are made of: a vector's lower or upper lanes alone, or added to those of another vector, or to
 /// wider lanes.
+#if TARVU_NEON
 inline u16x8 widen_low(u8x16 a) { return vmovl_u8(vget_low_u8(a)); }
 inline s16x8 widen_low(s8x16 a) { return vmovl_s8(vget_low_s8(a)); }
 inline u32x4 widen_low(u16x8 a) { return vmovl_u16(vget_low_u16(a)); }
@@ -126,7 +126,8 @@ inline Wide add_high(Wide sum, Lanes a) {
 }
 #endif
 
-/// The sum. A Word of 16 bits has the signedness of the elements, and holds at most kMostElements of them; one of 32 bits wraps.
+/// The sum. A Word of 16 bits has the signedness of the elements, and holds at most kMostElements of them; one of 32 bits
+/// wraps.
 template <class In, class SumWord>
 struct SumFold {
   using Element = In;
@@ -292,8 +293,9 @@ inline T *opaque(T *address) {
 }
 
 /// The folds of three lines for two windows at once, the second one kApart lines (1 or 2) further on, to words that lie kSecond
-/// words behind those of the first one: of at least kColumnsOfBlock columns. The lines behind `second` are line_bytes apart but for
-/// the last one, which lies at `last` as the first one lies at `first`. Where kBlocks is 2, so many blocks of columns are enough.
+/// words behind those of the first one: of at least kColumnsOfBlock columns. The lines behind `second` are line_bytes apart but
+/// for the last one, which lies at `last` as the first one lies at `first`. Where kBlocks is 2, so many blocks of columns are
+/// enough.
 template <class Fold, uint32_t kApart, uint32_t kBlocks, size_t kSecond>
 [[gnu::always_inline]] inline void fold_three_lines_twice(const uint8_t *first, const uint8_t *second,
                                                           size_t line_bytes, const uint8_t *last, uint32_t columns,
@@ -344,8 +346,8 @@ struct LineOfNothing {
 template <class Fold, size_t kBytes>
 alignas(16) inline constexpr LineOfNothing<Fold, kBytes> kLineOfNothing;
 
-/// to[c] = the fold of column c over `lines` lines, at least one, that lie `line_bytes` apart. Reads nothing but those elements,
-/// writes nothing but those words.
+/// to[c] = the fold of column c over `lines` lines, at least one, that lie `line_bytes` apart. Reads nothing but those
+/// elements, writes nothing but those words.
 template <class Fold>
 [[gnu::noinline]] void fold_lines(const uint8_t *from, size_t line_bytes, uint32_t lines, uint32_t columns,
                                   typename Fold::Word *to) {
@@ -445,8 +447,8 @@ template <class Fold, uint32_t kStride, uint32_t kWindow>
   }
 }
 
-/// to[i] = the fold of the four words from `from + i`, for at least `count` of them: whole vectors are read and written, which may
-/// be up to a vector and three words further.
+/// to[i] = the fold of the four words from `from + i`, for at least `count` of them: whole vectors are read and written, which
+/// may be up to a vector and three words further.
 template <class Fold>
 inline void fold_quads(const typename Fold::Word *from, uint32_t count, typename Fold::Word *to) {
   using Lanes = typename Fold::Lanes;

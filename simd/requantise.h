@@ -1,6 +1,6 @@
 /// \file requantise.h
-/// From words to elements: 32-bit integer steps over blocks of words, truncating division by a fixed divisor, saturating stores,
-/// and maps of bytes. A step is a function object that works on one Words at a time.
+/// From words to elements: 32-bit integer steps over blocks of words, truncating division by a fixed divisor, saturating
+/// stores, and maps of bytes. A step is a function object that works on one Words at a time.
 #ifndef TARVU_SIMD_REQUANTISE_H
 #define TARVU_SIMD_REQUANTISE_H
 
@@ -30,9 +30,9 @@ constexpr int32_t multiply_add(int32_t a, int32_t b, int32_t c) { return add(mul
 ///
 ///     E is the even number with 0 < E * d - 2^(32 + s) <= 2 * d <= 2^(s + 1)
 ///
-/// Then n * E / 2^(32 + s) exceeds n / d by n * (E * d - 2^(32 + s)) / (d * 2^(32 + s)): for n from 0 by less than 1 / d, so its
-/// floor is that of n / d; for negative n it lies below n / d by more than 0 and at most 1 / d, so its floor is one less than
-/// n / d rounded toward zero.
+/// Then n * E / 2^(32 + s) exceeds n / d by n * (E * d - 2^(32 + s)) / (d * 2^(32 + s)): for n from 0 by less than 1 / d, so
+/// its floor is that of n / d; for negative n it lies below n / d by more than 0 and at most 1 / d, so its floor is one less
+/// than n / d rounded toward zero.
 template <class V>
 struct Reciprocal {
   V multiplier;
@@ -228,7 +228,8 @@ struct BytesTerms {
 inline BytesTerms bytes_terms(int32_t multiplier, int32_t right) {
   return {fill<s16x8>(static_cast<int16_t>(multiplier)), _mm_cvtsi32_si128(right - 7)};
 }
-/// The multiplication takes the upper half of 2 * x * y, rounded: with a byte in the upper half of x, shifted down, that is all.
+/// The multiplication takes the upper half of 2 * x * y, rounded: with a byte in the upper half of x, shifted down, that is
+/// all.
 inline __m128i multiply_halves(u16x8 x, const BytesTerms &terms, bool is_signed) {
   const auto lanes = std::bit_cast<__m128i>(x);
   return _mm_mulhrs_epi16(is_signed ? _mm_sra_epi16(lanes, terms.down) : _mm_srl_epi16(lanes, terms.down),
@@ -305,8 +306,8 @@ inline void with_byte_map(const uint8_t *map, Use use) {
   *to = *part;
 }
 
-/// Calls store_at(to, i) for blocks of kBlock elements from index i such that `count` elements are written and no more. At least a
-/// block of words is to be read from any index.
+/// Calls store_at(to, i) for blocks of kBlock elements from index i such that `count` elements are written and no more. At
+/// least a block of words is to be read from any index.
 template <uint32_t kBlock, uint32_t kBytes, class StoreAt>
 [[gnu::always_inline]] inline void store_in_blocks(uint8_t *to, uint32_t count, const StoreAt &store_at) {
   if (count < kBlock) {
