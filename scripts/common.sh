@@ -23,6 +23,9 @@ example_tools="
 test_tools="
   python3 python3
   /usr/src/googletest/CMakeLists.txt googletest
+  make make
+  pkg-config pkg-config
+  dpkg-deb dpkg
 "
 
 say() {
