@@ -26,6 +26,7 @@ test_tools="
   make make
   pkg-config pkg-config
   dpkg-deb dpkg
+  abidiff abigail-tools
 "
 
 say() {
