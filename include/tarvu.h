@@ -10,7 +10,8 @@
 ///   fastest; axes are numbered the other way: 0 batch, 1 channel, 2 height, 3 width. Offsets are bytes, so lines may be padded.
 /// - A stored integer x stands for `x * 2^-frac_bits * scale`. Elements are little-endian.
 /// - Scratch memory is taken from `work_buffer` upwards in multiples of 4 bytes, from its start in every call. There is no limit
-///   check: the byte counts below are what the caller must provide.
+///   check: the byte counts below are what the caller must provide. What it holds after a call is unspecified; only the work
+///   area of LSTM and the decoded boxes of detection output are told.
 /// - A reported failure prints one line on standard output with `printf` and returns a negative code. What is not told as a
 ///   failure passes in silence.
 #ifndef TARVU_H
@@ -18,6 +19,7 @@
 
 #include <stdint.h>
 
+/// Marks what the library exports.
 #if defined(__GNUC__)
 #define TARVU_API __attribute__((visibility("default")))
 #else
@@ -32,12 +34,14 @@ extern "C" {
 // Shared records, type codes and result codes
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup records Shared records, type codes and result codes
+/// \{
+
 /// Number format of a tensor. The element width in bits is `frac_bits + int_bits + sign_bits`; legal sums are 8, 16 and 32.
 typedef struct _NN_FMT {
-  int8_t frac_bits;  ///< fraction bits: one stored unit is worth 2^-frac_bits; may be negative
-  int8_t int_bits;   ///< integer bits
-  int8_t
-      sign_bits;  ///< 1 signed, 0 unsigned; any other value is signed to the type queries and unknown to the conversions
+  int8_t frac_bits;      ///< fraction bits: one stored unit is worth 2^-frac_bits; may be negative
+  int8_t int_bits;       ///< integer bits
+  int8_t sign_bits;      ///< 1 signed, 0 unsigned; any other: signed to the type queries, unknown to the conversions
   uint8_t fmt_reserved;  ///< no meaning; Permute alone compares it, together with the other three bytes
 } _NN_FMT;
 
@@ -62,6 +66,7 @@ typedef enum NN_AI_IO_TYPE {
 /// Result code of an operator: one of the `QX_` values.
 typedef int32_t _QX_RESULT;
 
+/// Result codes.
 enum {
   QX_OK = 0,                ///< success, also for an empty tensor
   QX_ERR_UNSUPPORTED = -1,  ///< element type, axis, mode, order or other selector that no kernel handles
@@ -70,9 +75,14 @@ enum {
   QX_ERR_NO_MEMORY = -37    ///< heap allocation failed; Gather ND only
 };
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Queries and frame
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup frame Queries and frame
+/// \{
 
 /// Returns the constant text "02.19.2406110", the version of the operator set.
 TARVU_API const char *prebuilt_ai_get_lib_version(void);
@@ -97,9 +107,14 @@ TARVU_API NN_AI_IO_TYPE tarvu_get_gather_fmt_type(const _NN_FMT *fmt);
 /// The same function as tarvu_get_gather_fmt_type(), under the name that Gather element uses.
 TARVU_API NN_AI_IO_TYPE tarvu_get_gatherelement_fmt_type(const _NN_FMT *fmt);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Fixed-point re-formatting
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup reformat Fixed-point re-formatting
+/// \{
 
 /// Moves `count` integer elements from one format to another: a power-of-two re-scaling by the difference of the `frac_bits`
 /// and a change of width with saturation. Never rounds to nearest: a right shift drops bits (towards minus infinity for a
@@ -124,9 +139,14 @@ TARVU_API NN_AI_IO_TYPE tarvu_get_gatherelement_fmt_type(const _NN_FMT *fmt);
 TARVU_API void tarvu_convert_fmt_c(const void *source, void *destination, uint32_t count, const _NN_FMT *in_fmt,
                                    const _NN_FMT *out_fmt, const _NN_SCALE *in_scale, const _NN_SCALE *out_scale);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Flat conversion between integers and floats
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup flat_conversion Flat conversion between integers and floats
+/// \{
 
 /// Float to unsigned 32-bit: y = (x + b) * m as one addition and one multiplication, each rounded, never fused; then y
 /// is clamped and converted towards zero. Below 0.0 gives 0, above 4294967296.0 gives 4294967295, NaN gives 0.
@@ -218,9 +238,14 @@ TARVU_API void permute_data_in(const uint8_t *source, uint8_t *destination, uint
 /// Interleaves planes of bytes, the inverse of permute_data_in(): `destination[j * lanes + i] = source[i * q + j]`.
 TARVU_API void permute_data_out(const uint8_t *source, uint8_t *destination, uint32_t lanes, uint32_t total_bytes);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Rounded conversion of floats to integers
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup rounded_conversion Rounded conversion of floats to integers
+/// \{
 
 /// Float to unsigned 32-bit by a chosen rounding: y = m * x, clamped to [0.0, 4294967296.0], rounded by the code,
 /// converted towards zero with saturation and stored. NaN gives 0.
@@ -288,9 +313,14 @@ TARVU_API void floattouint8_rnd_neon(const float *source, uint8_t *destination, 
 TARVU_API void floattoint8_rnd_neon(const float *source, int8_t *destination, int16_t frac_bits, uint32_t count,
                                     uint32_t rounding_code, float scale);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Zero-point conversion of flat runs
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup zero_point_runs Zero-point conversion of flat runs
+/// \{
 
 /// Unsigned 8-bit to float: the element less `zero_point`, as a wrapping signed 32-bit difference, converted to float,
 /// times m. An element below the zero point gives a negative float. m is that of uint32tofloat_neon().
@@ -349,15 +379,20 @@ TARVU_API void floattouint16_1d_neon(const float *source, uint16_t *destination,
 TARVU_API void floattoint16_1d_neon(const float *source, int16_t *destination, uint32_t count, int16_t frac_bits,
                                     int32_t zero_point, float scale);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Zero-point conversion of tensors of up to six dimensions
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup zero_point_tensors Zero-point conversion of tensors of up to six dimensions
+/// \{
+
 /// Unsigned 8-bit to float for each line of a tensor, the elements as in uint8tofloat_1d_neon().
 ///
-/// Lines run along dimension 0 and are dense. For every position (i1, .. i5) one line starts at element `i1 * stride[1]
-/// + .. + i5 * stride[5]` of the source and at the same element of the destination; lines are walked in ascending
-/// order, dimension 5 outermost. An extent of 0 writes nothing.
+/// Lines run along dimension 0 and are dense. For every position (i1, .. i5) one line starts at element
+/// `i1 * stride[1] + .. + i5 * stride[5]` of the source and at the same element of the destination; lines are walked in
+/// ascending order, dimension 5 outermost. An extent of 0 writes nothing.
 ///
 /// A line is converted in whole blocks of 8 elements (16 for the 16-bit types) and a tail of the rest, but a line
 /// shorter than one block is converted as one whole block: up to 7 (15) elements past such a line are read and written,
@@ -405,9 +440,14 @@ TARVU_API void floattouint16_nd_neon(const float *source, uint16_t *destination,
 TARVU_API void floattoint16_nd_neon(const float *source, int16_t *destination, const uint32_t *shape,
                                     const uint32_t *stride, int16_t frac_bits, int32_t zero_point, float scale);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Conversion by format and scale
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup conversion_by_format Conversion by format and scale
+/// \{
 
 /// Integers to floats by the kernel of the format: `sign_bits` 0 or 1 and a width (sum of the three bytes, in 32 bits)
 /// of 8 or 16 choose uint8tofloat_neon(), uint16tofloat_neon(), int8tofloat_neon() or int16tofloat_neon(). Any other
@@ -455,9 +495,14 @@ TARVU_API void tarvu_floattofix_nd_neon(const float *source, void *destination, 
                                         const uint32_t *stride, const _NN_FMT *fmt, const _NN_SCALE *scale,
                                         int32_t zero_point);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // PReLU
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup prelu PReLU
+/// \{
 
 /// Parameter block of tarvu_prelu_process(). Tensors are dense, width varying fastest.
 typedef struct _NN_PRELU_PARM {
@@ -528,9 +573,14 @@ TARVU_API int32_t tarvu_prelu_c_func_int8(const int8_t *in, const int8_t *weight
 TARVU_API int32_t tarvu_prelu_c_func_int16(const int16_t *in, const int8_t *weights, int16_t *out, uint32_t modulus,
                                            int8_t shift, int32_t count, int32_t divisor_a, uint32_t divisor_b);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Softmax
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup softmax Softmax
+/// \{
 
 /// Parameter block of the softmax functions. Within a batch item tensors are dense: `channel` planes of `height` lines
 /// of `width` elements.
@@ -649,9 +699,14 @@ TARVU_API int32_t dataTransform_u16tofloat(const int16_t *in, float *out, int8_t
 /// \return 0; -1 if the file cannot be opened for writing
 TARVU_API int32_t write_file(const char *path, const float *values, int32_t count);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Softmax with zero points
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup softmax_zero_point Softmax with zero points
+/// \{
 
 /// Parameter block of the softmax functions with zero points.
 typedef struct _NN_SOFTMAX_ASYM_PARM {
@@ -707,9 +762,14 @@ TARVU_API void tarvu_softmax_asym_axis3_4vec(const float *in, float *out, const 
 /// The same as tarvu_softmax_axisn_1dim_vec(), bit for bit.
 TARVU_API void tarvu_softmax_asym_axisn_1dim_vec(const float *in, float *out, const _NN_SOFTMAX_ASYM_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Softmax by table
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup softmax_table Softmax by table
+/// \{
 
 /// Numerator of a softmax in integers: for each of `batch` dense runs of `channel` signed 16-bit elements,
 /// `out = round(16384 * exp(x - max))`, with x and max brought to 6 fraction bits. No sum is formed: the largest
@@ -748,9 +808,14 @@ TARVU_API _QX_RESULT vendor_submax_s16(const int16_t *in, int16_t *out, uint32_t
 ///         "\033[1;31mERR:vendor_ais_checkparm() channel should be positive, but input is 0\r\n\033[0m"
 TARVU_API int32_t vendor_ais_checkparm(const _NN_SOFTMAX_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // LRN
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup lrn LRN
+/// \{
 
 /// Parameter block of tarvu_lrn_process(). Within a batch item tensors are dense.
 typedef struct _NN_LRN_PARM {
@@ -840,9 +905,14 @@ TARVU_API int32_t tarvu_lrn_c_func(const float *in, float *out, float *sums, flo
 /// fast_Pow(1.0f, -0.75f) is 0.949265.
 TARVU_API float fast_Pow(float x, float p);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Norm
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup norm Norm
+/// \{
 
 /// Parameter block of tarvu_norm_process(). A batch item is dense: `channel` planes of `width * height` elements,
 /// width fastest.
@@ -898,9 +968,14 @@ typedef struct _NN_NORM_PARM {
 /// \return QX_OK
 TARVU_API _QX_RESULT tarvu_norm_process(const _NN_NORM_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Layer normalisation
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup layernorm Layer normalisation
+/// \{
 
 /// Address that marks an absent gamma or beta array of _NN_LAYERNORM_PARM: thirty-six one bits. Null does not.
 #define TARVU_LAYERNORM_ABSENT UINT64_C(0xFFFFFFFFF)
@@ -975,9 +1050,14 @@ TARVU_API _QX_RESULT tarvu_layernorm_process(_NN_LAYERNORM_PARM *parm);
 /// \return QX_OK
 TARVU_API _QX_RESULT tarvu_layernorm_process_neon(_NN_LAYERNORM_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Eltwise
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup eltwise Eltwise
+/// \{
 
 /// Parameter block of tarvu_eltwise_process(). Three tensors of one shape. A fixed-point plane is dense, its line
 /// offset is not read; the lines of a float tensor (32 bits) lie at its line offset, which may be 0 to use one line
@@ -1027,9 +1107,14 @@ typedef struct _NN_ELTWISE_PARM {
 ///         a call and whatever the extents, and then gives the weighted sum
 TARVU_API _QX_RESULT tarvu_eltwise_process(const _NN_ELTWISE_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // LSTM
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup lstm LSTM
+/// \{
 
 /// Parameter block of tarvu_lstm_process() and lstm_process_c(). With T = `batch` time steps, N = `channel` parallel
 /// sequences, I = `width * height` input values and D = `hidden_size` hidden units; all sizes are 32-bit products.
@@ -1095,9 +1180,14 @@ TARVU_API void lstm_process_c(const _NN_LSTM_PARM *parm);
 /// `1 / (exp(-x) + 1)`: computed in double with the mathematics library's `exp` and rounded to float.
 TARVU_API float sigmoid(float x);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Fully-connected post-processing
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup fc_post Fully-connected post-processing
+/// \{
 
 /// Parameter block of tarvu_fc_post_process(). The three _NN_SCALE are integer multipliers with right shifts, not
 /// scales.
@@ -1146,9 +1236,14 @@ typedef struct _NN_FC_POST_PARM {
 /// \return QX_OK
 TARVU_API _QX_RESULT tarvu_fc_post_process(const _NN_FC_POST_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Prior boxes
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup priorbox Prior boxes
+/// \{
 
 /// Parameter block of tarvu_priorbox_process().
 typedef struct _NN_PRIORBOX_PARM {
@@ -1247,9 +1342,14 @@ TARVU_API _QX_RESULT tarvu_priorbox_neon_func(const _NN_PRIORBOX_WORK *work, flo
 /// clamp makes every NaN 0.0.
 TARVU_API _QX_RESULT tarvu_priorbox_c_func(const _NN_PRIORBOX_WORK *work, float *const regions[2]);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Detection output
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup detection_output Detection output
+/// \{
 
 /// Sort record of quick_sort() and nonmax_suppress(): the score and the address of a box of four floats.
 typedef struct _NN_DETOUT_RECORD {
@@ -1333,9 +1433,13 @@ TARVU_API _QX_RESULT tarvu_detout_process(const _NN_DETOUT_PARM *parm);
 /// else 0.0 if it is not above 0.0 (NaN becomes 0.0).
 /// \param prior_bboxes `num_priors` records of five floats, four read
 /// \param prior_variances `num_priors` records of four floats
+/// \param code_type see above
 /// \param variance_encoded_in_target not 0: the factors v[n] are left out
+/// \param clip_bbox see above
 /// \param loc `num_loc_classes * num_priors` records of five floats, four read
 /// \param decoded `num_loc_classes * num_priors` records of five floats, four written; overlaps none of the others
+/// \param num_priors priors; below 1 does nothing
+/// \param num_loc_classes location sets; below 1 does nothing
 TARVU_API void DecodeBBoxes(const float *prior_bboxes, const float *prior_variances, int32_t code_type,
                             int32_t variance_encoded_in_target, int32_t clip_bbox, const float *loc, float *decoded,
                             int32_t num_priors, int32_t num_loc_classes);
@@ -1350,6 +1454,8 @@ TARVU_API void DecodeBBoxes(const float *prior_bboxes, const float *prior_varian
 /// The stack needed grows with the logarithm of the count. A NaN score has no place in this order: the call does not
 /// return.
 /// \param records `_NN_DETOUT_RECORD` records, aligned to 4 bytes or more
+/// \param left index of the first record
+/// \param right index of the last record; below `left` nothing is done
 TARVU_API void quick_sort(void *records, int32_t left, int32_t right);
 
 /// Areas of boxes: `state[2*i] = (ymax - ymin) * (xmax - xmin)`, negative where one pair of edges is swapped. Works in
@@ -1399,9 +1505,14 @@ TARVU_API int32_t check_overlap(const float *boxes, float *state, int32_t count,
 TARVU_API int32_t nonmax_suppress(void *records, float *boxes, float *state, int32_t count, int32_t reserved,
                                   int32_t top_k, float threshold);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Standalone non-maximum suppression
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup nms Standalone non-maximum suppression
+/// \{
 
 /// Scored box of the standalone suppression.
 typedef struct _NN_NMS_OBJ {
@@ -1450,9 +1561,14 @@ TARVU_API int32_t nms_process_c(_NN_NMS_OBJ *objs, int32_t obj_num, int32_t max_
 /// whole records. The stack needed grows with the logarithm of the count. With a NaN score the call does not return.
 TARVU_API void q_sort(_NN_NMS_OBJ *objs, int32_t left, int32_t right);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Pooling
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup pooling Pooling
+/// \{
 
 /// Parameter block of tarvu_pool_process().
 typedef struct _NN_POOL_PARM {
@@ -1556,9 +1672,14 @@ typedef struct _NN_POOL_PARM {
 ///         "\033[1;31mERR:vendor_ai_pool_mode() unsupported pooling mode %d\r\n\033[0m" with `mode`, if not 0 to 3
 TARVU_API _QX_RESULT tarvu_pool_process(const _NN_POOL_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Reverse
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup reverse Reverse
+/// \{
 
 /// Parameter block of tarvu_reverse_process().
 typedef struct _NN_REVERSE_PARM {
@@ -1597,9 +1718,14 @@ typedef struct _NN_REVERSE_PARM {
 ///         "\033[1;31mERR:tarvu_reverse_process() unsupported input type %d\r\n\033[0m" with the type code
 TARVU_API _QX_RESULT tarvu_reverse_process(const _NN_REVERSE_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Permute
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup permute Permute
+/// \{
 
 /// Parameter block of tarvu_permute_process(). It carries no output shape: the output's layout is its offsets and the order.
 typedef struct _NN_PERMUTE_PARM {
@@ -1637,9 +1763,14 @@ typedef struct _NN_PERMUTE_PARM {
 ///         "\033[1;31mERR:tarvu_permute_process() unsupported output type %d\r\n\033[0m" with the type code
 TARVU_API _QX_RESULT tarvu_permute_process(const _NN_PERMUTE_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Top-K
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup topk Top-K
+/// \{
 
 /// Parameter block of tarvu_topk_process(). The input is dense and has no offsets.
 typedef struct _NN_TOPK_PARM {
@@ -1694,9 +1825,14 @@ typedef struct _NN_TOPK_PARM {
 ///           its value
 TARVU_API _QX_RESULT tarvu_topk_process(const _NN_TOPK_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Gather
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup gather Gather
+/// \{
 
 /// Parameter block of tarvu_gather_process(). Ranks are read from the extents: an absent dimension has extent 0.
 typedef struct _NN_GATHER_PARM {
@@ -1767,9 +1903,14 @@ typedef struct _NN_GATHER_PARM {
 ///           "\033[1;31mERR:tarvu_gather_process() unsupported ind type %d\r\n\033[0m" with the gather type code
 TARVU_API _QX_RESULT tarvu_gather_process(const _NN_GATHER_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Gather ND
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup gathernd Gather ND
+/// \{
 
 /// Parameter block of tarvu_gathernd_process(). All tensors are dense; a dimension that a tensor lacks has extent 0.
 typedef struct _NN_GATHERND_PARM {
@@ -1813,8 +1954,9 @@ TARVU_API uint32_t size_from_dimension(const uint32_t *dims, uint32_t n);
 /// \param dims shape of four entries, slowest dimension first; `dims[3]` is not looked at
 TARVU_API uint32_t chk_input_offset(const uint32_t *dims);
 
-/// Copies slices of the input addressed by tuples of coordinates:
-/// `out[t] = in[batch of t, index[t][0], .. index[t][K-1]]`, with K = `ind_width`.
+/// Copies slices of the input addressed by tuples of coordinates. With K = `ind_width`:
+///
+///     out[t] = in[batch of t, index[t][0], .. index[t][K-1]]
 ///
 /// Extents of 0 are skipped in every product. The input's shape, slowest first and without its leading empty places, is
 /// `batch_dims` shared dimensions, then K dimensions that the coordinates address, then the slice (one element if
@@ -1844,9 +1986,14 @@ TARVU_API uint32_t chk_input_offset(const uint32_t *dims);
 ///         before stay allocated
 TARVU_API _QX_RESULT tarvu_gathernd_process(const _NN_GATHERND_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Gather element
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup gatherelement Gather element
+/// \{
 
 /// Parameter block of tarvu_gatherelement_process(). The rank is read from the input's extents: an absent dimension has
 /// extent 0.
@@ -1911,9 +2058,14 @@ typedef struct _NN_GATHERELEMENT_PARM {
 ///           "\033[1;31mERR:tarvu_gatherelement_process() unsupported ind type %d\r\n\033[0m" with the gather type code
 TARVU_API _QX_RESULT tarvu_gatherelement_process(const _NN_GATHERELEMENT_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // One-hot
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup onehot One-hot
+/// \{
 
 /// Parameter block of tarvu_onehot_process().
 typedef struct _NN_ONEHOT_PARM {
@@ -1961,9 +2113,14 @@ typedef struct _NN_ONEHOT_PARM {
 ///         - `axis` outside 0 to 3, after the plain line "not supported axis = %d\n"
 TARVU_API _QX_RESULT tarvu_onehot_process(const _NN_ONEHOT_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Grid sample
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup gridsample Grid sample
+/// \{
 
 /// Parameter block of tarvu_gridsample_process(). Shapes stand fastest dimension first; all tensors are dense.
 ///
@@ -2032,6 +2189,8 @@ typedef struct _NN_GRIDSAMPLE_PARM {
 ///           %dx%dx%dx%d, output %dx%dx%dx%d, grid %dx%dx%dx%d\r\n\033[0m" (one line), each shape with its slowest
 ///           dimension first
 TARVU_API _QX_RESULT tarvu_gridsample_process(const _NN_GRIDSAMPLE_PARM *parm);
+
+/// \}
 
 #ifdef __cplusplus
 }

@@ -27,6 +27,7 @@ test_tools="
   pkg-config pkg-config
   dpkg-deb dpkg
   abidiff abigail-tools
+  doxygen doxygen
 "
 
 say() {
