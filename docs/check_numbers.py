@@ -13,7 +13,7 @@ import interface
 
 WIDTHS = {8: "b", 16: "h", 32: "i"}
 JUST_BELOW_HALF = struct.unpack("<f", struct.pack("<I", 0x3EFFFFFF))[0]
-GUARD = 64
+GUARD = 4096
 
 
 def numbers(text):
