@@ -74,6 +74,18 @@ def check_stripped(arguments, library):
     print(f"{library}: stripped, {os.path.getsize(library)} bytes")
 
 
+def check_readme(arguments, library):
+    """The size that the README tells is right within a tenth."""
+    with open(arguments.readme, encoding="ascii") as file:
+        told = re.search(r"takes (\d\.\d) MB for arm64 and (\d\.\d) MB for x86-64", " ".join(file.read().split()))
+    if not told:
+        raise Finding(f"{arguments.readme} tells no size of the library")
+    megabytes = float(told[{"arm64": 1, "amd64": 2}[arguments.architecture]])
+    size = os.path.getsize(library)
+    if abs(size / 1e6 - megabytes) > megabytes / 10:
+        raise Finding(f"{library} has {size} bytes, the README says {megabytes} MB")
+
+
 def installed_tree(arguments):
     return os.path.join(arguments.scratch, "moved", "tree")
 
@@ -84,7 +96,9 @@ def check_tree(arguments):
     run([arguments.cmake, "--install", arguments.build, "--prefix", first, "--strip"])
     runtime, development = wanted_files(arguments, arguments.libdir)
     expect_equal("files", without_build_type(listing(first), arguments.libdir), runtime | development)
-    check_stripped(arguments, os.path.join(first, arguments.libdir, f"libtarvu.so.{arguments.version}"))
+    library = os.path.join(first, arguments.libdir, f"libtarvu.so.{arguments.version}")
+    check_stripped(arguments, library)
+    check_readme(arguments, library)
     with open(arguments.header, "rb") as ours, open(os.path.join(first, "include/tarvu.h"), "rb") as theirs:
         expect_equal("the header is the repository's", ours.read() == theirs.read(), True)
     for folder, _, names in os.walk(first):
@@ -197,7 +211,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("check", choices=sorted(CHECKS))
     for option in ("cmake", "cpack", "make", "pkg-config", "dpkg-deb", "readelf", "compiler", "build", "sources", "header",
-                   "scratch", "libdir", "version", "system", "architecture", "triplet"):
+                   "readme", "scratch", "libdir", "version", "system", "architecture", "triplet"):
         parser.add_argument("--" + option, required=True)
     parser.add_argument("--emulator", default="", help="command that runs the programs, if this machine cannot")
     arguments = parser.parse_args()
