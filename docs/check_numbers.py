@@ -179,6 +179,16 @@ def check_layout(library, _, row, settings):
     return row[:4] + [str(dense[((b * channel + c) * height + y) * width + x])]
 
 
+def check_picture(library, path, settings):
+    """The picture's numbers are the bytes of the first item's elements."""
+    dense, (width, height, channel, _) = layout_bytes(library, settings)
+    shown = [int(number) for number in re.findall(r">(\d+)</text>", interface.read(path))]
+    if shown != list(dense[:width * height * channel]):
+        print(f"{path}: {shown} should be {list(dense[:width * height * channel])}")
+        return 1
+    return 0
+
+
 def dense_block(library, record, values, element_bytes=1, **fields):
     """A block of a float-computing operator over a dense tensor of 8-bit elements."""
     shape = {name: values[name] for name in ("width", "height", "channel", "batch") if name in values}
@@ -333,6 +343,8 @@ def main():
     for path in sorted(glob.glob(os.path.join(arguments.pages, "*.md"))):
         for kind, settings, titles, table in interface.tables(interface.read(path)):
             kinds.add(kind)
+            if kind == "layout":
+                wrong += check_picture(library, os.path.join(arguments.pages, "layout.svg"), settings)
             for row in table:
                 found = CHECKS[kind](library, titles, row, *([settings] if settings else []))
                 rows += 1
