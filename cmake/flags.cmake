@@ -36,6 +36,11 @@ if(NOT TARVU_INSTRUMENTED)
   target_compile_options(tarvu_product_code INTERFACE -fno-builtin-printf)
 endif()
 
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT TARVU_INSTRUMENTED)
+  # Beside each object a list of its functions' frames; a test reads it.
+  target_compile_options(tarvu_product_code INTERFACE -fstack-usage)
+endif()
+
 add_library(tarvu_warnings INTERFACE)
 target_compile_options(tarvu_warnings INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wundef -Wformat=2
                                                 -Wimplicit-fallthrough -Wno-psabi -Werror
