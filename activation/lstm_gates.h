@@ -105,14 +105,16 @@ inline void tanh_run(float *x, uint32_t count) {
   for (uint32_t i = 0; i < count; ++i) x[i] = tanh_by_library(x[i]);
 }
 
-/// to[i] = factors[i] * tanh(x[i]), the product in double. The factors are outputs of logistic_run().
+/// to[i] = factors[i] * tanh(x[i]), the product in double. The factors are outputs of logistic_run(). x and `to` may stand at any
+/// address.
 inline void scaled_tanh_run(const float *factors, const float *x, float *to, uint32_t count) {
+  const auto exact = [=](uint32_t i) { return scaled_tanh_by_library(factors[i], load<float>(x + i)); };
   uint32_t i = 0;
   for (; i + kLanes<f32xn> <= count; i += kLanes<f32xn>) {
     store_gates(fast_scaled_tanh(load<f32xn>(factors + i), load<f32xn>(x + i)), to + i,
-                [=](int lane) { return scaled_tanh_by_library(factors[i + static_cast<uint32_t>(lane)], x[i + static_cast<uint32_t>(lane)]); });
+                [=](int lane) { return exact(i + static_cast<uint32_t>(lane)); });
   }
-  for (; i < count; ++i) to[i] = scaled_tanh_by_library(factors[i], x[i]);
+  for (; i < count; ++i) store(to + i, exact(i));
 }
 
 }  // namespace tarvu

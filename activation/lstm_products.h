@@ -11,7 +11,7 @@ namespace tarvu {
 inline constexpr int kGates = 4;
 inline constexpr uint32_t kUnitLanes = kLanes<f32xn>;
 
-/// A matrix for each gate, of one row a unit.
+/// A matrix for each gate, of one row a unit. Matrices and inputs may stand at any address.
 struct GateMatrices {
   const float *gate[kGates];
   uint32_t row_floats;
@@ -60,7 +60,9 @@ inline void add_products_of_lanes(const GateMatrices &matrices, const float *con
   for (; k < length; ++k) {
     for (int gate = 0; gate < gates; ++gate) {
       const f32xn column = weights[gate].next();
-      for (int row = 0; row < rows; ++row) sums[row][gate] = sums[row][gate] + column * fill<f32xn>(inputs[row][k]);
+      for (int row = 0; row < rows; ++row) {
+        sums[row][gate] = sums[row][gate] + column * fill<f32xn>(load<float>(inputs[row] + k));
+      }
     }
   }
   for (int gate = 0; gate < gates; ++gate) {
@@ -88,8 +90,9 @@ inline void add_products_of_unit(const GateMatrices &matrices, const float *inpu
     sum = sum + multiply_by<3>(columns.column[3], factors);
   }
   for (; k < length; ++k) {
-    const f32x4 column = {weights[0][k], weights[1][k], weights[2][k], weights[3][k]};
-    sum = sum + column * fill<f32x4>(input[k]);
+    const f32x4 column = {load<float>(weights[0] + k), load<float>(weights[1] + k), load<float>(weights[2] + k),
+                          load<float>(weights[3] + k)};
+    sum = sum + column * fill<f32x4>(load<float>(input + k));
   }
   for (int gate = 0; gate < kGates; ++gate) to.at(row, gate)[unit] = sum[gate];
 }

@@ -15,7 +15,7 @@ enum Gate { kInputGate, kForgetGate, kOutputGate, kCellGate };
 constexpr uint32_t kMostRows = 4;      // that share a pass over the weights
 constexpr uint32_t kGateSums = 1536;   // floats on the stack
 
-/// Sizes of the layer and the arrays in its work area. All sizes are 32-bit products.
+/// Sizes of the layer and the arrays in its work area, which may start at any address. All sizes are 32-bit products.
 struct Layer {
   explicit Layer(const _NN_LSTM_PARM &parm)
       : steps(parm.batch), sequences(parm.channel), inputs(uint32_t{parm.width} * parm.height), units(parm.hidden_size) {
@@ -74,7 +74,7 @@ void update_units(const Recurrence &lstm, const GateSums &sums, uint32_t row, ui
   for (int gate = 0; gate < kGates; ++gate) {
     float *sum = sums.at(row, gate) + first;
     const float *bias = lstm.biases.gate[gate] + sums.first_unit + first;
-    for (uint32_t j = 0; j < count; ++j) sum[j] += bias[j];
+    for (uint32_t j = 0; j < count; ++j) sum[j] += load<float>(bias + j);
   }
   float *const in = sums.at(row, kInputGate) + first;
   float *const forget = sums.at(row, kForgetGate) + first;
@@ -88,13 +88,13 @@ void update_units(const Recurrence &lstm, const GateSums &sums, uint32_t row, ui
   if (continues) {
     TARVU_INDEPENDENT_ITERATIONS
     for (uint32_t j = 0; j < count; ++j) {
-      const float kept = forget[j] * cells[j];
+      const float kept = forget[j] * load<float>(cells + j);
       const float fresh = in[j] * candidate[j];
-      cells[j] = kept + fresh;
+      store(cells + j, kept + fresh);
     }
   } else {
     TARVU_INDEPENDENT_ITERATIONS
-    for (uint32_t j = 0; j < count; ++j) cells[j] = in[j] * candidate[j];
+    for (uint32_t j = 0; j < count; ++j) store(cells + j, in[j] * candidate[j]);
   }
   scaled_tanh_run(out, cells, hidden + sums.first_unit + first, count);
 }
@@ -159,8 +159,8 @@ void lstm_process_c(const _NN_LSTM_PARM *parm) {
   const Recurrence lstm(*parm);
   const Layer &layer = lstm.layer;
   const uint32_t all_rows = layer.steps * layer.sequences;
-  std::fill_n(layer.hidden, all_rows * layer.units, 0.0f);
-  std::fill_n(layer.cells, layer.sequences * layer.units, 0.0f);
+  for (uint32_t i = 0; i < all_rows * layer.units; ++i) store(layer.hidden + i, 0.0f);
+  for (uint32_t i = 0; i < layer.sequences * layer.units; ++i) store(layer.cells + i, 0.0f);
   if (layer.units == 0) return;
   float stack[kGateSums];
   const uint32_t range = std::min(layer.units, kGateSums / kGates);

@@ -36,6 +36,17 @@ if(NOT TARVU_INSTRUMENTED)
   target_compile_options(tarvu_product_code INTERFACE -fno-builtin-printf)
 endif()
 
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT TARVU_INSTRUMENTED)
+  # Beside each object a list of its functions' frames; a test reads it.
+  target_compile_options(tarvu_product_code INTERFACE -fstack-usage)
+endif()
+
+if(TARVU_COVERAGE)
+  # What this target never calls, such as the other target's form of a step, does not count.
+  target_compile_options(tarvu_product_code INTERFACE ${TARVU_COVERAGE_OPTIONS} -fcoverage-mapping -O1
+                                                      "SHELL:-mllvm -limited-coverage-experimental=true")
+endif()
+
 add_library(tarvu_warnings INTERFACE)
 target_compile_options(tarvu_warnings INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wundef -Wformat=2
                                                 -Wimplicit-fallthrough -Wno-psabi -Werror

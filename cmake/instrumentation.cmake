@@ -16,9 +16,15 @@ if(TARVU_SANITIZE)
   add_compile_definitions(_GLIBCXX_ASSERTIONS)
 endif()
 
+# Coverage counts the source's own lines and branches in product code (Clang's source-based form): the instances of a template, and
+# of what is inlined into many places, count as the one text that they are, whatever the compiler makes of them.
 if(TARVU_COVERAGE)
-  add_compile_options(--coverage -fprofile-update=atomic)
-  add_link_options(--coverage)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "Coverage needs Clang (Debian packages clang and libclang-rt-14-dev).")
+  endif()
+  set(TARVU_COVERAGE_COUNTS ${PROJECT_BINARY_DIR}/counts)
+  set(TARVU_COVERAGE_OPTIONS -fprofile-instr-generate=${TARVU_COVERAGE_COUNTS}/%4m.profraw -fprofile-update=atomic)
+  add_link_options(${TARVU_COVERAGE_OPTIONS})
 endif()
 
 # What only a build without instrumentation can hold: the library's imports, exports and sections.

@@ -1,6 +1,6 @@
 /// \file float_columns.h
 /// Matrices of floats taken by columns: products of rows with a vector, whose sums must run in the order of the columns, put the
-/// rows into lanes.
+/// rows into lanes. The floats may stand at any address.
 #ifndef TARVU_SIMD_FLOAT_COLUMNS_H
 #define TARVU_SIMD_FLOAT_COLUMNS_H
 
@@ -81,7 +81,11 @@ class ColumnReader {
   FourColumns<f32xn> next_four() { return load_four_columns(row_[0], row_[1], row_[2], row_[3]); }
 
   /// The next column.
-  f32xn next() { return f32xn{*row_[0]++, *row_[1]++, *row_[2]++, *row_[3]++}; }
+  f32xn next() {
+    const f32xn column = {load<float>(row_[0]), load<float>(row_[1]), load<float>(row_[2]), load<float>(row_[3])};
+    for (const float *&row : row_) ++row;
+    return column;
+  }
 
  private:
   const float *row_[4];
@@ -106,7 +110,7 @@ class ColumnReader {
   /// The next column.
   f32xn next() {
     f32xn column{};
-    for (int r = 0; r < kLanes<f32xn>; ++r) column[r] = next_[static_cast<size_t>(r) * row_floats_];
+    for (int r = 0; r < kLanes<f32xn>; ++r) column[r] = load<float>(next_ + static_cast<size_t>(r) * row_floats_);
     ++next_;
     return column;
   }
@@ -120,7 +124,7 @@ class ColumnReader {
 /// Four numbers that lanes are multiplied by, one after the other.
 struct FourFactors {
 #if TARVU_NEON
-  explicit FourFactors(const float *from) : values(vld1q_f32(from)) {}
+  explicit FourFactors(const float *from) : values(load<float32x4_t>(from)) {}
   float32x4_t values;
 #else
   explicit FourFactors(const float *from) : values(from) {}
@@ -134,7 +138,7 @@ inline V multiply_by(V lanes, const FourFactors &factors) {
 #if TARVU_NEON
   return vmulq_laneq_f32(lanes, factors.values, index);
 #else
-  return lanes * fill<V>(factors.values[index]);
+  return lanes * fill<V>(load<float>(factors.values + index));
 #endif
 }
 

@@ -265,14 +265,15 @@ void random_case(Random &random, uint32_t width) {
   block.in1_scale = scale(random.between(-3, 99), random.between(-2, 6));
   block.out_scale = scale(random.between(1, 99), random.between(-3, 5));
 
-  const GuardedMemory first_memory(first.bytes);
-  const GuardedMemory second_memory(second.bytes,
-                                    {Fault::kInFront, 1, second.element_bytes == 4 ? 0 : random.below(4)});
-  const GuardedMemory out_memory(out.bytes, {random.pick({Fault::kBehind, Fault::kInFront})});
+  // Floats stand at any address, too.
+  const GuardedMemory first_memory(first.bytes, {Fault::kBehind, 1, random.below(4)});
+  const GuardedMemory second_memory(second.bytes, {Fault::kInFront, 1, random.below(4)});
+  const GuardedMemory out_memory(out.bytes, {random.pick({Fault::kBehind, Fault::kInFront}), 1, random.below(4)});
   first.fill(random, first_memory);
   second.fill(random, second_memory);
   random.fill(out_memory.data(), out_memory.size());
-  const Scratch scratch(random, 12 * size_t{width} * block.height);
+  // It ends at a page: up to 3 bytes more let it start at any address.
+  const Scratch scratch(random, 12 * size_t{width} * block.height + random.below(4));
   block.work_buffer = scratch.address();
   eltwise.attach(&_NN_ELTWISE_PARM::in0_addr, first_memory, "first input", first.element());
   eltwise.attach(&_NN_ELTWISE_PARM::in1_addr, second_memory, "second input", second.element());

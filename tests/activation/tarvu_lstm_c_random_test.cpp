@@ -24,7 +24,8 @@ struct Shape {
 /// reads.
 class RandomLayer {
  public:
-  RandomLayer(Random &random, Shape shape) : random_(random), shape_(shape) {
+  /// Work area, weights and biases start `misalign` bytes off a multiple of 4.
+  RandomLayer(Random &random, Shape shape, size_t misalign = 0) : random_(random), shape_(shape), misalign_(misalign) {
     const uint32_t inputs = uint32_t{shape.width} * shape.height;
     _NN_LSTM_PARM &block = block_;
     random.fill(&block, sizeof block);
@@ -83,8 +84,9 @@ class RandomLayer {
   }
 
   GuardedMemory &memory(size_t bytes, const std::string &name, Element element) {
-    memories_.push_back(
-        std::make_unique<GuardedMemory>(bytes, Placement{random_.pick({Fault::kBehind, Fault::kInFront})}));
+    const size_t misalign = element == Element::kFloat ? misalign_ : 0;
+    memories_.push_back(std::make_unique<GuardedMemory>(
+        bytes, Placement{random_.pick({Fault::kBehind, Fault::kInFront}), 1, misalign}));
     differential_.track(*memories_.back(), name, element);
     return *memories_.back();
   }
@@ -118,6 +120,7 @@ class RandomLayer {
 
   Random &random_;
   Shape shape_;
+  size_t misalign_;
   bool special_ = false;
   _NN_LSTM_PARM block_;
   Differential differential_;
@@ -160,6 +163,21 @@ TEST(LstmOnRandomLayers, EqualsItsTwinForEveryNumberOfSequencesAndInputs) {
       RandomLayer many_inputs(random, {static_cast<uint16_t>(random.between(0, 3)), 2, count, 1, 6});
       many_inputs.expect_equal();
       if (HasFailure()) return;
+    }
+  }
+}
+
+TEST(LstmOnRandomLayers, EqualsItsTwinWithFloatsAtAnyAddress) {
+  Random random = test_random(395);
+  SCOPED_TRACE(random.trace());
+  for (size_t misalign = 1; misalign <= 3; ++misalign) {
+    for (const uint16_t inputs : {uint16_t{3}, uint16_t{4}, uint16_t{11}}) {
+      for (const uint32_t units : {1u, 8u, 13u, 390u}) {
+        RandomLayer layer(random, {3, 2, inputs, 1, units}, misalign);
+        layer.set_flags(0b110101);
+        layer.expect_equal();
+        if (HasFailure()) return;
+      }
     }
   }
 }

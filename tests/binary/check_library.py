@@ -85,17 +85,45 @@ def check_imports(arguments):
         raise Finding(f"takes what the library may not take: {sorted(imported - allowed)}")
 
 
+HEAP_FUNCTIONS = r"(.*alloc.*|.*memalign|free|cfree|strn?dup|v?asprintf|getline|_Zn[wa].*|_Zd[la].*|mmap(64)?|s?brk)"
+
+
 def check_heap(arguments):
     """No name of an allocator, but for those of Gather ND."""
     imported = {name for _, name in dynamic_symbols(arguments, "--undefined-only")}
-    pattern = r"(.*alloc.*|free|cfree|strn?dup|v?asprintf|getline|_Zn[wa].*|_Zd[la].*|mmap(64)?|s?brk)"
-    heap = {name for name in imported if re.fullmatch(pattern, name)}
+    heap = {name for name in imported if re.fullmatch(HEAP_FUNCTIONS, name)}
     on, _ = read_names(arguments.names)
     lines = [line.split() for line in read_lines(arguments.imports)]
     allowed = {words[1] for words in lines if words[0] == "heap"} if "tarvu_gathernd_process" in on else set()
     print("heap functions:", sorted(heap), "allowed:", sorted(allowed))
     if heap - allowed:
         raise Finding(f"takes memory from the heap: {sorted(heap - allowed)}")
+
+
+def check_heap_objects(arguments):
+    """Allocators are called from the object of Gather ND alone, and files opened from that of write_file() alone."""
+    calling = {}
+    defining = {}
+    current = None
+    for line in run(arguments.nm, arguments.archive).splitlines():
+        words = line.split()
+        if line.endswith(".o:"):
+            current = line[:-1]
+        elif words[:1] == ["U"]:
+            calling.setdefault(words[1], set()).add(current)
+        elif len(words) == 3 and words[1] == "T":
+            defining[words[2]] = current
+    findings = []
+    rules = [(HEAP_FUNCTIONS, "tarvu_gathernd_process"), (r"fopen(64)?|v?fprintf|fputs|fwrite|fclose", "write_file")]
+    for pattern, function in rules:
+        callers = {name: objects for name, objects in calling.items() if re.fullmatch(pattern, name)}
+        print(f"{function} is in {defining.get(function)}; calls: {callers}")
+        if not callers:
+            findings.append(f"found no call that {function} must make")
+        findings += [f"{name} is called from {sorted(objects)}" for name, objects in callers.items()
+                     if objects != {defining.get(function)}]
+    if findings:
+        raise Finding("; ".join(findings))
 
 
 def check_soname(arguments):

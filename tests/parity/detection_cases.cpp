@@ -155,12 +155,70 @@ void add_nms(Report &report) {
   }
 }
 
+/// Multipliers and shifts of a fully-connected layer: ordinary ones, ones that wrap, and shifts to the left.
+struct FcScales {
+  int32_t a, b, negative;
+  int shift_a, shift_b, shift_negative;
+};
+constexpr FcScales kFcScales[] = {{77, 3, 13, 9, 4, 3},
+                                  {-29001, 211, 1, 20, 3, 0},
+                                  {1, 1, 1, 0, 0, 0},
+                                  {5, 7, -3, -2, -1, 1},
+                                  {2147483647, -2147483647, 65537, 60, 1, 2},
+                                  {123456, 4321, 99, 31, 32, 1}};
+
+/// Each pair of element types, formats of no type among them, partial results that stand apart, side by side and one inside the
+/// other, and none at all.
+void add_fc_post(Report &report) {
+  constexpr uint16_t kOutputs = 531;
+  constexpr uint16_t kBatch = 2;
+  constexpr uint16_t kMostParts = 37;
+  constexpr size_t kInBytes = size_t{4} * kBatch * kOutputs * kMostParts;
+  const _NN_FMT formats[] = {support::format(8, 3, 1), support::format(8, 3, 0), support::format(16, 3, 1),
+                             support::format(16, 3, 0), support::format(32, 3, 1), support::format(24, 3, 1)};
+  for (const _NN_FMT &in_fmt : formats) {
+    Digest digest;
+    support::Random random(3004);
+    const auto in_bytes = static_cast<uint32_t>(in_fmt.frac_bits + in_fmt.int_bits + in_fmt.sign_bits) / 8;
+    std::vector<uint8_t> in(kInBytes + 8);
+    random.fill(in.data(), in.size());
+    for (const _NN_FMT &out_fmt : formats) {
+      for (const FcScales &scales : kFcScales) {
+        for (const uint16_t parts : {uint16_t{0}, uint16_t{1}, uint16_t{5}, uint16_t{kMostParts}}) {
+          std::vector<int32_t> corrections(kOutputs);
+          for (int32_t &correction : corrections) correction = random.between(-9000, 9000);
+          const std::vector<uint8_t> out(size_t{4} * kBatch * kOutputs + 8, 0x5A);
+          _NN_FC_POST_PARM parm{};
+          parm.in_addr = address_of(in);
+          parm.out_addr = address_of(out);
+          parm.bias_addr = address_of(corrections);
+          parm.width = kOutputs;
+          parm.height = parts;
+          parm.batch = kBatch;
+          parm.in_line_ofs = random.one_in(2) ? in_bytes * kOutputs : random.one_in(2) ? in_bytes : 3;
+          parm.in_batch_ofs = static_cast<int32_t>(in_bytes) * kOutputs * kMostParts;
+          parm.out_batch_ofs = 4 * kOutputs;
+          parm.in_fmt = in_fmt;
+          parm.out_fmt = out_fmt;
+          parm.mul_a = support::scale(scales.a, scales.shift_a);
+          parm.mul_b = support::scale(scales.b, scales.shift_b);
+          parm.neg_mul = support::scale(scales.negative, scales.shift_negative);
+          digest.result(tarvu_fc_post_process(&parm));
+          digest.bytes(out.data(), out.size());
+        }
+      }
+    }
+    report.add("fc_post_" + std::to_string(8 * in_bytes) + (in_fmt.sign_bits == 1 ? "s" : "u"), digest);
+  }
+}
+
 }  // namespace
 
 void add_detection_cases(Report &report) {
   add_priorbox(report);
   add_detout(report);
   add_nms(report);
+  add_fc_post(report);
 }
 
 }  // namespace parity

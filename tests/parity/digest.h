@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -44,10 +45,20 @@ class Digest {
 /// Named digests in the order in which they were made. Names have no blanks.
 class Report {
  public:
-  void add(std::string name, const Digest &digest) { entries_.emplace_back(std::move(name), digest.value()); }
+  using Observer = std::function<void(const std::string &name)>;
+
+  Report() = default;
+  /// `observer` is called when an entry is added: what it watches was done for that entry since the one before it.
+  explicit Report(Observer observer) : observer_(std::move(observer)) {}
+
+  void add(std::string name, const Digest &digest) {
+    if (observer_) observer_(name);
+    entries_.emplace_back(std::move(name), digest.value());
+  }
   const std::vector<std::pair<std::string, uint64_t>> &entries() const { return entries_; }
 
  private:
+  Observer observer_;
   std::vector<std::pair<std::string, uint64_t>> entries_;
 };
 
@@ -57,12 +68,30 @@ class Report {
 void add_activation_cases(Report &report);
 void add_convert_cases(Report &report);
 void add_detection_cases(Report &report);
+void add_eltwise_cases(Report &report);
+void add_entry_point_cases(Report &report);
+void add_lstm_cases(Report &report);
 void add_resample_cases(Report &report);
 void add_norm_cases(Report &report);
 void add_pool_cases(Report &report);
 void add_select_cases(Report &report);
 void add_softmax_cases(Report &report);
 void add_tensor_cases(Report &report);
+
+struct Subsystem {
+  const char *name;
+  void (*add_cases)(Report &);
+};
+
+/// All of them, in the order of the report. They may run on any thread, several at a time.
+inline constexpr Subsystem kSubsystems[] = {
+    {"activation", add_activation_cases},   {"convert", add_convert_cases},
+    {"detection", add_detection_cases},     {"eltwise", add_eltwise_cases},
+    {"entry_point", add_entry_point_cases}, {"lstm", add_lstm_cases},
+    {"resample", add_resample_cases},       {"norm", add_norm_cases},
+    {"pool", add_pool_cases},               {"select", add_select_cases},
+    {"softmax", add_softmax_cases},         {"tensor", add_tensor_cases},
+};
 
 }  // namespace parity
 

@@ -19,13 +19,13 @@
 namespace {
 
 /// Runs a subsystem's cases; what they print is an entry of its own.
-void run(parity::Report &report, const std::string &subsystem, void (*add_cases)(parity::Report &)) {
+void run(parity::Report &report, const parity::Subsystem &subsystem) {
   support::StdoutCapture capture;
-  add_cases(report);
+  subsystem.add_cases(report);
   const std::string text = capture.text();
   parity::Digest digest;
   digest.bytes(text.data(), text.size());
-  report.add(subsystem + "_printed_text", digest);
+  report.add(std::string(subsystem.name) + "_printed_text", digest);
 }
 
 int compare(const parity::Report &report, const char *path) {
@@ -60,15 +60,7 @@ int compare(const parity::Report &report, const char *path) {
 
 int main(int argc, char **argv) {
   parity::Report report;
-  run(report, "activation", parity::add_activation_cases);
-  run(report, "convert", parity::add_convert_cases);
-  run(report, "detection", parity::add_detection_cases);
-  run(report, "resample", parity::add_resample_cases);
-  run(report, "norm", parity::add_norm_cases);
-  run(report, "pool", parity::add_pool_cases);
-  run(report, "select", parity::add_select_cases);
-  run(report, "softmax", parity::add_softmax_cases);
-  run(report, "tensor", parity::add_tensor_cases);
+  for (const parity::Subsystem &subsystem : parity::kSubsystems) run(report, subsystem);
   if (argc == 3 && std::strcmp(argv[1], "--compare") == 0) return compare(report, argv[2]);
   if (argc != 1) {
     std::fprintf(stderr, "usage: tarvu_digest [--compare FILE]\n");
