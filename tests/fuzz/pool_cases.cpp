@@ -1,0 +1,8 @@
+#include "tests/fuzz/operators.h"
+#include "tests/fuzz/trial.h"
+
+namespace fuzz {
+
+std::span<const Operator> pool_operators() { return {}; }
+
+}  // namespace fuzz
