@@ -218,7 +218,7 @@ std::string run_lstm_case(Source &source) {
   const bool converts = function != 3;  // the recurrence alone touches no tensor
   const auto tensor = [&](const char *name, size_t count, const _NN_FMT &fmt) {
     // Widths are sums modulo 256.
-    const auto width = static_cast<int8_t>(width_of(fmt));
+    const int32_t width = narrow_width_of(fmt);
     const bool known = (width == 8 || width == 16) && (fmt.sign_bits == 0 || fmt.sign_bits == 1);
     const size_t element = known && converts ? static_cast<size_t>(width) / 8 : 0;
     return make_tensor(trial, name, count * element, std::max<size_t>(element, 1)).address();

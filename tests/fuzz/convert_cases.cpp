@@ -80,7 +80,7 @@ std::string run_frame_case(Source &source) {
 
 /// Bytes of an element in re-formatting, whose widths are sums modulo 256; 0 where nothing is read or written.
 size_t moved_bytes(const _NN_FMT &fmt) {
-  const auto width = static_cast<int8_t>(width_of(fmt));
+  const int32_t width = narrow_width_of(fmt);
   return width == 8 ? 1 : width == 16 ? 2 : 0;
 }
 

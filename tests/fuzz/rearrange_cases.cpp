@@ -93,7 +93,7 @@ std::string run_reverse_case(Source &source) {
     for (size_t i = 0; i < axis; ++i) rounds *= extents[i];
     const size_t slice = in_steps[axis];
     // A wider output takes twice the slice in place.
-    const size_t written = in_width == 8 && width_of(block.out_fmt) == 16 ? 2 * slice : slice;
+    const size_t written = in_width == 8 && narrow_width_of(block.out_fmt) == 16 ? 2 * slice : slice;
     if (rounds != 0 && extents[axis] != 0) {
       in_bytes = extents[axis] * slice;
       out_bytes = (extents[axis] - 1) * out_steps[axis] + written;
@@ -237,10 +237,10 @@ std::string run_onehot_case(Source &source) {
   }
   block.in_addr = in.address();
   // The values are converted ahead of the check of the axis.
-  const bool has_values =
-      (out_width == 8 || out_width == 16) && (width_of(block.values_fmt) == 8 || width_of(block.values_fmt) == 16);
-  block.values_addr =
-      make_tensor(trial, "values", has_values ? static_cast<size_t>(width_of(block.values_fmt)) / 4 : 0).address();
+  const int32_t values_width = narrow_width_of(block.values_fmt);
+  const bool has_values = (out_width == 8 || out_width == 16) && (values_width == 8 || values_width == 16);
+  const size_t values_bytes = has_values ? static_cast<size_t>(values_width) / 4 : 0;
+  block.values_addr = make_tensor(trial, "values", values_bytes).address();
   block.out_addr = make_tensor(trial, "output", is_empty ? 0 : out_bytes).address();
   return compare_blocks(trial, block, TARVU_TWINS(tarvu_onehot_process));
 }

@@ -194,6 +194,9 @@ inline _NN_SCALE some_scale(Source &source) {
   }
 }
 
+/// As tarvu_convert_fmt_c() reads a width: modulo 256.
+inline int32_t narrow_width_of(const _NN_FMT &fmt) { return static_cast<int8_t>(width_of(fmt)); }
+
 /// For fields that are not read.
 inline uint32_t unread(Source &source) { return one_in(source, 4) ? word(source) : 0; }
 
