@@ -10,7 +10,8 @@
 ///   fastest; axes are numbered the other way: 0 batch, 1 channel, 2 height, 3 width. Offsets are bytes, so lines may be padded.
 /// - A stored integer x stands for `x * 2^-frac_bits * scale`. Elements are little-endian.
 /// - Scratch memory is taken from `work_buffer` upwards in multiples of 4 bytes, from its start in every call. There is no limit
-///   check: the byte counts below are what the caller must provide.
+///   check: the byte counts below are what the caller must provide. What it holds after a call is unspecified; only the work
+///   area of LSTM and the decoded boxes of detection output are told.
 /// - A reported failure prints one line on standard output with `printf` and returns a negative code. What is not told as a
 ///   failure passes in silence.
 #ifndef TARVU_H
@@ -18,6 +19,7 @@
 
 #include <stdint.h>
 
+/// Marks what the library exports.
 #if defined(__GNUC__)
 #define TARVU_API __attribute__((visibility("default")))
 #else
@@ -32,19 +34,22 @@ extern "C" {
 // Shared records, type codes and result codes
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup records Shared records, type codes and result codes
+/// \{
+
 /// Number format of a tensor. The element width in bits is `frac_bits + int_bits + sign_bits`; legal sums are 8, 16 and 32.
 typedef struct _NN_FMT {
   int8_t frac_bits;      ///< fraction bits: one stored unit is worth 2^-frac_bits; may be negative
   int8_t int_bits;       ///< integer bits
-  int8_t sign_bits;      ///< 1 signed, 0 unsigned; the type queries take any non-zero value as signed, the conversions 0 and 1 only
+  int8_t sign_bits;      ///< 1 signed, 0 unsigned; any other: signed to the type queries, unknown to the conversions
   uint8_t fmt_reserved;  ///< no meaning; Permute alone compares it, together with the other three bytes
 } _NN_FMT;
 
 /// Scale of a tensor: `scale_value / 2^scale_shift`.
 typedef struct _NN_SCALE {
-  int32_t scale_value;   ///< numerator
-  int8_t scale_shift;    ///< binary logarithm of the divisor
-  uint8_t reserved_0[3]; ///< not read
+  int32_t scale_value;    ///< numerator
+  int8_t scale_shift;     ///< binary logarithm of the divisor
+  uint8_t reserved_0[3];  ///< not read
 } _NN_SCALE;
 
 /// Element type code of a format.
@@ -54,24 +59,30 @@ typedef enum NN_AI_IO_TYPE {
   NN_AI_IO_TYPE_UINT8 = 1,     ///< unsigned 8-bit
   NN_AI_IO_TYPE_INT16 = 2,     ///< signed 16-bit
   NN_AI_IO_TYPE_UINT16 = 3,    ///< unsigned 16-bit
-  NN_AI_IO_TYPE_32BIT = 4,     ///< 32-bit: a float where an operator computes in float, a signed integer in the gather family
+  NN_AI_IO_TYPE_32BIT = 4,     ///< 32-bit: a float to what computes in floats, a signed integer to the gather family
   NN_AI_IO_TYPE_UINT32 = 5     ///< unsigned 32-bit, from the two gather queries only
 } NN_AI_IO_TYPE;
 
 /// Result code of an operator: one of the `QX_` values.
 typedef int32_t _QX_RESULT;
 
+/// Result codes.
 enum {
-  QX_OK = 0,                  ///< success, also for an empty tensor
-  QX_ERR_UNSUPPORTED = -1,    ///< element type, axis, mode, order or other selector that no kernel handles
-  QX_ERR_OVER_LIMIT = -10,    ///< table index over its limit; `vendor_submax_s16` only
-  QX_ERR_PARAM = -34,         ///< zero extent or invalid parameter found by a parameter check
-  QX_ERR_NO_MEMORY = -37      ///< heap allocation failed; Gather ND only
+  QX_OK = 0,                ///< success, also for an empty tensor
+  QX_ERR_UNSUPPORTED = -1,  ///< element type, axis, mode, order or other selector that no kernel handles
+  QX_ERR_OVER_LIMIT = -10,  ///< table index over its limit; `vendor_submax_s16` only
+  QX_ERR_PARAM = -34,       ///< zero extent or invalid parameter found by a parameter check
+  QX_ERR_NO_MEMORY = -37    ///< heap allocation failed; Gather ND only
 };
+
+/// \}
 
 // ---------------------------------------------------------------------------------------------------------------------
 // Queries and frame
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup frame Queries and frame
+/// \{
 
 /// Returns the constant text "02.19.2406110", the version of the operator set.
 TARVU_API const char *prebuilt_ai_get_lib_version(void);
@@ -96,9 +107,14 @@ TARVU_API NN_AI_IO_TYPE tarvu_get_gather_fmt_type(const _NN_FMT *fmt);
 /// The same function as tarvu_get_gather_fmt_type(), under the name that Gather element uses.
 TARVU_API NN_AI_IO_TYPE tarvu_get_gatherelement_fmt_type(const _NN_FMT *fmt);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Fixed-point re-formatting
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup reformat Fixed-point re-formatting
+/// \{
 
 /// Moves `count` integer elements from one format to another: a power-of-two re-scaling by the difference of the `frac_bits`
 /// and a change of width with saturation. Never rounds to nearest: a right shift drops bits (towards minus infinity for a
@@ -123,9 +139,14 @@ TARVU_API NN_AI_IO_TYPE tarvu_get_gatherelement_fmt_type(const _NN_FMT *fmt);
 TARVU_API void tarvu_convert_fmt_c(const void *source, void *destination, uint32_t count, const _NN_FMT *in_fmt,
                                    const _NN_FMT *out_fmt, const _NN_SCALE *in_scale, const _NN_SCALE *out_scale);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Flat conversion between integers and floats
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup flat_conversion Flat conversion between integers and floats
+/// \{
 
 /// Float to unsigned 32-bit: y = (x + b) * m as one addition and one multiplication, each rounded, never fused; then y
 /// is clamped and converted towards zero. Below 0.0 gives 0, above 4294967296.0 gives 4294967295, NaN gives 0.
@@ -217,9 +238,14 @@ TARVU_API void permute_data_in(const uint8_t *source, uint8_t *destination, uint
 /// Interleaves planes of bytes, the inverse of permute_data_in(): `destination[j * lanes + i] = source[i * q + j]`.
 TARVU_API void permute_data_out(const uint8_t *source, uint8_t *destination, uint32_t lanes, uint32_t total_bytes);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Rounded conversion of floats to integers
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup rounded_conversion Rounded conversion of floats to integers
+/// \{
 
 /// Float to unsigned 32-bit by a chosen rounding: y = m * x, clamped to [0.0, 4294967296.0], rounded by the code,
 /// converted towards zero with saturation and stored. NaN gives 0.
@@ -287,9 +313,14 @@ TARVU_API void floattouint8_rnd_neon(const float *source, uint8_t *destination, 
 TARVU_API void floattoint8_rnd_neon(const float *source, int8_t *destination, int16_t frac_bits, uint32_t count,
                                     uint32_t rounding_code, float scale);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Zero-point conversion of flat runs
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup zero_point_runs Zero-point conversion of flat runs
+/// \{
 
 /// Unsigned 8-bit to float: the element less `zero_point`, as a wrapping signed 32-bit difference, converted to float,
 /// times m. An element below the zero point gives a negative float. m is that of uint32tofloat_neon().
@@ -348,15 +379,20 @@ TARVU_API void floattouint16_1d_neon(const float *source, uint16_t *destination,
 TARVU_API void floattoint16_1d_neon(const float *source, int16_t *destination, uint32_t count, int16_t frac_bits,
                                     int32_t zero_point, float scale);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Zero-point conversion of tensors of up to six dimensions
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup zero_point_tensors Zero-point conversion of tensors of up to six dimensions
+/// \{
+
 /// Unsigned 8-bit to float for each line of a tensor, the elements as in uint8tofloat_1d_neon().
 ///
-/// Lines run along dimension 0 and are dense. For every position (i1, .. i5) one line starts at element `i1 * stride[1]
-/// + .. + i5 * stride[5]` of the source and at the same element of the destination; lines are walked in ascending
-/// order, dimension 5 outermost. An extent of 0 writes nothing.
+/// Lines run along dimension 0 and are dense. For every position (i1, .. i5) one line starts at element
+/// `i1 * stride[1] + .. + i5 * stride[5]` of the source and at the same element of the destination; lines are walked in
+/// ascending order, dimension 5 outermost. An extent of 0 writes nothing.
 ///
 /// A line is converted in whole blocks of 8 elements (16 for the 16-bit types) and a tail of the rest, but a line
 /// shorter than one block is converted as one whole block: up to 7 (15) elements past such a line are read and written,
@@ -404,9 +440,14 @@ TARVU_API void floattouint16_nd_neon(const float *source, uint16_t *destination,
 TARVU_API void floattoint16_nd_neon(const float *source, int16_t *destination, const uint32_t *shape,
                                     const uint32_t *stride, int16_t frac_bits, int32_t zero_point, float scale);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Conversion by format and scale
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup conversion_by_format Conversion by format and scale
+/// \{
 
 /// Integers to floats by the kernel of the format: `sign_bits` 0 or 1 and a width (sum of the three bytes, in 32 bits)
 /// of 8 or 16 choose uint8tofloat_neon(), uint16tofloat_neon(), int8tofloat_neon() or int16tofloat_neon(). Any other
@@ -454,9 +495,14 @@ TARVU_API void tarvu_floattofix_nd_neon(const float *source, void *destination, 
                                         const uint32_t *stride, const _NN_FMT *fmt, const _NN_SCALE *scale,
                                         int32_t zero_point);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // PReLU
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup prelu PReLU
+/// \{
 
 /// Parameter block of tarvu_prelu_process(). Tensors are dense, width varying fastest.
 typedef struct _NN_PRELU_PARM {
@@ -527,9 +573,14 @@ TARVU_API int32_t tarvu_prelu_c_func_int8(const int8_t *in, const int8_t *weight
 TARVU_API int32_t tarvu_prelu_c_func_int16(const int16_t *in, const int8_t *weights, int16_t *out, uint32_t modulus,
                                            int8_t shift, int32_t count, int32_t divisor_a, uint32_t divisor_b);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Softmax
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup softmax Softmax
+/// \{
 
 /// Parameter block of the softmax functions. Within a batch item tensors are dense: `channel` planes of `height` lines
 /// of `width` elements.
@@ -648,9 +699,14 @@ TARVU_API int32_t dataTransform_u16tofloat(const int16_t *in, float *out, int8_t
 /// \return 0; -1 if the file cannot be opened for writing
 TARVU_API int32_t write_file(const char *path, const float *values, int32_t count);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Softmax with zero points
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup softmax_zero_point Softmax with zero points
+/// \{
 
 /// Parameter block of the softmax functions with zero points.
 typedef struct _NN_SOFTMAX_ASYM_PARM {
@@ -706,9 +762,14 @@ TARVU_API void tarvu_softmax_asym_axis3_4vec(const float *in, float *out, const 
 /// The same as tarvu_softmax_axisn_1dim_vec(), bit for bit.
 TARVU_API void tarvu_softmax_asym_axisn_1dim_vec(const float *in, float *out, const _NN_SOFTMAX_ASYM_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Softmax by table
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup softmax_table Softmax by table
+/// \{
 
 /// Numerator of a softmax in integers: for each of `batch` dense runs of `channel` signed 16-bit elements,
 /// `out = round(16384 * exp(x - max))`, with x and max brought to 6 fraction bits. No sum is formed: the largest
@@ -747,9 +808,14 @@ TARVU_API _QX_RESULT vendor_submax_s16(const int16_t *in, int16_t *out, uint32_t
 ///         "\033[1;31mERR:vendor_ais_checkparm() channel should be positive, but input is 0\r\n\033[0m"
 TARVU_API int32_t vendor_ais_checkparm(const _NN_SOFTMAX_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // LRN
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup lrn LRN
+/// \{
 
 /// Parameter block of tarvu_lrn_process(). Within a batch item tensors are dense.
 typedef struct _NN_LRN_PARM {
@@ -840,35 +906,40 @@ TARVU_API int32_t tarvu_lrn_c_func(const float *in, float *out, float *sums, flo
 /// fast_Pow(1.0f, -0.75f) is 0.949265.
 TARVU_API float fast_Pow(float x, float p);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Norm
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup norm Norm
+/// \{
+
 /// Parameter block of tarvu_norm_process(). A batch item is dense: `channel` planes of `width * height` elements,
 /// width fastest.
 typedef struct _NN_NORM_PARM {
-  uint64_t in_addr;         ///< input tensor
-  uint64_t out_addr;        ///< output tensor
-  uint64_t work_buffer;     ///< scratch: 8 * width * height * channel bytes, whatever the formats are
-  uint64_t scale_addr;      ///< learned scales, floats: `channel` values, or one if `shared_scale` is not 0
-  uint16_t width;           ///< extent, elements
-  uint16_t height;          ///< extent, lines
-  uint16_t channel;         ///< extent, planes
-  uint16_t batch;           ///< extent, items
-  uint32_t in_line_ofs;     ///< not read
-  uint32_t in_channel_ofs;  ///< not read
-  uint32_t in_batch_ofs;    ///< bytes between batch items of the input
-  uint32_t out_line_ofs;    ///< not read
-  uint32_t out_channel_ofs; ///< not read
-  uint32_t out_batch_ofs;   ///< bytes between batch items of the output
-  _NN_FMT in_fmt;           ///< format of the input; a width of 32 bits is a float tensor
-  _NN_FMT out_fmt;          ///< format of the output; a width of 32 bits is a float tensor
-  uint32_t reserved_0;      ///< not read
-  _NN_SCALE in_scale;       ///< scale of the input, for its conversion to float
-  _NN_SCALE out_scale;      ///< scale of the output, for its conversion from float
-  uint8_t norm_whole_item;  ///< not 0: one norm for a whole batch item; 0: one for each position, across channels
-  uint8_t shared_scale;     ///< not 0: `scale_addr` holds one value for all channels
-  float eps;                ///< added to the sum of squares
+  uint64_t in_addr;          ///< input tensor
+  uint64_t out_addr;         ///< output tensor
+  uint64_t work_buffer;      ///< scratch: 8 * width * height * channel bytes, whatever the formats are
+  uint64_t scale_addr;       ///< learned scales, floats: `channel` values, or one if `shared_scale` is not 0
+  uint16_t width;            ///< extent, elements
+  uint16_t height;           ///< extent, lines
+  uint16_t channel;          ///< extent, planes
+  uint16_t batch;            ///< extent, items
+  uint32_t in_line_ofs;      ///< not read
+  uint32_t in_channel_ofs;   ///< not read
+  uint32_t in_batch_ofs;     ///< bytes between batch items of the input
+  uint32_t out_line_ofs;     ///< not read
+  uint32_t out_channel_ofs;  ///< not read
+  uint32_t out_batch_ofs;    ///< bytes between batch items of the output
+  _NN_FMT in_fmt;            ///< format of the input; a width of 32 bits is a float tensor
+  _NN_FMT out_fmt;           ///< format of the output; a width of 32 bits is a float tensor
+  uint32_t reserved_0;       ///< not read
+  _NN_SCALE in_scale;        ///< scale of the input, for its conversion to float
+  _NN_SCALE out_scale;       ///< scale of the output, for its conversion from float
+  uint8_t norm_whole_item;   ///< not 0: one norm for a whole batch item; 0: one for each position, across channels
+  uint8_t shared_scale;      ///< not 0: `scale_addr` holds one value for all channels
+  float eps;                 ///< added to the sum of squares
 } _NN_NORM_PARM;
 
 /// Divides by an L2 norm and multiplies by a learned scale: `out = in * scale[c] / sqrt(sum(in^2) + eps)`, the
@@ -898,9 +969,14 @@ typedef struct _NN_NORM_PARM {
 /// \return QX_OK
 TARVU_API _QX_RESULT tarvu_norm_process(const _NN_NORM_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Layer normalisation
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup layernorm Layer normalisation
+/// \{
 
 /// Address that marks an absent gamma or beta array of _NN_LAYERNORM_PARM: thirty-six one bits. Null does not.
 #define TARVU_LAYERNORM_ABSENT UINT64_C(0xFFFFFFFFF)
@@ -908,31 +984,31 @@ TARVU_API _QX_RESULT tarvu_norm_process(const _NN_NORM_PARM *parm);
 /// Parameter block of tarvu_layernorm_process() and tarvu_layernorm_process_neon(). Both tensors are dense. The
 /// operators write to the block: to `outer_size`, `inner_size` and `axis`.
 typedef struct _NN_LAYERNORM_PARM {
-  uint64_t in_addr;         ///< input tensor
-  uint64_t out_addr;        ///< output tensor
-  uint64_t work_buffer;     ///< scratch: 8 * width * height * channel * batch bytes, whatever the formats are
-  uint64_t gamma_addr;      ///< `inner_size` factors, floats of the caller, or TARVU_LAYERNORM_ABSENT
-  uint64_t beta_addr;       ///< `inner_size` summands, floats of the caller, or TARVU_LAYERNORM_ABSENT
-  uint16_t width;           ///< extent, elements
-  uint16_t height;          ///< extent, lines
-  uint16_t channel;         ///< extent, planes
-  uint16_t batch;           ///< extent, items
-  uint32_t in_line_ofs;     ///< not read
-  uint32_t in_channel_ofs;  ///< not read
-  uint32_t in_batch_ofs;    ///< not read
-  uint32_t out_line_ofs;    ///< not read
-  uint32_t out_channel_ofs; ///< not read
-  uint32_t out_batch_ofs;   ///< not read
-  _NN_FMT in_fmt;           ///< format of the input; a width of 32 bits is a float tensor
-  _NN_FMT out_fmt;          ///< format of the output; a width of 32 bits is a float tensor
-  uint8_t reserved_0[8];    ///< not read
-  _NN_SCALE in_scale;       ///< scale of the input, for its conversion to float
-  _NN_SCALE out_scale;      ///< scale of the output, for its conversion from float
-  uint32_t outer_size;      ///< written: runs in a batch item
-  uint32_t inner_size;      ///< written: elements of a run
-  uint8_t reserved_1[20];   ///< not read
-  float eps;                ///< added to the variance
-  int32_t axis;             ///< first axis of a run, 1 channel to 3 width; written back, 4 more if 0 or below
+  uint64_t in_addr;          ///< input tensor
+  uint64_t out_addr;         ///< output tensor
+  uint64_t work_buffer;      ///< scratch: 8 * width * height * channel * batch bytes, whatever the formats are
+  uint64_t gamma_addr;       ///< `inner_size` factors, floats of the caller, or TARVU_LAYERNORM_ABSENT
+  uint64_t beta_addr;        ///< `inner_size` summands, floats of the caller, or TARVU_LAYERNORM_ABSENT
+  uint16_t width;            ///< extent, elements
+  uint16_t height;           ///< extent, lines
+  uint16_t channel;          ///< extent, planes
+  uint16_t batch;            ///< extent, items
+  uint32_t in_line_ofs;      ///< not read
+  uint32_t in_channel_ofs;   ///< not read
+  uint32_t in_batch_ofs;     ///< not read
+  uint32_t out_line_ofs;     ///< not read
+  uint32_t out_channel_ofs;  ///< not read
+  uint32_t out_batch_ofs;    ///< not read
+  _NN_FMT in_fmt;            ///< format of the input; a width of 32 bits is a float tensor
+  _NN_FMT out_fmt;           ///< format of the output; a width of 32 bits is a float tensor
+  uint8_t reserved_0[8];     ///< not read
+  _NN_SCALE in_scale;        ///< scale of the input, for its conversion to float
+  _NN_SCALE out_scale;       ///< scale of the output, for its conversion from float
+  uint32_t outer_size;       ///< written: runs in a batch item
+  uint32_t inner_size;       ///< written: elements of a run
+  uint8_t reserved_1[20];    ///< not read
+  float eps;                 ///< added to the variance
+  int32_t axis;              ///< first axis of a run, 1 channel to 3 width; written back, 4 more if 0 or below
 } _NN_LAYERNORM_PARM;
 
 /// Shifts each run of a tensor to mean 0 and scales it to variance 1, then applies the optional gamma and beta:
@@ -975,40 +1051,45 @@ TARVU_API _QX_RESULT tarvu_layernorm_process(_NN_LAYERNORM_PARM *parm);
 /// \return QX_OK
 TARVU_API _QX_RESULT tarvu_layernorm_process_neon(_NN_LAYERNORM_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Eltwise
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup eltwise Eltwise
+/// \{
 
 /// Parameter block of tarvu_eltwise_process(). Three tensors of one shape. A fixed-point plane is dense, its line
 /// offset is not read; the lines of a float tensor (32 bits) lie at its line offset, which may be 0 to use one line
 /// for all.
 typedef struct _NN_ELTWISE_PARM {
-  uint64_t in0_addr;        ///< first input
-  uint64_t in1_addr;        ///< second input
-  uint64_t out_addr;        ///< output
-  uint64_t work_buffer;     ///< scratch: 12 * width * height bytes, whatever the formats are
-  uint16_t width;           ///< extent, elements
-  uint16_t height;          ///< extent, lines
-  uint16_t channel;         ///< extent, planes
-  uint16_t batch;           ///< extent, items
-  uint32_t in0_line_ofs;    ///< bytes between lines of the first input, if it is a float tensor
-  uint32_t in0_channel_ofs; ///< bytes between channels of the first input
-  uint32_t in0_batch_ofs;   ///< bytes between batch items of the first input
-  uint32_t in1_line_ofs;    ///< bytes between lines of the second input, if it is a float tensor
-  uint32_t in1_channel_ofs; ///< bytes between channels of the second input
-  uint32_t in1_batch_ofs;   ///< bytes between batch items of the second input
-  uint32_t out_line_ofs;    ///< bytes between lines of the output, if it is a float tensor
-  uint32_t out_channel_ofs; ///< bytes between channels of the output
-  uint32_t out_batch_ofs;   ///< bytes between batch items of the output
-  _NN_FMT in0_fmt;          ///< format of the first input
-  _NN_FMT in1_fmt;          ///< format of the second input
-  _NN_FMT out_fmt;          ///< format of the output
-  _NN_SCALE in0_scale;      ///< scale of the first input, for its conversion to float
-  _NN_SCALE in1_scale;      ///< scale of the second input, for its conversion to float
-  _NN_SCALE out_scale;      ///< scale of the output, for its conversion from float
-  int32_t op;               ///< 0 product, 1 weighted sum
-  float coeff0;             ///< weight of the first input in the sum
-  float coeff1;             ///< weight of the second input in the sum
+  uint64_t in0_addr;         ///< first input
+  uint64_t in1_addr;         ///< second input
+  uint64_t out_addr;         ///< output
+  uint64_t work_buffer;      ///< scratch: 12 * width * height bytes, whatever the formats are
+  uint16_t width;            ///< extent, elements
+  uint16_t height;           ///< extent, lines
+  uint16_t channel;          ///< extent, planes
+  uint16_t batch;            ///< extent, items
+  uint32_t in0_line_ofs;     ///< bytes between lines of the first input, if it is a float tensor
+  uint32_t in0_channel_ofs;  ///< bytes between channels of the first input
+  uint32_t in0_batch_ofs;    ///< bytes between batch items of the first input
+  uint32_t in1_line_ofs;     ///< bytes between lines of the second input, if it is a float tensor
+  uint32_t in1_channel_ofs;  ///< bytes between channels of the second input
+  uint32_t in1_batch_ofs;    ///< bytes between batch items of the second input
+  uint32_t out_line_ofs;     ///< bytes between lines of the output, if it is a float tensor
+  uint32_t out_channel_ofs;  ///< bytes between channels of the output
+  uint32_t out_batch_ofs;    ///< bytes between batch items of the output
+  _NN_FMT in0_fmt;           ///< format of the first input
+  _NN_FMT in1_fmt;           ///< format of the second input
+  _NN_FMT out_fmt;           ///< format of the output
+  _NN_SCALE in0_scale;       ///< scale of the first input, for its conversion to float
+  _NN_SCALE in1_scale;       ///< scale of the second input, for its conversion to float
+  _NN_SCALE out_scale;       ///< scale of the output, for its conversion from float
+  int32_t op;                ///< 0 product, 1 weighted sum
+  float coeff0;              ///< weight of the first input in the sum
+  float coeff1;              ///< weight of the second input in the sum
 } _NN_ELTWISE_PARM;
 
 /// Multiplies or adds two tensors: `out = in0 * in1`, or `out = coeff0 * in0 + coeff1 * in1` with both products and
@@ -1027,36 +1108,41 @@ typedef struct _NN_ELTWISE_PARM {
 ///         a call and whatever the extents, and then gives the weighted sum
 TARVU_API _QX_RESULT tarvu_eltwise_process(const _NN_ELTWISE_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // LSTM
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup lstm LSTM
+/// \{
 
 /// Parameter block of tarvu_lstm_process() and lstm_process_c(). With T = `batch` time steps, N = `channel` parallel
 /// sequences, I = `width * height` input values and D = `hidden_size` hidden units; all sizes are 32-bit products.
 /// Tensors have the time step slowest, then the sequence, then the I or D values, with no gaps. All arrays belong to
 /// the caller.
 typedef struct _NN_LSTM_PARM {
-  uint64_t in_addr;              ///< input sequence, T * N * I elements
-  uint64_t static_addr;          ///< static input, N * I elements; read only if `use_static` is not 0
-  uint64_t out_addr;             ///< output, T * N * D elements: the hidden states
-  uint64_t work_buffer;          ///< work area, floats with no gaps: T * N * I inputs, N * I static inputs (also if
-                                 ///< `use_static` is 0), N * D cell states, T * N * D hidden states
-  uint64_t cont_addr;            ///< T * N bytes [t][n]: 0 starts a sequence anew, anything else continues it
-  uint64_t input_weights[4];     ///< float matrices of D rows of I; gates in the order input, forget, output, cell
-  uint64_t static_weights[4];    ///< float matrices of D rows of I; gates in the order input, output, forget, cell
-  uint64_t recurrent_weights[4]; ///< float matrices of D rows of D; gates in the order input, forget, output, cell
-  uint64_t biases[4];            ///< float vectors of D; gates in the order input, forget, output, cell
-  uint16_t width;                ///< first factor of I
-  uint16_t height;               ///< second factor of I
-  uint16_t channel;              ///< N, parallel sequences
-  uint16_t batch;                ///< T, time steps
-  uint8_t reserved_0[44];        ///< not read
-  _NN_FMT in_fmt;                ///< format of the input and of the static input
-  uint8_t reserved_1[4];         ///< not read
-  _NN_FMT out_fmt;               ///< format of the output
-  uint8_t reserved_2[24];        ///< not read
-  int32_t use_static;            ///< not 0: the static input takes part
-  uint32_t hidden_size;          ///< D, hidden units
+  uint64_t in_addr;               ///< input sequence, T * N * I elements
+  uint64_t static_addr;           ///< static input, N * I elements; read only if `use_static` is not 0
+  uint64_t out_addr;              ///< output, T * N * D elements: the hidden states
+  uint64_t work_buffer;           ///< work area, floats with no gaps: T * N * I inputs, N * I static inputs (also if
+                                  ///< `use_static` is 0), N * D cell states, T * N * D hidden states
+  uint64_t cont_addr;             ///< T * N bytes [t][n]: 0 starts a sequence anew, anything else continues it
+  uint64_t input_weights[4];      ///< float matrices of D rows of I; gates in the order input, forget, output, cell
+  uint64_t static_weights[4];     ///< float matrices of D rows of I; gates in the order input, output, forget, cell
+  uint64_t recurrent_weights[4];  ///< float matrices of D rows of D; gates in the order input, forget, output, cell
+  uint64_t biases[4];             ///< float vectors of D; gates in the order input, forget, output, cell
+  uint16_t width;                 ///< first factor of I
+  uint16_t height;                ///< second factor of I
+  uint16_t channel;               ///< N, parallel sequences
+  uint16_t batch;                 ///< T, time steps
+  uint8_t reserved_0[44];         ///< not read
+  _NN_FMT in_fmt;                 ///< format of the input and of the static input
+  uint8_t reserved_1[4];          ///< not read
+  _NN_FMT out_fmt;                ///< format of the output
+  uint8_t reserved_2[24];         ///< not read
+  int32_t use_static;             ///< not 0: the static input takes part
+  uint32_t hidden_size;           ///< D, hidden units
 } _NN_LSTM_PARM;
 
 /// Runs a long short-term memory layer over a whole sequence (Hochreiter and Schmidhuber, 1997, with the forget gate
@@ -1095,32 +1181,37 @@ TARVU_API void lstm_process_c(const _NN_LSTM_PARM *parm);
 /// `1 / (exp(-x) + 1)`: computed in double with the mathematics library's `exp` and rounded to float.
 TARVU_API float sigmoid(float x);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Fully-connected post-processing
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup fc_post Fully-connected post-processing
+/// \{
+
 /// Parameter block of tarvu_fc_post_process(). The three _NN_SCALE are integer multipliers with right shifts, not
 /// scales.
 typedef struct _NN_FC_POST_PARM {
-  uint64_t in_addr;         ///< partial results: number k of output j at byte `j * element size + k * in_line_ofs`
-  uint64_t out_addr;        ///< output vector, dense within a batch item; must not overlap the input
-  uint64_t reserved_0;      ///< not read
-  uint64_t bias_addr;       ///< `width` signed 32-bit corrections, subtracted
-  uint16_t width;           ///< outputs of a batch item
-  uint16_t height;          ///< partial results of an output
-  uint16_t channel;         ///< not read
-  uint16_t batch;           ///< batch items
-  uint32_t in_line_ofs;     ///< bytes between two partial results of one output; any number, the elements may overlap
-  uint32_t in_channel_ofs;  ///< not read
-  int32_t in_batch_ofs;     ///< bytes between batch items of the input; may be negative
-  uint32_t out_line_ofs;    ///< not read
-  uint32_t out_channel_ofs; ///< not read
-  int32_t out_batch_ofs;    ///< bytes between batch items of the output; may be negative
-  _NN_FMT in_fmt;           ///< format of the partial results; its bytes are read as unsigned
-  _NN_FMT out_fmt;          ///< format of the output; its bytes are read as unsigned
-  _NN_SCALE mul_a;          ///< first multiplier and shift
-  _NN_SCALE mul_b;          ///< second multiplier and shift
-  _NN_SCALE neg_mul;        ///< further multiplier and shift for negative totals
+  uint64_t in_addr;          ///< partial results: number k of output j at byte `j * element size + k * in_line_ofs`
+  uint64_t out_addr;         ///< output vector, dense within a batch item; must not overlap the input
+  uint64_t reserved_0;       ///< not read
+  uint64_t bias_addr;        ///< `width` signed 32-bit corrections, subtracted
+  uint16_t width;            ///< outputs of a batch item
+  uint16_t height;           ///< partial results of an output
+  uint16_t channel;          ///< not read
+  uint16_t batch;            ///< batch items
+  uint32_t in_line_ofs;      ///< bytes between two partial results of one output; any number, the elements may overlap
+  uint32_t in_channel_ofs;   ///< not read
+  int32_t in_batch_ofs;      ///< bytes between batch items of the input; may be negative
+  uint32_t out_line_ofs;     ///< not read
+  uint32_t out_channel_ofs;  ///< not read
+  int32_t out_batch_ofs;     ///< bytes between batch items of the output; may be negative
+  _NN_FMT in_fmt;            ///< format of the partial results; its bytes are read as unsigned
+  _NN_FMT out_fmt;           ///< format of the output; its bytes are read as unsigned
+  _NN_SCALE mul_a;           ///< first multiplier and shift
+  _NN_SCALE mul_b;           ///< second multiplier and shift
+  _NN_SCALE neg_mul;         ///< further multiplier and shift for negative totals
 } _NN_FC_POST_PARM;
 
 /// Requantises the partial results of a fully-connected layer, with a leaky rectifier (Maas, Hannun and Ng, 2013) for
@@ -1146,53 +1237,58 @@ typedef struct _NN_FC_POST_PARM {
 /// \return QX_OK
 TARVU_API _QX_RESULT tarvu_fc_post_process(const _NN_FC_POST_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Prior boxes
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup priorbox Prior boxes
+/// \{
+
 /// Parameter block of tarvu_priorbox_process().
 typedef struct _NN_PRIORBOX_PARM {
-  uint64_t in_addr;           ///< not read
-  uint64_t out_addr;          ///< output: start of the box region
-  uint64_t work_buffer;       ///< not read
-  uint32_t in_width;          ///< width of the feature map, cells
-  uint32_t in_height;         ///< height of the feature map, cells
-  uint32_t img_width;         ///< width of the image, image units
-  uint32_t img_height;        ///< height of the image, image units
-  uint32_t variance_ofs;      ///< bytes from `out_addr` to the variance region; 16 a box for tarvu_detout_process()
-  uint32_t reserved_0[3];     ///< not read
-  float min_sizes[4];         ///< box sizes, image units
-  float max_sizes[4];         ///< second sizes, image units, paired with `min_sizes` by index
-  uint32_t min_size_num;      ///< entries of `min_sizes` in use, 1 to 4
-  uint32_t max_size_num;      ///< entries of `max_sizes` in use, 0 to 4
-  float aspect_ratios[4];     ///< width over height, in the layer's own order
-  uint32_t aspect_ratios_num; ///< entries of `aspect_ratios` in use, 1 to 4
-  uint8_t flip;               ///< not 0: each aspect ratio is followed by its reciprocal
-  uint8_t clip;               ///< not 0: box coordinates are clamped to 0..1
-  uint8_t reserved_1[2];      ///< not read
-  float variances[4];         ///< values of the variance region, in the order of the coordinates
-  uint32_t variance_num;      ///< entries of `variances` in use
-  float offset;               ///< position of the box centre in its cell, cells; usually 0.5
+  uint64_t in_addr;            ///< not read
+  uint64_t out_addr;           ///< output: start of the box region
+  uint64_t work_buffer;        ///< not read
+  uint32_t in_width;           ///< width of the feature map, cells
+  uint32_t in_height;          ///< height of the feature map, cells
+  uint32_t img_width;          ///< width of the image, image units
+  uint32_t img_height;         ///< height of the image, image units
+  uint32_t variance_ofs;       ///< bytes from `out_addr` to the variance region; 16 a box for tarvu_detout_process()
+  uint32_t reserved_0[3];      ///< not read
+  float min_sizes[4];          ///< box sizes, image units
+  float max_sizes[4];          ///< second sizes, image units, paired with `min_sizes` by index
+  uint32_t min_size_num;       ///< entries of `min_sizes` in use, 1 to 4
+  uint32_t max_size_num;       ///< entries of `max_sizes` in use, 0 to 4
+  float aspect_ratios[4];      ///< width over height, in the layer's own order
+  uint32_t aspect_ratios_num;  ///< entries of `aspect_ratios` in use, 1 to 4
+  uint8_t flip;                ///< not 0: each aspect ratio is followed by its reciprocal
+  uint8_t clip;                ///< not 0: box coordinates are clamped to 0..1
+  uint8_t reserved_1[2];       ///< not read
+  float variances[4];          ///< values of the variance region, in the order of the coordinates
+  uint32_t variance_num;       ///< entries of `variances` in use
+  float offset;                ///< position of the box centre in its cell, cells; usually 0.5
 } _NN_PRIORBOX_PARM;
 
 /// Working record of the prior box kernels: a checked parameter block with its aspect ratios expanded.
 typedef struct _NN_PRIORBOX_WORK {
-  uint32_t in_width;     ///< width of the feature map, cells
-  uint32_t in_height;    ///< height of the feature map, cells
-  uint32_t img_width;    ///< width of the image, image units
-  uint32_t img_height;   ///< height of the image, image units
-  float min_sizes[4];    ///< box sizes, image units
-  float max_sizes[4];    ///< second sizes, image units; 0.0 where there is none
-  uint32_t min_size_num; ///< entries of `min_sizes` in use, 0 to 4
-  uint32_t max_size_num; ///< not 0: every box size has a second size
-  float ratio_list[10];  ///< aspect ratios; an entry within 1e-6 of 1.0 makes no box of its own
-  uint32_t ratio_count;  ///< entries of `ratio_list` in use, 0 to 10
-  uint8_t flip;          ///< copied from the block, not read by the kernels
-  uint8_t clip;          ///< not 0: box coordinates are clamped to 0..1
-  float variances[4];    ///< pattern of the variance region
-  uint32_t variance_num; ///< copied from the block, not read by the kernels
-  int16_t num_priors;    ///< boxes a cell that the clamp and the variance region cover
-  float offset;          ///< position of the box centre in its cell, cells
+  uint32_t in_width;      ///< width of the feature map, cells
+  uint32_t in_height;     ///< height of the feature map, cells
+  uint32_t img_width;     ///< width of the image, image units
+  uint32_t img_height;    ///< height of the image, image units
+  float min_sizes[4];     ///< box sizes, image units
+  float max_sizes[4];     ///< second sizes, image units; 0.0 where there is none
+  uint32_t min_size_num;  ///< entries of `min_sizes` in use, 0 to 4
+  uint32_t max_size_num;  ///< not 0: every box size has a second size
+  float ratio_list[10];   ///< aspect ratios; an entry within 1e-6 of 1.0 makes no box of its own
+  uint32_t ratio_count;   ///< entries of `ratio_list` in use, 0 to 10
+  uint8_t flip;           ///< copied from the block, not read by the kernels
+  uint8_t clip;           ///< not 0: box coordinates are clamped to 0..1
+  float variances[4];     ///< pattern of the variance region
+  uint32_t variance_num;  ///< copied from the block, not read by the kernels
+  int16_t num_priors;     ///< boxes a cell that the clamp and the variance region cover
+  float offset;           ///< position of the box centre in its cell, cells
 } _NN_PRIORBOX_WORK;
 
 /// Makes the prior (anchor) boxes of one feature map of a single-shot detector and their variances: checks the block,
@@ -1247,48 +1343,53 @@ TARVU_API _QX_RESULT tarvu_priorbox_neon_func(const _NN_PRIORBOX_WORK *work, flo
 /// clamp makes every NaN 0.0.
 TARVU_API _QX_RESULT tarvu_priorbox_c_func(const _NN_PRIORBOX_WORK *work, float *const regions[2]);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Detection output
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup detection_output Detection output
+/// \{
+
 /// Sort record of quick_sort() and nonmax_suppress(): the score and the address of a box of four floats.
 typedef struct _NN_DETOUT_RECORD {
-  float score;         ///< sort key; must not be NaN
-  uint32_t reserved_0; ///< never interpreted; moved along by quick_sort()
-  uint64_t box_addr;   ///< address of xmin, ymin, xmax, ymax
+  float score;          ///< sort key; must not be NaN
+  uint32_t reserved_0;  ///< never interpreted; moved along by quick_sort()
+  uint64_t box_addr;    ///< address of xmin, ymin, xmax, ymax
 } _NN_DETOUT_RECORD;
 
 /// Parameter block of tarvu_detout_process(). P is `num_priors`, C is `num_classes`, L is 1 if `share_location` is 1,
 /// else C.
 typedef struct _NN_DETOUT_PARM {
-  uint64_t loc_addr;             ///< location predictions: P records of L groups of four numbers
-  uint64_t conf_addr;            ///< confidences: P rows of C floats
-  uint64_t prior_addr;           ///< P boxes of four floats xmin, ymin, xmax, ymax, then P records of four variances
-  uint64_t out_addr;             ///< output records of five floats xmin, ymin, xmax, ymax, score
-  uint64_t work_buffer;          ///< scratch memory
-  uint16_t batch;                ///< extent, items
-  uint16_t reserved_0;           ///< not read
-  uint32_t reserved_1[2];        ///< not read
-  uint32_t loc_batch_ofs;        ///< bytes between batch items of the locations
-  uint32_t reserved_2[2];        ///< not read
-  uint32_t conf_batch_ofs;       ///< bytes between batch items of the confidences
-  uint32_t reserved_3[2];        ///< not read
-  uint32_t prior_batch_ofs;      ///< bytes between batch items of the priors
-  uint32_t reserved_4[2];        ///< not read
-  uint32_t out_batch_ofs;        ///< bytes between batch items of the output
-  _NN_FMT loc_fmt;               ///< format of the locations: a width of 8 is read as signed 8-bit, any other as float
-  uint32_t reserved_5[3];        ///< not read
-  _NN_SCALE loc_scale;           ///< scale of 8-bit locations; not used for any other width
-  uint32_t reserved_6[6];        ///< not read
-  int32_t num_classes;           ///< C, classes, the background included
-  int32_t num_priors;            ///< P, prior boxes
-  uint32_t share_location;       ///< 1: one location set for all classes; any other value: C sets
-  int32_t background_label_id;   ///< class that takes no room in the output; none if outside 0 to C - 1
-  int32_t code_type;             ///< box coding, see DecodeBBoxes()
-  uint32_t reserved_7;           ///< not read
-  int32_t keep_top_k;            ///< most records a class, not negative; more than 20 never survive
-  float confidence_threshold;    ///< least confidence of a candidate
-  float nms_threshold;           ///< overlap from which a box is suppressed
+  uint64_t loc_addr;            ///< location predictions: P records of L groups of four numbers
+  uint64_t conf_addr;           ///< confidences: P rows of C floats
+  uint64_t prior_addr;          ///< P boxes of four floats xmin, ymin, xmax, ymax, then P records of four variances
+  uint64_t out_addr;            ///< output records of five floats xmin, ymin, xmax, ymax, score
+  uint64_t work_buffer;         ///< scratch memory
+  uint16_t batch;               ///< extent, items
+  uint16_t reserved_0;          ///< not read
+  uint32_t reserved_1[2];       ///< not read
+  uint32_t loc_batch_ofs;       ///< bytes between batch items of the locations
+  uint32_t reserved_2[2];       ///< not read
+  uint32_t conf_batch_ofs;      ///< bytes between batch items of the confidences
+  uint32_t reserved_3[2];       ///< not read
+  uint32_t prior_batch_ofs;     ///< bytes between batch items of the priors
+  uint32_t reserved_4[2];       ///< not read
+  uint32_t out_batch_ofs;       ///< bytes between batch items of the output
+  _NN_FMT loc_fmt;              ///< format of the locations: a width of 8 is read as signed 8-bit, any other as float
+  uint32_t reserved_5[3];       ///< not read
+  _NN_SCALE loc_scale;          ///< scale of 8-bit locations; not used for any other width
+  uint32_t reserved_6[6];       ///< not read
+  int32_t num_classes;          ///< C, classes, the background included
+  int32_t num_priors;           ///< P, prior boxes
+  uint32_t share_location;      ///< 1: one location set for all classes; any other value: C sets
+  int32_t background_label_id;  ///< class that takes no room in the output; none if outside 0 to C - 1
+  int32_t code_type;            ///< box coding, see DecodeBBoxes()
+  uint32_t reserved_7;          ///< not read
+  int32_t keep_top_k;           ///< most records a class, not negative; more than 20 never survive
+  float confidence_threshold;   ///< least confidence of a candidate
+  float nms_threshold;          ///< overlap from which a box is suppressed
 } _NN_DETOUT_PARM;
 
 /// Turns the predictions of a single-shot detector into boxes: for each batch item decodes the locations against the
@@ -1333,9 +1434,13 @@ TARVU_API _QX_RESULT tarvu_detout_process(const _NN_DETOUT_PARM *parm);
 /// else 0.0 if it is not above 0.0 (NaN becomes 0.0).
 /// \param prior_bboxes `num_priors` records of five floats, four read
 /// \param prior_variances `num_priors` records of four floats
+/// \param code_type see above
 /// \param variance_encoded_in_target not 0: the factors v[n] are left out
+/// \param clip_bbox see above
 /// \param loc `num_loc_classes * num_priors` records of five floats, four read
 /// \param decoded `num_loc_classes * num_priors` records of five floats, four written; overlaps none of the others
+/// \param num_priors priors; below 1 does nothing
+/// \param num_loc_classes location sets; below 1 does nothing
 TARVU_API void DecodeBBoxes(const float *prior_bboxes, const float *prior_variances, int32_t code_type,
                             int32_t variance_encoded_in_target, int32_t clip_bbox, const float *loc, float *decoded,
                             int32_t num_priors, int32_t num_loc_classes);
@@ -1350,6 +1455,8 @@ TARVU_API void DecodeBBoxes(const float *prior_bboxes, const float *prior_varian
 /// The stack needed grows with the logarithm of the count. A NaN score has no place in this order: the call does not
 /// return.
 /// \param records `_NN_DETOUT_RECORD` records, aligned to 4 bytes or more
+/// \param left index of the first record
+/// \param right index of the last record; below `left` nothing is done
 TARVU_API void quick_sort(void *records, int32_t left, int32_t right);
 
 /// Areas of boxes: `state[2*i] = (ymax - ymin) * (xmax - xmin)`, negative where one pair of edges is swapped. Works in
@@ -1399,18 +1506,23 @@ TARVU_API int32_t check_overlap(const float *boxes, float *state, int32_t count,
 TARVU_API int32_t nonmax_suppress(void *records, float *boxes, float *state, int32_t count, int32_t reserved,
                                   int32_t top_k, float threshold);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Standalone non-maximum suppression
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup nms Standalone non-maximum suppression
+/// \{
+
 /// Scored box of the standalone suppression.
 typedef struct _NN_NMS_OBJ {
-  float x1;         ///< left edge
-  float y1;         ///< top edge
-  float x2;         ///< right edge
-  float y2;         ///< bottom edge
-  float score;      ///< sort key, must not be NaN; a negative value marks a dead record
-  uint32_t obj_tag; ///< the caller's, never interpreted; moved along with the record
+  float x1;          ///< left edge
+  float y1;          ///< top edge
+  float x2;          ///< right edge
+  float y2;          ///< bottom edge
+  float score;       ///< sort key, must not be NaN; a negative value marks a dead record
+  uint32_t obj_tag;  ///< the caller's, never interpreted; moved along with the record
 } _NN_NMS_OBJ;
 
 /// Parameter block of tarvu_nms_process().
@@ -1450,44 +1562,49 @@ TARVU_API int32_t nms_process_c(_NN_NMS_OBJ *objs, int32_t obj_num, int32_t max_
 /// whole records. The stack needed grows with the logarithm of the count. With a NaN score the call does not return.
 TARVU_API void q_sort(_NN_NMS_OBJ *objs, int32_t left, int32_t right);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Pooling
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup pooling Pooling
+/// \{
+
 /// Parameter block of tarvu_pool_process().
 typedef struct _NN_POOL_PARM {
-  uint64_t in_addr;         ///< input tensor, first element of batch item 0, channel 0; elements of a line are dense
-  uint64_t out_addr;        ///< output tensor, likewise; must not overlap the input
-  uint64_t work_buffer;     ///< not read
-  uint16_t width;           ///< W, input columns, elements
-  uint16_t height;          ///< H, input lines
-  uint16_t channel;         ///< planes, of input and output alike
-  uint16_t batch;           ///< items, of input and output alike
-  uint32_t in_line_ofs;     ///< bytes between lines of the input
-  uint32_t in_channel_ofs;  ///< bytes between channels of the input
-  uint32_t in_batch_ofs;    ///< bytes between batch items of the input
-  uint32_t out_line_ofs;    ///< bytes between lines of the output; not read by the global modes
-  uint32_t out_channel_ofs; ///< bytes between channels of the output
-  uint32_t out_batch_ofs;   ///< bytes between batch items of the output
-  _NN_FMT in_fmt;           ///< format of the input; its type code chooses the element type, 0 to 3
-  _NN_FMT out_fmt;          ///< format of the output, likewise; no `frac_bits` enters the arithmetic
-  _NN_SCALE in_scale;       ///< input multiplier and right shift, bits
-  _NN_SCALE out_scale;      ///< output multiplier and right shift, bits
-  uint32_t mode;            ///< 0 local maximum, 1 local average, 2 global maximum, 3 global average
-  uint8_t kernel_w;         ///< KW, window columns, elements
-  uint8_t kernel_h;         ///< KH, window lines
-  uint8_t stride_w;         ///< SW, step of the window along a line, elements
-  uint8_t stride_h;         ///< SH, step of the window across lines
-  uint8_t pad_top;          ///< lines of padding above the input; keep it at most `stride_h`
-  uint8_t pad_bottom;       ///< lines of padding below the input
-  uint8_t pad_left;         ///< columns of padding in front of a line; keep it at most `stride_w`
-  uint8_t pad_right;        ///< columns of padding behind a line
-  uint32_t reserved_0;      ///< not read
-  uint32_t floor_mode;      ///< local modes: 0 keeps a partial window at the far end, any other value drops it
-  uint32_t non_count_pad;   ///< mode 1: 0 counts the padding in the divisor, any other value does not
-  uint32_t reserved_1;      ///< not read
-  uint32_t reserved_2;      ///< not read
-  int8_t post_shift;        ///< further right shift of the result, bits; added to the two scale shifts
+  uint64_t in_addr;          ///< input tensor, first element of batch item 0, channel 0; elements of a line are dense
+  uint64_t out_addr;         ///< output tensor, likewise; must not overlap the input
+  uint64_t work_buffer;      ///< not read
+  uint16_t width;            ///< W, input columns, elements
+  uint16_t height;           ///< H, input lines
+  uint16_t channel;          ///< planes, of input and output alike
+  uint16_t batch;            ///< items, of input and output alike
+  uint32_t in_line_ofs;      ///< bytes between lines of the input
+  uint32_t in_channel_ofs;   ///< bytes between channels of the input
+  uint32_t in_batch_ofs;     ///< bytes between batch items of the input
+  uint32_t out_line_ofs;     ///< bytes between lines of the output; not read by the global modes
+  uint32_t out_channel_ofs;  ///< bytes between channels of the output
+  uint32_t out_batch_ofs;    ///< bytes between batch items of the output
+  _NN_FMT in_fmt;            ///< format of the input; its type code chooses the element type, 0 to 3
+  _NN_FMT out_fmt;           ///< format of the output, likewise; no `frac_bits` enters the arithmetic
+  _NN_SCALE in_scale;        ///< input multiplier and right shift, bits
+  _NN_SCALE out_scale;       ///< output multiplier and right shift, bits
+  uint32_t mode;             ///< 0 local maximum, 1 local average, 2 global maximum, 3 global average
+  uint8_t kernel_w;          ///< KW, window columns, elements
+  uint8_t kernel_h;          ///< KH, window lines
+  uint8_t stride_w;          ///< SW, step of the window along a line, elements
+  uint8_t stride_h;          ///< SH, step of the window across lines
+  uint8_t pad_top;           ///< lines of padding above the input; keep it at most `stride_h`
+  uint8_t pad_bottom;        ///< lines of padding below the input
+  uint8_t pad_left;          ///< columns of padding in front of a line; keep it at most `stride_w`
+  uint8_t pad_right;         ///< columns of padding behind a line
+  uint32_t reserved_0;       ///< not read
+  uint32_t floor_mode;       ///< local modes: 0 keeps a partial window at the far end, any other value drops it
+  uint32_t non_count_pad;    ///< mode 1: 0 counts the padding in the divisor, any other value does not
+  uint32_t reserved_1;       ///< not read
+  uint32_t reserved_2;       ///< not read
+  int8_t post_shift;         ///< further right shift of the result, bits; added to the two scale shifts
 } _NN_POOL_PARM;
 
 /// Reduces windows (modes 0 and 1) or whole planes (modes 2 and 3) to their maximum or their average and re-quantises
@@ -1556,30 +1673,35 @@ typedef struct _NN_POOL_PARM {
 ///         "\033[1;31mERR:vendor_ai_pool_mode() unsupported pooling mode %d\r\n\033[0m" with `mode`, if not 0 to 3
 TARVU_API _QX_RESULT tarvu_pool_process(const _NN_POOL_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Reverse
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup reverse Reverse
+/// \{
+
 /// Parameter block of tarvu_reverse_process().
 typedef struct _NN_REVERSE_PARM {
-  uint64_t in_addr;         ///< input tensor
-  uint64_t out_addr;        ///< output tensor; must not overlap the input
-  uint64_t work_buffer;     ///< not read
-  uint16_t width;           ///< extent, elements
-  uint16_t height;          ///< extent, lines
-  uint16_t channel;         ///< extent, planes
-  uint16_t batch;           ///< extent, items
-  uint32_t in_line_ofs;     ///< bytes between lines of the input
-  uint32_t in_channel_ofs;  ///< bytes between channels of the input
-  uint32_t in_batch_ofs;    ///< bytes between batch items of the input
-  uint32_t out_line_ofs;    ///< bytes between lines of the output
-  uint32_t out_channel_ofs; ///< bytes between channels of the output
-  uint32_t out_batch_ofs;   ///< bytes between batch items of the output
-  _NN_FMT in_fmt;           ///< format of the input; its width alone chooses the element size
-  _NN_FMT out_fmt;          ///< format of the output, of equal or smaller width
-  _NN_SCALE in_scale;       ///< no effect
-  _NN_SCALE out_scale;      ///< no effect
-  int8_t axis;              ///< axis to reverse: 0 batch, 1 channel, 2 height, 3 width; not checked
+  uint64_t in_addr;          ///< input tensor
+  uint64_t out_addr;         ///< output tensor; must not overlap the input
+  uint64_t work_buffer;      ///< not read
+  uint16_t width;            ///< extent, elements
+  uint16_t height;           ///< extent, lines
+  uint16_t channel;          ///< extent, planes
+  uint16_t batch;            ///< extent, items
+  uint32_t in_line_ofs;      ///< bytes between lines of the input
+  uint32_t in_channel_ofs;   ///< bytes between channels of the input
+  uint32_t in_batch_ofs;     ///< bytes between batch items of the input
+  uint32_t out_line_ofs;     ///< bytes between lines of the output
+  uint32_t out_channel_ofs;  ///< bytes between channels of the output
+  uint32_t out_batch_ofs;    ///< bytes between batch items of the output
+  _NN_FMT in_fmt;            ///< format of the input; its width alone chooses the element size
+  _NN_FMT out_fmt;           ///< format of the output, of equal or smaller width
+  _NN_SCALE in_scale;        ///< no effect
+  _NN_SCALE out_scale;       ///< no effect
+  int8_t axis;               ///< axis to reverse: 0 batch, 1 channel, 2 height, 3 width; not checked
 } _NN_REVERSE_PARM;
 
 /// Turns the order of the slices along one axis round: `out[.., i, ..] = in[.., n - 1 - i, ..]`, and re-formats each slice in
@@ -1597,30 +1719,35 @@ typedef struct _NN_REVERSE_PARM {
 ///         "\033[1;31mERR:tarvu_reverse_process() unsupported input type %d\r\n\033[0m" with the type code
 TARVU_API _QX_RESULT tarvu_reverse_process(const _NN_REVERSE_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Permute
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup permute Permute
+/// \{
+
 /// Parameter block of tarvu_permute_process(). It carries no output shape: the output's layout is its offsets and the order.
 typedef struct _NN_PERMUTE_PARM {
-  uint64_t in_addr;         ///< input tensor
-  uint64_t out_addr;        ///< output tensor; overlaps the input only for the identity with equal formats
-  uint64_t work_buffer;     ///< not read
-  uint16_t width;           ///< input extent, elements
-  uint16_t height;          ///< input extent, lines
-  uint16_t channel;         ///< input extent, planes
-  uint16_t batch;           ///< input extent, items
-  uint32_t in_line_ofs;     ///< bytes between lines of the input
-  uint32_t in_channel_ofs;  ///< bytes between channels of the input
-  uint32_t in_batch_ofs;    ///< bytes between batch items of the input
-  uint32_t out_line_ofs;    ///< bytes between steps of output axis 2
-  uint32_t out_channel_ofs; ///< bytes between steps of output axis 1
-  uint32_t out_batch_ofs;   ///< bytes between steps of output axis 0
-  _NN_FMT in_fmt;           ///< format of the input
-  _NN_FMT out_fmt;          ///< format of the output
-  _NN_SCALE in_scale;       ///< no effect
-  _NN_SCALE out_scale;      ///< no effect
-  int8_t order[4];          ///< order[i] is the input axis (0 batch .. 3 width) that becomes output axis i; not checked
+  uint64_t in_addr;          ///< input tensor
+  uint64_t out_addr;         ///< output tensor; overlaps the input only for the identity with equal formats
+  uint64_t work_buffer;      ///< not read
+  uint16_t width;            ///< input extent, elements
+  uint16_t height;           ///< input extent, lines
+  uint16_t channel;          ///< input extent, planes
+  uint16_t batch;            ///< input extent, items
+  uint32_t in_line_ofs;      ///< bytes between lines of the input
+  uint32_t in_channel_ofs;   ///< bytes between channels of the input
+  uint32_t in_batch_ofs;     ///< bytes between batch items of the input
+  uint32_t out_line_ofs;     ///< bytes between steps of output axis 2
+  uint32_t out_channel_ofs;  ///< bytes between steps of output axis 1
+  uint32_t out_batch_ofs;    ///< bytes between steps of output axis 0
+  _NN_FMT in_fmt;            ///< format of the input
+  _NN_FMT out_fmt;           ///< format of the output
+  _NN_SCALE in_scale;        ///< no effect
+  _NN_SCALE out_scale;       ///< no effect
+  int8_t order[4];  ///< order[i] is the input axis (0 batch .. 3 width) that becomes output axis i; not checked
 } _NN_PERMUTE_PARM;
 
 /// Reorders the axes of a tensor: output axis i runs over input axis `order[i]`, and re-formats the elements as
@@ -1637,34 +1764,39 @@ typedef struct _NN_PERMUTE_PARM {
 ///         "\033[1;31mERR:tarvu_permute_process() unsupported output type %d\r\n\033[0m" with the type code
 TARVU_API _QX_RESULT tarvu_permute_process(const _NN_PERMUTE_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Top-K
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup topk Top-K
+/// \{
+
 /// Parameter block of tarvu_topk_process(). The input is dense and has no offsets.
 typedef struct _NN_TOPK_PARM {
-  uint64_t in_addr;               ///< input tensor, dense: width fastest, then height, channel, batch
-  uint64_t out_addr;              ///< value output, elements of the input's width; 0: no values are written
-  uint64_t out_index_addr;        ///< index output, unsigned 16-bit entries for any input; 0: no indices are written
-  uint64_t work_buffer;           ///< scratch, aligned to 4 bytes: 4 * max(k, line length) bytes
-  uint32_t reserved_0[3];         ///< not read
-  uint32_t out_line_ofs;          ///< bytes between height steps of the value output
-  uint32_t out_channel_ofs;       ///< bytes between channel steps of the value output
-  uint32_t out_batch_ofs;         ///< bytes between batch steps of the value output
-  uint32_t out_index_line_ofs;    ///< bytes between height steps of the index output
-  uint32_t out_index_channel_ofs; ///< bytes between channel steps of the index output
-  uint32_t out_index_batch_ofs;   ///< bytes between batch steps of the index output
-  _NN_FMT in_fmt;                 ///< format of the input: tells width and signedness, nothing else
-  uint32_t reserved_1[8];         ///< not read
-  uint16_t width;                 ///< input extent, elements
-  uint16_t height;                ///< input extent, lines
-  uint16_t channel;               ///< input extent, planes
-  uint16_t batch;                 ///< input extent, items
-  uint8_t reserved_2;             ///< not read
-  int8_t axis;                    ///< axis of the lines: 0 batch, 1 channel, 2 height, 3 width
-  int8_t largest;                 ///< 1 picks the largest elements, 0 the smallest
-  int8_t sorted;                  ///< not 0: the picks come out best first; 0: in an order without meaning
-  uint32_t k;                     ///< elements to pick from each line; at most the extent of the axis
+  uint64_t in_addr;                ///< input tensor, dense: width fastest, then height, channel, batch
+  uint64_t out_addr;               ///< value output, elements of the input's width; 0: no values are written
+  uint64_t out_index_addr;         ///< index output, unsigned 16-bit entries for any input; 0: no indices are written
+  uint64_t work_buffer;            ///< scratch, aligned to 4 bytes: 4 * max(k, line length) bytes
+  uint32_t reserved_0[3];          ///< not read
+  uint32_t out_line_ofs;           ///< bytes between height steps of the value output
+  uint32_t out_channel_ofs;        ///< bytes between channel steps of the value output
+  uint32_t out_batch_ofs;          ///< bytes between batch steps of the value output
+  uint32_t out_index_line_ofs;     ///< bytes between height steps of the index output
+  uint32_t out_index_channel_ofs;  ///< bytes between channel steps of the index output
+  uint32_t out_index_batch_ofs;    ///< bytes between batch steps of the index output
+  _NN_FMT in_fmt;                  ///< format of the input: tells width and signedness, nothing else
+  uint32_t reserved_1[8];          ///< not read
+  uint16_t width;                  ///< input extent, elements
+  uint16_t height;                 ///< input extent, lines
+  uint16_t channel;                ///< input extent, planes
+  uint16_t batch;                  ///< input extent, items
+  uint8_t reserved_2;              ///< not read
+  int8_t axis;                     ///< axis of the lines: 0 batch, 1 channel, 2 height, 3 width
+  int8_t largest;                  ///< 1 picks the largest elements, 0 the smallest
+  int8_t sorted;                   ///< not 0: the picks come out best first; 0: in an order without meaning
+  uint32_t k;                      ///< elements to pick from each line; at most the extent of the axis
 } _NN_TOPK_PARM;
 
 /// Picks the `k` largest (or smallest) elements of every line along one axis. For each pick i of a line it stores the
@@ -1694,40 +1826,45 @@ typedef struct _NN_TOPK_PARM {
 ///           its value
 TARVU_API _QX_RESULT tarvu_topk_process(const _NN_TOPK_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Gather
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup gather Gather
+/// \{
+
 /// Parameter block of tarvu_gather_process(). Ranks are read from the extents: an absent dimension has extent 0.
 typedef struct _NN_GATHER_PARM {
-  uint64_t in_addr;         ///< input tensor
-  uint64_t out_addr;        ///< output tensor; must not overlap the input
-  uint64_t ind_addr;        ///< index tensor, dense
-  uint64_t work_buffer;     ///< staging memory, used only where the widths differ; size below
-  uint16_t in_width;        ///< not read
-  uint16_t in_height;       ///< input extent, lines; 0 for rank 1
-  uint16_t in_channel;      ///< input extent, planes; 0 for a rank of at most 2
-  uint16_t in_batch;        ///< input extent, items; 0 for a rank of at most 3
-  uint16_t ind_width;       ///< index extent, elements
-  uint16_t ind_height;      ///< index extent, lines; 0 when absent
-  uint16_t ind_channel;     ///< index extent, planes; 0 when absent
-  uint16_t ind_batch;       ///< index extent, items; 0 when absent
-  uint16_t out_width;       ///< output extent, elements
-  uint16_t out_height;      ///< output extent, lines
-  uint16_t out_channel;     ///< output extent, planes
-  uint16_t out_batch;       ///< output extent, items
-  uint32_t in_line_ofs;     ///< bytes between lines of the input
-  uint32_t in_channel_ofs;  ///< bytes between channels of the input
-  uint32_t in_batch_ofs;    ///< bytes between batch items of the input
-  uint32_t out_line_ofs;    ///< bytes between lines of the output
-  uint32_t out_channel_ofs; ///< bytes between channels of the output
-  uint32_t out_batch_ofs;   ///< bytes between batch items of the output
-  _NN_FMT in_fmt;           ///< format of the input
-  _NN_FMT ind_fmt;          ///< format of the indices: tells width and signedness; its `frac_bits` scale nothing
-  _NN_FMT out_fmt;          ///< format of the output
-  _NN_SCALE in_scale;       ///< no effect
-  _NN_SCALE out_scale;      ///< no effect
-  uint8_t axis;             ///< axis gathered on, counted from the slowest dimension of the input's rank, which is 0
+  uint64_t in_addr;          ///< input tensor
+  uint64_t out_addr;         ///< output tensor; must not overlap the input
+  uint64_t ind_addr;         ///< index tensor, dense
+  uint64_t work_buffer;      ///< staging memory, used only where the widths differ; size below
+  uint16_t in_width;         ///< not read
+  uint16_t in_height;        ///< input extent, lines; 0 for rank 1
+  uint16_t in_channel;       ///< input extent, planes; 0 for a rank of at most 2
+  uint16_t in_batch;         ///< input extent, items; 0 for a rank of at most 3
+  uint16_t ind_width;        ///< index extent, elements
+  uint16_t ind_height;       ///< index extent, lines; 0 when absent
+  uint16_t ind_channel;      ///< index extent, planes; 0 when absent
+  uint16_t ind_batch;        ///< index extent, items; 0 when absent
+  uint16_t out_width;        ///< output extent, elements
+  uint16_t out_height;       ///< output extent, lines
+  uint16_t out_channel;      ///< output extent, planes
+  uint16_t out_batch;        ///< output extent, items
+  uint32_t in_line_ofs;      ///< bytes between lines of the input
+  uint32_t in_channel_ofs;   ///< bytes between channels of the input
+  uint32_t in_batch_ofs;     ///< bytes between batch items of the input
+  uint32_t out_line_ofs;     ///< bytes between lines of the output
+  uint32_t out_channel_ofs;  ///< bytes between channels of the output
+  uint32_t out_batch_ofs;    ///< bytes between batch items of the output
+  _NN_FMT in_fmt;            ///< format of the input
+  _NN_FMT ind_fmt;           ///< format of the indices: tells width and signedness; its `frac_bits` scale nothing
+  _NN_FMT out_fmt;           ///< format of the output
+  _NN_SCALE in_scale;        ///< no effect
+  _NN_SCALE out_scale;       ///< no effect
+  uint8_t axis;              ///< axis gathered on, counted from the slowest dimension of the input's rank, which is 0
 } _NN_GATHER_PARM;
 
 /// Copies slices of the input, chosen along one axis by a list of positions: `out[.., i, ..] = in[.., index[i], ..]`,
@@ -1767,35 +1904,40 @@ typedef struct _NN_GATHER_PARM {
 ///           "\033[1;31mERR:tarvu_gather_process() unsupported ind type %d\r\n\033[0m" with the gather type code
 TARVU_API _QX_RESULT tarvu_gather_process(const _NN_GATHER_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Gather ND
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup gathernd Gather ND
+/// \{
+
 /// Parameter block of tarvu_gathernd_process(). All tensors are dense; a dimension that a tensor lacks has extent 0.
 typedef struct _NN_GATHERND_PARM {
-  uint64_t in_addr;       ///< input tensor, dense
-  uint64_t out_addr;      ///< output tensor, dense; must not overlap the input
-  uint64_t ind_addr;      ///< index tensor, dense: tuples of `ind_width` coordinates; floats if its width is 32
-  uint64_t work_buffer;   ///< scratch: 4 bytes for each index element, unless the index width is 32; aligned to 4 bytes
-  uint16_t in_width;      ///< input extent, elements
-  uint16_t in_height;     ///< input extent, lines
-  uint16_t in_channel;    ///< input extent, planes
-  uint16_t in_batch;      ///< input extent, items
-  uint16_t out_width;     ///< output extent, elements
-  uint16_t out_height;    ///< output extent, lines
-  uint16_t out_channel;   ///< output extent, planes
-  uint16_t out_batch;     ///< output extent, items
-  uint16_t ind_width;     ///< coordinates of a tuple
-  uint16_t ind_height;    ///< index extent, lines
-  uint16_t ind_channel;   ///< index extent, planes
-  uint16_t ind_batch;     ///< index extent, items
-  uint32_t reserved_0[6]; ///< not read
-  _NN_FMT in_fmt;         ///< format of the input
-  _NN_FMT ind_fmt;        ///< format of the indices; its `frac_bits` count unless its width is 32
-  _NN_FMT out_fmt;        ///< format of the output; not checked
-  _NN_SCALE in_scale;     ///< no effect
-  _NN_SCALE out_scale;    ///< no effect
-  uint32_t batch_dims;    ///< leading dimensions that input and indices share; not checked
+  uint64_t in_addr;      ///< input tensor, dense
+  uint64_t out_addr;     ///< output tensor, dense; must not overlap the input
+  uint64_t ind_addr;     ///< index tensor, dense: tuples of `ind_width` coordinates; floats if its width is 32
+  uint64_t work_buffer;  ///< scratch: 4 bytes for each index element, unless the index width is 32; aligned to 4 bytes
+  uint16_t in_width;     ///< input extent, elements
+  uint16_t in_height;    ///< input extent, lines
+  uint16_t in_channel;   ///< input extent, planes
+  uint16_t in_batch;     ///< input extent, items
+  uint16_t out_width;    ///< output extent, elements
+  uint16_t out_height;   ///< output extent, lines
+  uint16_t out_channel;  ///< output extent, planes
+  uint16_t out_batch;    ///< output extent, items
+  uint16_t ind_width;    ///< coordinates of a tuple
+  uint16_t ind_height;   ///< index extent, lines
+  uint16_t ind_channel;  ///< index extent, planes
+  uint16_t ind_batch;    ///< index extent, items
+  uint32_t reserved_0[6];  ///< not read
+  _NN_FMT in_fmt;          ///< format of the input
+  _NN_FMT ind_fmt;         ///< format of the indices; its `frac_bits` count unless its width is 32
+  _NN_FMT out_fmt;         ///< format of the output; not checked
+  _NN_SCALE in_scale;      ///< no effect
+  _NN_SCALE out_scale;     ///< no effect
+  uint32_t batch_dims;     ///< leading dimensions that input and indices share; not checked
 } _NN_GATHERND_PARM;
 
 /// Product of those of `dims[0]` to `dims[n - 1]` that are not 0, modulo 2^32; 1 if there are none.
@@ -1813,8 +1955,9 @@ TARVU_API uint32_t size_from_dimension(const uint32_t *dims, uint32_t n);
 /// \param dims shape of four entries, slowest dimension first; `dims[3]` is not looked at
 TARVU_API uint32_t chk_input_offset(const uint32_t *dims);
 
-/// Copies slices of the input addressed by tuples of coordinates:
-/// `out[t] = in[batch of t, index[t][0], .. index[t][K-1]]`, with K = `ind_width`.
+/// Copies slices of the input addressed by tuples of coordinates. With K = `ind_width`:
+///
+///     out[t] = in[batch of t, index[t][0], .. index[t][K-1]]
 ///
 /// Extents of 0 are skipped in every product. The input's shape, slowest first and without its leading empty places, is
 /// `batch_dims` shared dimensions, then K dimensions that the coordinates address, then the slice (one element if
@@ -1844,42 +1987,47 @@ TARVU_API uint32_t chk_input_offset(const uint32_t *dims);
 ///         before stay allocated
 TARVU_API _QX_RESULT tarvu_gathernd_process(const _NN_GATHERND_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Gather element
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup gatherelement Gather element
+/// \{
+
 /// Parameter block of tarvu_gatherelement_process(). The rank is read from the input's extents: an absent dimension has
 /// extent 0.
 typedef struct _NN_GATHERELEMENT_PARM {
-  uint64_t in_addr;         ///< input tensor
-  uint64_t out_addr;        ///< output tensor, dense; must not overlap the input
-  uint64_t ind_addr;        ///< index tensor, of the output's extents
-  uint64_t work_buffer;     ///< staging memory of one input element, read only where width or `frac_bits` differ
-  uint16_t in_width;        ///< not read
-  uint16_t in_height;       ///< only whether it is 0 counts; 0 for rank 1
-  uint16_t in_channel;      ///< only whether it is 0 counts; 0 for a rank of at most 2
-  uint16_t in_batch;        ///< only whether it is 0 counts; 0 for a rank of at most 3
-  uint16_t ind_width;       ///< not read
-  uint16_t ind_height;      ///< not read
-  uint16_t ind_channel;     ///< not read
-  uint16_t ind_batch;       ///< not read
-  uint16_t out_width;       ///< extent of output and indices, elements
-  uint16_t out_height;      ///< extent of output and indices, lines
-  uint16_t out_channel;     ///< extent of output and indices, planes; read from rank 3 on
-  uint16_t out_batch;       ///< extent of output and indices, items; read for rank 4
-  uint32_t in_line_ofs;     ///< bytes between lines of the input
-  uint32_t in_channel_ofs;  ///< bytes between channels of the input
-  uint32_t in_batch_ofs;    ///< bytes between batch items of the input
-  uint32_t ind_line_ofs;    ///< bytes between lines of the indices
-  uint32_t ind_channel_ofs; ///< bytes between channels of the indices
-  uint32_t ind_batch_ofs;   ///< bytes between batch items of the indices
-  uint32_t reserved_0[3];   ///< not read
-  _NN_FMT in_fmt;           ///< format of the input
-  _NN_FMT ind_fmt;          ///< format of the indices: tells width and signedness; its `frac_bits` scale nothing
-  _NN_FMT out_fmt;          ///< format of the output
-  _NN_SCALE in_scale;       ///< no effect
-  _NN_SCALE out_scale;      ///< no effect
-  uint8_t axis;             ///< axis of the indices, counted from the slowest dimension of the input's rank, which is 0
+  uint64_t in_addr;          ///< input tensor
+  uint64_t out_addr;         ///< output tensor, dense; must not overlap the input
+  uint64_t ind_addr;         ///< index tensor, of the output's extents
+  uint64_t work_buffer;      ///< staging memory of one input element, read only where width or `frac_bits` differ
+  uint16_t in_width;         ///< not read
+  uint16_t in_height;        ///< only whether it is 0 counts; 0 for rank 1
+  uint16_t in_channel;       ///< only whether it is 0 counts; 0 for a rank of at most 2
+  uint16_t in_batch;         ///< only whether it is 0 counts; 0 for a rank of at most 3
+  uint16_t ind_width;        ///< not read
+  uint16_t ind_height;       ///< not read
+  uint16_t ind_channel;      ///< not read
+  uint16_t ind_batch;        ///< not read
+  uint16_t out_width;        ///< extent of output and indices, elements
+  uint16_t out_height;       ///< extent of output and indices, lines
+  uint16_t out_channel;      ///< extent of output and indices, planes; read from rank 3 on
+  uint16_t out_batch;        ///< extent of output and indices, items; read for rank 4
+  uint32_t in_line_ofs;      ///< bytes between lines of the input
+  uint32_t in_channel_ofs;   ///< bytes between channels of the input
+  uint32_t in_batch_ofs;     ///< bytes between batch items of the input
+  uint32_t ind_line_ofs;     ///< bytes between lines of the indices
+  uint32_t ind_channel_ofs;  ///< bytes between channels of the indices
+  uint32_t ind_batch_ofs;    ///< bytes between batch items of the indices
+  uint32_t reserved_0[3];    ///< not read
+  _NN_FMT in_fmt;            ///< format of the input
+  _NN_FMT ind_fmt;           ///< format of the indices: tells width and signedness; its `frac_bits` scale nothing
+  _NN_FMT out_fmt;           ///< format of the output
+  _NN_SCALE in_scale;        ///< no effect
+  _NN_SCALE out_scale;       ///< no effect
+  uint8_t axis;  ///< axis of the indices, counted from the slowest dimension of the input's rank, which is 0
 } _NN_GATHERELEMENT_PARM;
 
 /// Takes every output element from the input element at the same coordinates, but for the axis, where the coordinate is
@@ -1911,35 +2059,40 @@ typedef struct _NN_GATHERELEMENT_PARM {
 ///           "\033[1;31mERR:tarvu_gatherelement_process() unsupported ind type %d\r\n\033[0m" with the gather type code
 TARVU_API _QX_RESULT tarvu_gatherelement_process(const _NN_GATHERELEMENT_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // One-hot
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// \defgroup onehot One-hot
+/// \{
+
 /// Parameter block of tarvu_onehot_process().
 typedef struct _NN_ONEHOT_PARM {
-  uint64_t in_addr;         ///< index tensor
-  uint64_t out_addr;        ///< output tensor; must not overlap the indices
-  uint64_t values_addr;     ///< two elements of `values_fmt`: the off value, then the on value
-  uint16_t width;           ///< not read: the index tensor counts as 1 wide
-  uint16_t height;          ///< index extent, lines
-  uint16_t channel;         ///< index extent, planes
-  uint16_t batch;           ///< index extent, items
-  uint16_t reserved_0[4];   ///< not read
-  uint32_t in_line_ofs;     ///< bytes between lines of the indices
-  uint32_t in_channel_ofs;  ///< bytes between channels of the indices
-  uint32_t in_batch_ofs;    ///< bytes between batch items of the indices
-  uint32_t out_line_ofs;    ///< bytes between steps of output axis 2
-  uint32_t out_channel_ofs; ///< bytes between steps of output axis 1
-  uint32_t out_batch_ofs;   ///< bytes between steps of output axis 0
-  _NN_FMT in_fmt;           ///< format of the indices
-  _NN_FMT out_fmt;          ///< format of the output
-  _NN_FMT values_fmt;       ///< format of the value pair
-  _NN_SCALE in_scale;       ///< scale of the indices
-  _NN_SCALE out_scale;      ///< no effect
-  _NN_SCALE values_scale;   ///< no effect
-  uint32_t reserved_1;      ///< not read
-  int32_t axis;             ///< place of the new axis in the output, 0 the outermost to 3 the dense one
-  int32_t depth;            ///< length of the new axis, at most 65535
+  uint64_t in_addr;          ///< index tensor
+  uint64_t out_addr;         ///< output tensor; must not overlap the indices
+  uint64_t values_addr;      ///< two elements of `values_fmt`: the off value, then the on value
+  uint16_t width;            ///< not read: the index tensor counts as 1 wide
+  uint16_t height;           ///< index extent, lines
+  uint16_t channel;          ///< index extent, planes
+  uint16_t batch;            ///< index extent, items
+  uint16_t reserved_0[4];    ///< not read
+  uint32_t in_line_ofs;      ///< bytes between lines of the indices
+  uint32_t in_channel_ofs;   ///< bytes between channels of the indices
+  uint32_t in_batch_ofs;     ///< bytes between batch items of the indices
+  uint32_t out_line_ofs;     ///< bytes between steps of output axis 2
+  uint32_t out_channel_ofs;  ///< bytes between steps of output axis 1
+  uint32_t out_batch_ofs;    ///< bytes between steps of output axis 0
+  _NN_FMT in_fmt;            ///< format of the indices
+  _NN_FMT out_fmt;           ///< format of the output
+  _NN_FMT values_fmt;        ///< format of the value pair
+  _NN_SCALE in_scale;        ///< scale of the indices
+  _NN_SCALE out_scale;       ///< no effect
+  _NN_SCALE values_scale;    ///< no effect
+  uint32_t reserved_1;       ///< not read
+  int32_t axis;              ///< place of the new axis in the output, 0 the outermost to 3 the dense one
+  int32_t depth;             ///< length of the new axis, at most 65535
 } _NN_ONEHOT_PARM;
 
 /// Expands class indices along a new axis: `out[.., d, ..] = d == index ? on : off` for d from 0 to `depth` - 1.
@@ -1961,9 +2114,14 @@ typedef struct _NN_ONEHOT_PARM {
 ///         - `axis` outside 0 to 3, after the plain line "not supported axis = %d\n"
 TARVU_API _QX_RESULT tarvu_onehot_process(const _NN_ONEHOT_PARM *parm);
 
+/// \}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Grid sample
 // ---------------------------------------------------------------------------------------------------------------------
+
+/// \defgroup gridsample Grid sample
+/// \{
 
 /// Parameter block of tarvu_gridsample_process(). Shapes stand fastest dimension first; all tensors are dense.
 ///
@@ -2032,6 +2190,8 @@ typedef struct _NN_GRIDSAMPLE_PARM {
 ///           %dx%dx%dx%d, output %dx%dx%dx%d, grid %dx%dx%dx%d\r\n\033[0m" (one line), each shape with its slowest
 ///           dimension first
 TARVU_API _QX_RESULT tarvu_gridsample_process(const _NN_GRIDSAMPLE_PARM *parm);
+
+/// \}
 
 #ifdef __cplusplus
 }

@@ -52,7 +52,8 @@ struct Axis {
 
   bool has_extra_below(int32_t limit) const { return partial && begin_of(regular()) < limit; }
 
-  /// Kept: only the far end is clipped; a window behind the first one starts in front of the input if the pad exceeds the stride.
+  /// Kept: only the far end is clipped; a window behind the first one starts in front of the input if the pad exceeds the
+  /// stride.
   Window window(int32_t index) const {
     if (index == 0) return {Place::kFirst, 0, std::min(extent, kernel - pad_near)};
     const int32_t begin = begin_of(index);
@@ -60,8 +61,8 @@ struct Axis {
     return {Place::kExtra, begin, extent};
   }
 
-  /// Whether all windows, cut to the input, are runs of `kernel` elements `stride` apart, the first one from -pad_near. Only the
-  /// extra window could be longer, and it is not: what it leaves over is what `steps` left over, less than a kernel.
+  /// Whether all windows, cut to the input, are runs of `kernel` elements `stride` apart, the first one from -pad_near. Only
+  /// the extra window could be longer, and it is not: what it leaves over is what `steps` left over, less than a kernel.
   bool is_regular() const { return stride > 0 && pad_near <= stride; }
 };
 

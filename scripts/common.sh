@@ -23,6 +23,11 @@ example_tools="
 test_tools="
   python3 python3
   /usr/src/googletest/CMakeLists.txt googletest
+  make make
+  pkg-config pkg-config
+  dpkg-deb dpkg
+  abidiff abigail-tools
+  doxygen doxygen
 "
 
 say() {

@@ -57,20 +57,20 @@ struct MaximumFold {
   static Word both(Word a, Word b) { return a > b ? a : b; }
   static Lanes both(Lanes a, Lanes b) { return a > b ? a : b; }
 
-#if TARVU_NEON
   struct Block {
     Lanes words;
   };
   static Block first(const uint8_t *from) { return {load<Lanes>(from)}; }
-  static Block first_two(const uint8_t *from, const uint8_t *next) { return {both(load<Lanes>(from), load<Lanes>(next))}; }
+  static Block first_two(const uint8_t *from, const uint8_t *next) {
+    return {both(load<Lanes>(from), load<Lanes>(next))};
+  }
   static Block more(Block block, const uint8_t *next) { return {both(block.words, load<Lanes>(next))}; }
   static void keep(Block block, Word *to) { store(to, block.words); }
-#endif
 };
 
-#if TARVU_NEON
 /// The widening steps that sums are made of: a vector's lower or upper lanes alone, or added to those of another vector, or to
 /// wider lanes.
+#if TARVU_NEON
 inline u16x8 widen_low(u8x16 a) { return vmovl_u8(vget_low_u8(a)); }
 inline s16x8 widen_low(s8x16 a) { return vmovl_s8(vget_low_s8(a)); }
 inline u32x4 widen_low(u16x8 a) { return vmovl_u16(vget_low_u16(a)); }
@@ -96,10 +96,38 @@ inline u32x4 add_low(u32x4 sum, s16x8 a) {
 inline u16x8 add_high(u16x8 sum, u8x16 a) { return vaddw_high_u8(sum, a); }
 inline s16x8 add_high(s16x8 sum, s8x16 a) { return vaddw_high_s8(sum, a); }
 inline u32x4 add_high(u32x4 sum, u16x8 a) { return vaddw_high_u16(sum, a); }
-inline u32x4 add_high(u32x4 sum, s16x8 a) { return vreinterpretq_u32_s32(vaddw_high_s16(vreinterpretq_s32_u32(sum), a)); }
+inline u32x4 add_high(u32x4 sum, s16x8 a) {
+  return vreinterpretq_u32_s32(vaddw_high_s16(vreinterpretq_s32_u32(sum), a));
+}
+#else
+inline u16x8 widen_low(u8x16 a) { return u16x8(zip_low(a, u8x16{})); }
+inline s16x8 widen_low(s8x16 a) { return s16x8(zip_low(u8x16{}, u8x16(a))) >> 8; }
+inline u32x4 widen_low(u16x8 a) { return u32x4(zip_low(a, u16x8{})); }
+inline u32x4 widen_low(s16x8 a) { return u32x4(s32x4(zip_low(u16x8{}, u16x8(a))) >> 16); }
+inline u16x8 widen_high(u8x16 a) { return u16x8(zip_high(a, u8x16{})); }
+inline s16x8 widen_high(s8x16 a) { return s16x8(zip_high(u8x16{}, u8x16(a))) >> 8; }
+inline u32x4 widen_high(u16x8 a) { return u32x4(zip_high(a, u16x8{})); }
+inline u32x4 widen_high(s16x8 a) { return u32x4(s32x4(zip_high(u16x8{}, u16x8(a))) >> 16); }
+template <class Lanes>
+inline auto add_low(Lanes a, Lanes b) {
+  return widen_low(a) + widen_low(b);
+}
+template <class Lanes>
+inline auto add_high(Lanes a, Lanes b) {
+  return widen_high(a) + widen_high(b);
+}
+template <class Wide, class Lanes>
+inline Wide add_low(Wide sum, Lanes a) {
+  return sum + widen_low(a);
+}
+template <class Wide, class Lanes>
+inline Wide add_high(Wide sum, Lanes a) {
+  return sum + widen_high(a);
+}
 #endif
 
-/// The sum. A Word of 16 bits has the signedness of the elements, and holds at most kMostElements of them; one of 32 bits wraps.
+/// The sum. A Word of 16 bits has the signedness of the elements, and holds at most kMostElements of them; one of 32 bits
+/// wraps.
 template <class In, class SumWord>
 struct SumFold {
   using Element = In;
@@ -113,7 +141,6 @@ struct SumFold {
   static Word both(Word a, Word b) { return static_cast<Word>(a + b); }
   static Lanes both(Lanes a, Lanes b) { return a + b; }
 
-#if TARVU_NEON
   using Elements = typename LanesOfType<Element>::type;
   static constexpr bool kTwiceAsWide = sizeof(Word) == 2 * sizeof(Element);
   struct Block {
@@ -157,7 +184,6 @@ struct SumFold {
       to += kLanes<Lanes>;
     }
   }
-#endif
 };
 
 // ---- down the lines
@@ -176,10 +202,10 @@ template <class Fold>
   return word;
 }
 
-#if TARVU_NEON
 /// One block of columns; kLines is `lines`, or 0 for any from 2.
 template <class Fold, uint32_t kLines>
-[[gnu::always_inline]] inline typename Fold::Block fold_block_of_lines(const uint8_t *from, size_t line_bytes, uint32_t lines) {
+[[gnu::always_inline]] inline typename Fold::Block fold_block_of_lines(const uint8_t *from, size_t line_bytes,
+                                                                       uint32_t lines) {
   if constexpr (kLines == 1) {
     return Fold::first(from);
   } else {
@@ -201,77 +227,11 @@ template <class Fold, uint32_t kLines>
     return block;
   }
 }
-#else
-/// Calls at(i, n) for blocks of n = 32, or of 16 or 8 elements where there are fewer, such that all `count` elements are covered;
-/// the last block may overlap the one before it. n is a constant, so that a loop of n elements goes into lanes without a rest.
-template <class At>
-[[gnu::always_inline]] inline void for_blocks(uint32_t count, At at) {
-  const auto cover = [=](auto n) __attribute__((always_inline)) {
-    const uint32_t last = count - n;
-    for (uint32_t i = 0; i < last; i += n) at(i, n);
-    at(last, n);
-  };
-  if (count >= 32) return cover(std::integral_constant<uint32_t, 32>{});
-  if (count >= 16) return cover(std::integral_constant<uint32_t, 16>{});
-  if (count >= 8) return cover(std::integral_constant<uint32_t, 8>{});
-  for (uint32_t i = 0; i < count; ++i) at(i, std::integral_constant<uint32_t, 1>{});
-}
-
-template <class Fold>
-[[gnu::noinline]] void fold_three_columns(const uint8_t *first, const uint8_t *second, const uint8_t *third, uint32_t columns,
-                                          typename Fold::Word *to) {
-  using Element = Unaligned<typename Fold::Element>;
-  const auto *a = reinterpret_cast<const Element *>(first);
-  const auto *b = reinterpret_cast<const Element *>(second);
-  const auto *c = reinterpret_cast<const Element *>(third);
-  for_blocks(columns, [=](uint32_t from, auto n) __attribute__((always_inline)) {
-    typename Fold::Word *__restrict out = to + from;
-    for (uint32_t i = 0; i < n; ++i) {
-      out[i] = Fold::both(Fold::both(Fold::of(a[from + i].value), Fold::of(b[from + i].value)), Fold::of(c[from + i].value));
-    }
-  });
-}
-template <class Fold>
-[[gnu::noinline]] void fold_two_columns(const uint8_t *first, const uint8_t *second, uint32_t columns, typename Fold::Word *to) {
-  using Element = Unaligned<typename Fold::Element>;
-  const auto *a = reinterpret_cast<const Element *>(first);
-  const auto *b = reinterpret_cast<const Element *>(second);
-  for_blocks(columns, [=](uint32_t from, auto n) __attribute__((always_inline)) {
-    typename Fold::Word *__restrict out = to + from;
-    for (uint32_t i = 0; i < n; ++i) out[i] = Fold::both(Fold::of(a[from + i].value), Fold::of(b[from + i].value));
-  });
-}
-template <class Fold, uint32_t kLines>
-inline void fold_columns_of_lines(const uint8_t *from, size_t line_bytes, uint32_t lines, uint32_t columns,
-                                  typename Fold::Word *__restrict to) {
-  using Element = Unaligned<typename Fold::Element>;
-  const auto *first = reinterpret_cast<const Element *>(from);
-  if constexpr (kLines == 1) {
-    for (uint32_t c = 0; c < columns; ++c) to[c] = Fold::of(first[c].value);
-    return;
-  }
-  if (lines % 2 == 0) {
-    fold_two_columns<Fold>(from, from + line_bytes, columns, to);
-  } else {
-    fold_three_columns<Fold>(from, from + line_bytes, from + 2 * line_bytes, columns, to);
-  }
-  if constexpr (kLines == 0) {
-    for (uint32_t l = 2 + lines % 2; l < lines; l += 2) {
-      const auto *one = reinterpret_cast<const Element *>(from + l * line_bytes);
-      const auto *two = reinterpret_cast<const Element *>(from + (l + 1) * line_bytes);
-      for (uint32_t c = 0; c < columns; ++c) {
-        to[c] = Fold::both(to[c], Fold::both(Fold::of(one[c].value), Fold::of(two[c].value)));
-      }
-    }
-  }
-}
-#endif
 
 /// The same for at least kColumnsOfBlock columns; kLines is `lines`, or 0 for any.
 template <class Fold, uint32_t kLines>
-[[gnu::always_inline]] inline void fold_blocks_of_lines(const uint8_t *from, size_t line_bytes, uint32_t lines, uint32_t columns,
-                                                        typename Fold::Word *to) {
-#if TARVU_NEON
+[[gnu::always_inline]] inline void fold_blocks_of_lines(const uint8_t *from, size_t line_bytes, uint32_t lines,
+                                                        uint32_t columns, typename Fold::Word *to) {
   constexpr size_t kStep = kColumnsOfBlock<Fold>;
   const auto fold_at = [=](size_t c) __attribute__((always_inline)) {
     return fold_block_of_lines<Fold, kLines>(from + c * sizeof(typename Fold::Element), line_bytes, lines);
@@ -301,16 +261,12 @@ template <class Fold, uint32_t kLines>
   if (c < last) Fold::keep(fold_at(c), to + c);
   // The last block overlaps the one before it: both write the same words there.
   Fold::keep(fold_at(last), to + last);
-#else
-  fold_columns_of_lines<Fold, kLines>(from, line_bytes, lines, columns, to);
-#endif
 }
 
 /// Three lines, wherever each lies, of at least kColumnsOfBlock columns.
 template <class Fold>
 [[gnu::always_inline]] inline void fold_three_lines(const uint8_t *first, const uint8_t *second, const uint8_t *third,
                                                     uint32_t columns, typename Fold::Word *to) {
-#if TARVU_NEON
   constexpr size_t kStep = kColumnsOfBlock<Fold>;
   const auto fold_at = [=](size_t c) __attribute__((always_inline)) {
     const size_t at = c * sizeof(typename Fold::Element);
@@ -326,67 +282,72 @@ template <class Fold>
   }
   if (c < last) Fold::keep(fold_at(c), to + c);
   Fold::keep(fold_at(last), to + last);
-#else
-  fold_three_columns<Fold>(first, second, third, columns, to);
-#endif
+}
+
+/// The same address. The compiler does not know that, and so computes others from it where they are used, instead of keeping a
+/// register for each of them through a loop.
+template <class T>
+inline T *opaque(T *address) {
+  __asm__("" : "+r"(address));
+  return address;
 }
 
 /// The folds of three lines for two windows at once, the second one kApart lines (1 or 2) further on, to words that lie kSecond
-/// words behind those of the first one: of at least kColumnsOfBlock columns. The lines behind `second` are line_bytes apart but for the last one, which lies at `last` as the first
-/// one lies at `first`. Where kBlocks is not 0, so many blocks of columns are known to be enough.
+/// words behind those of the first one: of at least kColumnsOfBlock columns. The lines behind `second` are line_bytes apart but
+/// for the last one, which lies at `last` as the first one lies at `first`. Where kBlocks is 2, so many blocks of columns are
+/// enough.
 template <class Fold, uint32_t kApart, uint32_t kBlocks, size_t kSecond>
-[[gnu::always_inline]] inline void fold_three_lines_twice(const uint8_t *first, const uint8_t *second, size_t line_bytes,
-                                                          const uint8_t *last, uint32_t columns, typename Fold::Word *to) {
+[[gnu::always_inline]] inline void fold_three_lines_twice(const uint8_t *first, const uint8_t *second,
+                                                          size_t line_bytes, const uint8_t *last, uint32_t columns,
+                                                          typename Fold::Word *to) {
   const uint8_t *third = second + line_bytes;
   const uint8_t *fourth = third + line_bytes;
-#if TARVU_NEON
   using Block = typename Fold::Block;
-  const auto fold_at = [=](size_t c) __attribute__((always_inline)) {
-    const size_t at = c * sizeof(typename Fold::Element);
-    if constexpr (kApart == 1) {
-      const Block shared = Fold::first_two(second + at, third + at);
-      typename Fold::Word *words = to + c;
-      Fold::keep(Fold::more(shared, first + at), words);
-      Fold::keep(Fold::more(shared, last + at), words + kSecond);
-    } else {
-      const Block one = Fold::more(Fold::first_two(second + at, third + at), first + at);
-      const Block two = Fold::more(Fold::first_two(third + at, fourth + at), last + at);
-      typename Fold::Word *words = to + c;
-      Fold::keep(one, words);
-      Fold::keep(two, words + kSecond);
+  // Some blocks side by side, all folded before any is kept: words may overlay elements, for all that the compiler knows.
+  const auto fold_at = [=](size_t c, auto blocks) __attribute__((always_inline)) {
+    constexpr size_t kStep = kColumnsOfBlock<Fold>;
+    Block one[blocks];
+    Block two[blocks];
+    for (size_t i = 0; i < blocks; ++i) {
+      const size_t at = (c + i * kStep) * sizeof(typename Fold::Element);
+      const Block middle = Fold::first_two(second + at, third + at);
+      const Block next = kApart == 1 ? middle : Fold::first_two(third + at, fourth + at);
+      one[i] = Fold::more(middle, first + at);
+      two[i] = Fold::more(next, last + at);
+    }
+    typename Fold::Word *words = to + c;
+    for (size_t i = 0; i < blocks; ++i, words += kStep) {
+      Fold::keep(one[i], words);
+      Fold::keep(two[i], words + kSecond);
     }
   };
-  const size_t last_block = columns - kColumnsOfBlock<Fold>;
+  constexpr std::integral_constant<size_t, 1> kOne;
+  constexpr std::integral_constant<size_t, kColumnsOfBlock<Fold> == 8 ? 2 : 1> kSome;
+  constexpr size_t kStep = kColumnsOfBlock<Fold>;
+  const size_t last_block = columns - kStep;
   if constexpr (kBlocks == 2) {
-    fold_at(0);
+    fold_at(0, kOne);
   } else {
-    for (size_t c = 0; c < last_block; c += kColumnsOfBlock<Fold>) fold_at(c);
+    size_t c = 0;
+    for (; c + (kSome - 1) * kStep < last_block; c += kSome * kStep) fold_at(c, kSome);
+    if (kSome != 1 && c < last_block) fold_at(c, kOne);
   }
-  fold_at(last_block);
-#else
-  fold_three_columns<Fold>(first, second, third, columns, to);
-  if constexpr (kApart == 1) {
-    fold_three_columns<Fold>(second, third, last, columns, to + kSecond);
-  } else {
-    fold_three_columns<Fold>(third, fourth, last, columns, to + kSecond);
-  }
-#endif
+  fold_at(last_block, kOne);
 }
 
 /// A line of elements that change no fold.
-inline constexpr size_t kNothingBytes = 1024;
-template <class Fold>
+template <class Fold, size_t kBytes>
 struct LineOfNothing {
-  typename Fold::Element elements[kNothingBytes / sizeof(typename Fold::Element)];
+  typename Fold::Element elements[kBytes / sizeof(typename Fold::Element)];
   constexpr LineOfNothing() : elements() {
     for (auto &element : elements) element = static_cast<typename Fold::Element>(Fold::kIdentity);
   }
 };
-template <class Fold>
-alignas(16) inline constexpr LineOfNothing<Fold> kLineOfNothing;
+template <class Fold, size_t kBytes>
+alignas(16) inline constexpr LineOfNothing<Fold, kBytes> kLineOfNothing;
 
-/// to[c] = the fold of column c over `lines` lines, at least one, that lie `line_bytes` apart. Reads nothing but those elements,
-/// writes nothing but those words.
+/// to[c] = the fold of column c over `lines` lines, at least one, that lie `line_bytes` apart. Reads nothing but those
+/// elements, writes nothing but those words.
 template <class Fold>
 [[gnu::noinline]] void fold_lines(const uint8_t *from, size_t line_bytes, uint32_t lines, uint32_t columns,
                                   typename Fold::Word *to) {
@@ -396,14 +357,8 @@ template <class Fold>
     }
     return;
   }
-  switch (lines) {
-    case 1:
-      return fold_blocks_of_lines<Fold, 1>(from, line_bytes, lines, columns, to);
-    case 2:
-      return fold_blocks_of_lines<Fold, 2>(from, line_bytes, lines, columns, to);
-    default:
-      return fold_blocks_of_lines<Fold, 0>(from, line_bytes, lines, columns, to);
-  }
+  if (lines == 1) return fold_blocks_of_lines<Fold, 1>(from, line_bytes, lines, columns, to);
+  fold_blocks_of_lines<Fold, 0>(from, line_bytes, lines, columns, to);
 }
 
 // ---- along a line of words
@@ -461,7 +416,8 @@ inline typename Fold::Word fold_window(const typename Fold::Word *from, uint32_t
 
 /// One vector of windows of at least one word, the first at `from`; kWindow is `window`, or 0 for any.
 template <class Fold, uint32_t kStride, uint32_t kWindow>
-[[gnu::always_inline]] inline typename Fold::Lanes fold_vector_of_windows(const typename Fold::Word *from, uint32_t window) {
+[[gnu::always_inline]] inline typename Fold::Lanes fold_vector_of_windows(const typename Fold::Word *from,
+                                                                          uint32_t window) {
   using Word = typename Fold::Word;
   using Lanes = typename Fold::Lanes;
   const uint32_t count = kWindow != 0 ? kWindow : window;
@@ -491,8 +447,8 @@ template <class Fold, uint32_t kStride, uint32_t kWindow>
   }
 }
 
-/// to[i] = the fold of the four words from `from + i`, for at least `count` of them: whole vectors are read and written, which may
-/// be up to a vector and three words further.
+/// to[i] = the fold of the four words from `from + i`, for at least `count` of them: whole vectors are read and written, which
+/// may be up to a vector and three words further.
 template <class Fold>
 inline void fold_quads(const typename Fold::Word *from, uint32_t count, typename Fold::Word *to) {
   using Lanes = typename Fold::Lanes;
@@ -515,62 +471,45 @@ template <class Fold>
   for (auto &lanes : block.lanes) {
     lanes = load<Lanes>(quads);
     for (const Word *at = quads + 4; at != quads + whole; at += 4) lanes = Fold::both(lanes, load<Lanes>(at));
-    for (const Word *at = from + whole; at != from + window; ++at) lanes = Fold::both(lanes, load<Lanes>(at));
+    if constexpr (Fold::kWidens) {
+      for (const Word *at = from + whole; at != from + window; ++at) lanes = Fold::both(lanes, load<Lanes>(at));
+    } else {
+      lanes = Fold::both(lanes, load<Lanes>(quads + window - 4));  // which changes no maximum where it overlaps
+    }
     from += kLanes<Lanes>;
     quads += kLanes<Lanes>;
   }
   return block;
 }
 
-/// A block of windows that start `stride` words apart; kStride is `stride` if that is 1 or 2, else 0. `count` of its words are
-/// asked for. With stride 1 or 2 it folds all of them all the same, and may read one word behind the last window.
+/// A block of windows that start kStride words (1 or 2) apart; kWindow is `window`, or 0 for any. With stride 2 it may read one
+/// word behind the last window.
 template <class Fold, uint32_t kStride, uint32_t kWindow>
-[[gnu::always_inline]] inline WordBlock<typename Fold::Word> fold_block_of_windows(const typename Fold::Word *from, uint32_t window, uint32_t stride,
-                                                            uint32_t count) {
-  using Word = typename Fold::Word;
-  WordBlock<Word> block;
-  if constexpr (kStride == 0) {
-    Word words[kWordsOfBlock<Word>] = {};
-    for (uint32_t i = 0; i < count; ++i) words[i] = fold_window<Fold>(from + i * stride, window);
-    std::memcpy(&block, words, sizeof block);
-  } else {
-    for (auto &lanes : block.lanes) {
-      lanes = fold_vector_of_windows<Fold, kStride, kWindow>(from, window);
-      from += kStride * kLanes<typename Fold::Lanes>;
-    }
+[[gnu::always_inline]] inline WordBlock<typename Fold::Word> fold_block_of_windows(const typename Fold::Word *from,
+                                                                                   uint32_t window) {
+  WordBlock<typename Fold::Word> block;
+  for (auto &lanes : block.lanes) {
+    lanes = fold_vector_of_windows<Fold, kStride, kWindow>(from, window);
+    from += kStride * kLanes<typename Fold::Lanes>;
   }
   return block;
 }
 
-/// Whether windows are best folded block by block on the way to the output, or else a line of them at once.
-inline constexpr bool kFoldsInBlocks = TARVU_NEON != 0;
-
-/// to[i] = the fold of `window` words from `from + i * stride`, for `count` windows; kStride and kWindow are `stride` and `window`, or
-/// 0 for any. With a stride of 1 or 2 up to 31 more windows are read and written.
-template <class Fold, uint32_t kStride, uint32_t kWindow>
-[[gnu::noinline]] void fold_windows(const typename Fold::Word *__restrict from, uint32_t window, uint32_t stride, uint32_t count,
-                                    typename Fold::Word *__restrict to) {
-  const size_t step = kStride != 0 ? kStride : stride;
-  const uint32_t words = kWindow != 0 ? kWindow : window;
-  const auto for_all = [=](auto fold) __attribute__((always_inline)) {
-    if constexpr (kStride != 0) {
-      for (size_t at = 0; at < count; at += 32) {
-        for (size_t i = at; i < at + 32; ++i) to[i] = fold(from + i * step, to[i]);
-      }
-    } else {
-      for (size_t i = 0; i < count; ++i) to[i] = fold(from + i * step, to[i]);
-    }
-  };
-  using Word = typename Fold::Word;
-  if (words == 1) {
-    for_all([](const Word *at, Word) { return at[0]; });
-  } else if (words % 2 == 0) {
-    for_all([](const Word *at, Word) { return Fold::both(at[0], at[1]); });
+/// to[i] = the fold of `window` words from `from + i * stride`, both at least 1, for `count` windows. Whole blocks are read and
+/// written: up to 15 windows more. `spare` has room for as many words as the windows cover, and for a block more.
+template <class Fold>
+inline void fold_windows(const typename Fold::Word *from, uint32_t window, uint32_t stride, uint32_t count,
+                         typename Fold::Word *spare, typename Fold::Word *to) {
+  constexpr size_t kBlock = kWordsOfBlock<typename Fold::Word>;
+  if (stride == 1 && window >= 8) {
+    fold_quads<Fold>(from, count + window - 1, spare);
+    for (size_t i = 0; i < count; i += kBlock) store(to + i, fold_block_by_quads<Fold>(from + i, spare + i, window));
+  } else if (stride == 1) {
+    for (size_t i = 0; i < count; i += kBlock) store(to + i, fold_block_of_windows<Fold, 1, 0>(from + i, window));
+  } else if (stride == 2) {
+    for (size_t i = 0; i < count; i += kBlock) store(to + i, fold_block_of_windows<Fold, 2, 0>(from + 2 * i, window));
   } else {
-    for_all([](const Word *at, Word) { return Fold::both(Fold::both(at[0], at[1]), at[2]); });
-  }
-  for (size_t k = 2 + words % 2; k < words; k += 2) {
-    for_all([=](const Word *at, Word folded) { return Fold::both(folded, Fold::both(at[k], at[k + 1])); });
+    for (size_t i = 0; i < count; ++i) to[i] = fold_window<Fold>(from + i * stride, window);
   }
 }
 
@@ -579,19 +518,9 @@ template <class Fold>
 [[gnu::always_inline]] inline WordBlock<typename Fold::Word> fold_two_by_two(const uint8_t *from, size_t line_bytes) {
   using Lanes = typename Fold::Lanes;
   static_assert(!Fold::kWidens);
-#if TARVU_NEON
   const Pairs<Lanes> upper = load_pairs<Lanes>(from);
   const Pairs<Lanes> lower = load_pairs<Lanes>(from + line_bytes);
   return {{Fold::both(Fold::both(upper.even, upper.odd), Fold::both(lower.even, lower.odd))}};
-#else
-  Lanes both[2];
-  for (size_t i = 0; i < 2; ++i) {
-    const uint8_t *at = from + i * sizeof(Lanes);
-    both[i] = Fold::both(load<Lanes>(at), load<Lanes>(at + line_bytes));
-  }
-  const Pairs<Lanes> pairs = load_pairs<Lanes>(both);
-  return {{Fold::both(pairs.even, pairs.odd)}};
-#endif
 }
 
 }  // namespace tarvu

@@ -5,6 +5,7 @@
 #define TARVU_SIMD_LEAKY_SLOPE_H
 
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
 
 #include "simd/lanes.h"
@@ -81,6 +82,37 @@ inline void slope_vector(const T *from, T *to, int8_t slope, int left) {
 }
 #endif
 
+#if TARVU_AVX2
+/// Moves lanes of 16 or 32 bits. Counts from a whole lane on leave the sign to the right, and 0 to the left.
+template <class Product>
+inline __m256i move_lanes(__m256i products, int left) {
+  const __m128i count = _mm_cvtsi32_si128(std::abs(left));
+  if constexpr (sizeof(Product) == 2) return left < 0 ? _mm256_sra_epi16(products, count) : _mm256_sll_epi16(products, count);
+  return left < 0 ? _mm256_sra_epi32(products, count) : _mm256_sll_epi32(products, count);
+}
+
+/// 32 bytes of elements; `slope` is in all lanes of 16 bits, for bytes in their upper halves.
+template <class T>
+inline void slope_two_blocks(const T *from, T *to, __m256i slope, int left) {
+  const __m256i x = load<__m256i>(from);
+  __m256i result;
+  if constexpr (sizeof(T) == 1) {
+    // Both factors in the upper halves of their lanes: the upper half of the product is the product of the bytes.
+    const __m256i low = _mm256_mulhi_epi16(_mm256_unpacklo_epi8(__m256i{}, x), slope);
+    const __m256i high = _mm256_mulhi_epi16(_mm256_unpackhi_epi8(__m256i{}, x), slope);
+    const __m256i negative = _mm256_packs_epi16(move_lanes<int16_t>(low, left), move_lanes<int16_t>(high, left));
+    result = _mm256_blendv_epi8(x, negative, x);
+  } else {
+    const __m256i lower = _mm256_mullo_epi16(x, slope);
+    const __m256i upper = _mm256_mulhi_epi16(x, slope);
+    const __m256i low = move_lanes<int32_t>(_mm256_unpacklo_epi16(lower, upper), left);
+    const __m256i high = move_lanes<int32_t>(_mm256_unpackhi_epi16(lower, upper), left);
+    result = _mm256_blendv_epi8(x, _mm256_packs_epi32(low, high), _mm256_srai_epi16(x, 15));
+  }
+  store(to, result);
+}
+#endif
+
 /// Blocks of kSlopeBlock elements; `count` is a multiple of it. `to` may be `from`.
 template <class T>
 inline void slope_run(const T *from, T *to, uint32_t count, int8_t slope, int right) {
@@ -96,6 +128,11 @@ inline void slope_run(const T *from, T *to, uint32_t count, int8_t slope, int ri
     store(to, slope_block(load<Lanes>(from), slope, left));
   }
 #else
+#if TARVU_AVX2
+  const __m256i slopes = _mm256_set1_epi16(static_cast<int16_t>(sizeof(T) == 1 ? slope * 256 : slope));
+  constexpr uint32_t kTurn = 2 * kSlopeBlock<T>;
+  for (; count >= kTurn; count -= kTurn, from += kTurn, to += kTurn) slope_two_blocks(from, to, slopes, left);
+#endif
   for (; count != 0; count -= kSlopeBlock<T>, from += kSlopeBlock<T>, to += kSlopeBlock<T>) {
     slope_vector(from, to, slope, left);
   }

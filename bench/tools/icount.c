@@ -8,7 +8,7 @@
 ///   icount total=N vec=N ld=N st=N br=N other=N
 /// by class of the A64 encoding: vec is SIMD and floating-point data processing; ld and st are loads and stores of
 /// any register, one for each instruction; br is branches, exceptions and system. With dump=1 the 40 hottest blocks
-/// follow, with the symbol that each lies in.
+/// follow, with the symbol that each lies in, and with code=1 also the words of their instructions.
 ///
 /// Distributions build the emulator with plugins but do not ship the header, so what is used of it is declared here.
 #include <inttypes.h>
@@ -46,6 +46,7 @@ struct block {
   uint32_t instructions;
   uint32_t of_class[kClasses];
   uint64_t hits;  // since the section began
+  uint32_t *code;  // null if it is not wanted
   char symbol[kSymbolBytes];
   struct block *next;
 };
@@ -53,6 +54,7 @@ struct block {
 static const char *begin_symbol = "bench_mark_begin";
 static const char *end_symbol = "bench_mark_end";
 static bool dump_blocks;
+static bool keep_code;
 static bool counting;
 static struct block *all_blocks;
 static uint64_t total;
@@ -107,9 +109,14 @@ static void report_blocks(void) {
     const struct block *b = sorted[i];
     const double share = 100.0 * (double)(b->hits * b->instructions) / (double)total;
     char line[kLineBytes];
-    snprintf(line, sizeof line, "  %5.2f%% %#" PRIx64 " insns=%" PRIu32 " hits=%" PRIu64 " %s\n", share, b->address,
+    snprintf(line, sizeof line, "  %5.2f%% %#" PRIx64 " insns=%" PRIu32 " hits=%" PRIu64 " %s", share, b->address,
              b->instructions, b->hits, b->symbol);
     qemu_plugin_outs(line);
+    for (uint32_t k = 0; b->code != NULL && k < b->instructions; ++k) {
+      snprintf(line, sizeof line, "%s%08" PRIx32, k == 0 ? " code=" : ",", b->code[k]);
+      qemu_plugin_outs(line);
+    }
+    qemu_plugin_outs("\n");
   }
   free(sorted);
 }
@@ -145,10 +152,12 @@ static void block_is_translated(qemu_plugin_id_t id, struct qemu_plugin_tb *tran
   b->instructions = (uint32_t)count;
   b->next = all_blocks;
   all_blocks = b;
+  if (keep_code) b->code = malloc(count * sizeof *b->code);
   for (size_t i = 0; i < count; ++i) {
     uint32_t word;
     memcpy(&word, qemu_plugin_insn_data(qemu_plugin_tb_get_insn(translated, i)), sizeof word);
     ++b->of_class[classify(word)];
+    if (b->code != NULL) b->code[i] = word;
   }
   struct qemu_plugin_insn *first = qemu_plugin_tb_get_insn(translated, 0);
   b->address = qemu_plugin_insn_vaddr(first);
@@ -170,6 +179,8 @@ int qemu_plugin_install(qemu_plugin_id_t id, const void *info, int argc, char **
       end_symbol = strdup(argv[i] + 4);
     } else if (strcmp(argv[i], "dump=1") == 0 || strcmp(argv[i], "dump=on") == 0) {
       dump_blocks = true;
+    } else if (strcmp(argv[i], "code=1") == 0 || strcmp(argv[i], "code=on") == 0) {
+      keep_code = true;
     } else {
       fprintf(stderr, "icount: unknown argument %s\n", argv[i]);
       return 1;

@@ -40,6 +40,19 @@ def inner_loops(lines):
         yield function, branch.group(1), [x for x in body if re.match(r"\s+[a-z]", x)]
 
 
+def find_tool(name):
+    """llvm-mca or llvm-mc of the release whose models the figures stand for, or of any other, or None."""
+    return shutil.which(name + "-19") or shutil.which(name)
+
+
+def disassembled(tool, words):
+    """The instructions of machine words, as llvm-mca takes them."""
+    octets = "\n".join(" ".join(f"0x{octet:02x}" for octet in word.to_bytes(4, "little")) for word in words)
+    text = subprocess.run([tool, "--disassemble", "-triple=aarch64-linux-gnu", "-mattr=+v8.2a"], input=octets,
+                          capture_output=True, text=True, check=True).stdout
+    return [line for line in text.split("\n") if re.match(r"\s+[a-z]", line) and ".text" not in line]
+
+
 def cycles_per_turn(tool, processor, body):
     command = [tool, "-mtriple=aarch64-linux-gnu", "-mcpu=" + processor, f"-iterations={TURNS}", "-instruction-info=0",
                "-resource-pressure=0"]
@@ -51,7 +64,7 @@ def cycles_per_turn(tool, processor, body):
 def main():
     if len(sys.argv) not in (2, 3):
         sys.exit(__doc__)
-    tool = shutil.which("llvm-mca-19") or shutil.which("llvm-mca")
+    tool = find_tool("llvm-mca")
     if tool is None:
         sys.exit("mca.py: llvm-mca is not installed (Debian package llvm-19)")
     elements = float(sys.argv[2]) if len(sys.argv) == 3 else None

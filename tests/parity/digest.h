@@ -59,6 +59,7 @@ void add_convert_cases(Report &report);
 void add_detection_cases(Report &report);
 void add_resample_cases(Report &report);
 void add_norm_cases(Report &report);
+void add_pool_cases(Report &report);
 void add_select_cases(Report &report);
 void add_softmax_cases(Report &report);
 void add_tensor_cases(Report &report);

@@ -65,6 +65,7 @@ int main(int argc, char **argv) {
   run(report, "detection", parity::add_detection_cases);
   run(report, "resample", parity::add_resample_cases);
   run(report, "norm", parity::add_norm_cases);
+  run(report, "pool", parity::add_pool_cases);
   run(report, "select", parity::add_select_cases);
   run(report, "softmax", parity::add_softmax_cases);
   run(report, "tensor", parity::add_tensor_cases);

@@ -228,6 +228,32 @@ TEST(PoolDifferential, EveryLineLengthAgreesForSmallWindowsOfEveryStride) {
   }
 }
 
+/// Nothing of one line or plane may be left in the next: several planes, with and without lines of divisors of their own.
+TEST(PoolDifferential, SmallSquareWindowsAgreeOverSeveralPlanes) {
+  Random random = test_random(63);
+  SCOPED_TRACE(random.trace());
+  for (int i = 0; i < 600; ++i) {
+    const Type type = kTypes[i % 4];
+    RandomPool pool(random, type, random.one_in(4) ? random.pick({kInt8, kUint8, kInt16, kUint16}) : type);
+    _NN_POOL_PARM &block = pool.pool.block;
+    block.mode = random.pick({kLocalMaximum, kLocalAverage});
+    block.batch = 2;
+    block.channel = static_cast<uint16_t>(random.between(1, 4));
+    block.width = static_cast<uint16_t>(random.between(8, 80));
+    block.height = static_cast<uint16_t>(random.between(2, 14));
+    block.kernel_w = block.kernel_h = static_cast<uint8_t>(random.between(2, 3));
+    block.stride_w = block.stride_h = static_cast<uint8_t>(block.kernel_w == 2 ? 2 : random.between(1, 2));
+    block.pad_left = static_cast<uint8_t>(random.below(2));
+    block.pad_top = static_cast<uint8_t>(random.below(2));
+    block.pad_right = static_cast<uint8_t>(random.below(3));
+    block.pad_bottom = static_cast<uint8_t>(random.below(3));
+    block.in_line_ofs = static_cast<uint32_t>(block.width * type.bytes()) + random.below(4);
+    block.in_channel_ofs = block.height * block.in_line_ofs;
+    block.in_batch_ofs = block.channel * block.in_channel_ofs;
+    ASSERT_TRUE(pool.check());
+  }
+}
+
 TEST(PoolDifferential, LongLinesAgreeAcrossTheBordersOfAnyTile) {
   Random random = test_random(54);
   SCOPED_TRACE(random.trace());

@@ -153,6 +153,18 @@ TEST(TopK, PicksAboveTheLineLengthRankStaleScratchAmongTheOthers) {
   EXPECT_EQ(values_in<uint16_t>(indices), (Indices{4, 1, 5, 2, 0}));
 }
 
+TEST(TopK, OfEqualElementsTheEarlierRanksFirstAmongStaleScratchToo) {
+  const GuardedMemory in = memory_of<int8_t>({8, 1, 2, 0, 8, 8});
+  const GuardedMemory indices(10);
+  const GuardedMemory work = memory_of<uint32_t>({77, 77, 77, 5, 4});
+  _NN_TOPK_PARM block = line_block(kInt8, 3, 5, 1, 1);
+  block.in_addr = in.address();
+  block.out_index_addr = indices.address();
+  block.work_buffer = work.address();
+  EXPECT_EQ(::tarvu_topk_process(&block), QX_OK);
+  EXPECT_EQ(values_in<uint16_t>(indices), (Indices{0, 4, 5, 2, 1}));
+}
+
 TEST(TopK, PicksAboveTheLineLengthUnsortedStoreStaleScratchBehindTheLine) {
   const GuardedMemory in = memory_of<int8_t>({1, 8, 2, 0, 9, 5});
   const GuardedMemory values(5);

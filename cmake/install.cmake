@@ -1,0 +1,46 @@
+# What `cmake --install` puts where: the library with its soname link (component `runtime`); the header, the link that the
+# linker follows, the CMake package and the pkg-config file (component `development`).
+
+include(CMakePackageConfigHelpers)
+
+# One set of rules, with the library in `libdir` below the prefix; `component_prefix` goes in front of the components' names.
+# Further arguments go to each rule.
+function(tarvu_install_rules libdir component_prefix)
+  set(generated ${PROJECT_BINARY_DIR}/install/${component_prefix}rules)
+  set(runtime COMPONENT ${component_prefix}runtime ${ARGN})
+  set(development COMPONENT ${component_prefix}development ${ARGN})
+  set(package_dir ${libdir}/cmake/tarvu)
+
+  install(TARGETS tarvu EXPORT ${component_prefix}tarvu_targets
+          LIBRARY DESTINATION ${libdir} ${runtime} NAMELINK_COMPONENT ${component_prefix}development
+          PUBLIC_HEADER DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${development}
+          INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+  configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/tarvu-config.cmake.in ${generated}/tarvu-config.cmake
+                                INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO)
+  write_basic_package_version_file(${generated}/tarvu-config-version.cmake COMPATIBILITY SameMajorVersion)
+  install(FILES ${generated}/tarvu-config.cmake ${generated}/tarvu-config-version.cmake
+          DESTINATION ${package_dir} ${development})
+  install(EXPORT ${component_prefix}tarvu_targets FILE tarvu-targets.cmake NAMESPACE tarvu:: DESTINATION ${package_dir}
+          ${development})
+
+  # The prefix is told from the file's own place, so that an installed tree can be moved. A folder outside the prefix stays.
+  if(IS_ABSOLUTE ${libdir})
+    set(TARVU_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
+    set(TARVU_PC_LIBDIR ${libdir})
+  else()
+    cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}/${libdir}/pkgconfig
+               OUTPUT_VARIABLE up)
+    set(TARVU_PC_PREFIX "\${pcfiledir}/${up}")
+    set(TARVU_PC_LIBDIR "\${prefix}/${libdir}")
+  endif()
+  if(IS_ABSOLUTE ${CMAKE_INSTALL_INCLUDEDIR})
+    set(TARVU_PC_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR})
+  else()
+    set(TARVU_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+  endif()
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/tarvu.pc.in ${generated}/tarvu.pc @ONLY)
+  install(FILES ${generated}/tarvu.pc DESTINATION ${libdir}/pkgconfig ${development})
+endfunction()
+
+tarvu_install_rules(${CMAKE_INSTALL_LIBDIR} "")

@@ -1,0 +1,250 @@
+"""Checks what is installed: the files of a fresh tree, projects of a stranger that are built against it and run, and the
+Debian packages."""
+
+import argparse
+import os
+import re
+import shutil
+import subprocess
+import sys
+
+
+class Finding(Exception):
+    """What is installed is not as it should be."""
+
+
+def run(command, **options):
+    """The standard output; a failing command is a finding."""
+    print("+", *command, flush=True)
+    result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False, **options)
+    if result.returncode:
+        raise Finding(f"exit code {result.returncode}: {' '.join(command)}\n{result.stdout}")
+    return result.stdout
+
+
+def expect_equal(what, found, wanted):
+    print(f"{what}: {found}")
+    if found != wanted:
+        raise Finding(f"{what}: {found!r}, should be {wanted!r}")
+
+
+def fresh(path):
+    shutil.rmtree(path, ignore_errors=True)
+    os.makedirs(path)
+    return path
+
+
+def listing(root):
+    """Files below a folder, links with what they point at."""
+    found = set()
+    for folder, _, names in os.walk(root):
+        for name in names:
+            path = os.path.join(folder, name)
+            link = f" -> {os.readlink(path)}" if os.path.islink(path) else ""
+            found.add(os.path.relpath(path, root) + link)
+    return found
+
+
+def wanted_files(arguments, libdir):
+    """Files of the runtime and of the development part."""
+    major = arguments.version.split(".", maxsplit=1)[0]
+    runtime = {
+        f"{libdir}/libtarvu.so.{arguments.version}",
+        f"{libdir}/libtarvu.so.{major} -> libtarvu.so.{arguments.version}",
+    }
+    package = {f"{libdir}/cmake/tarvu/tarvu-{name}.cmake" for name in ("config", "config-version", "targets")}
+    development = {"include/tarvu.h", f"{libdir}/libtarvu.so -> libtarvu.so.{major}", f"{libdir}/pkgconfig/tarvu.pc"}
+    return runtime, development | package
+
+
+def without_build_type(paths, libdir):
+    """The list without the file of CMake's build type, which must be there."""
+    typed = {path for path in paths if re.fullmatch(re.escape(libdir) + r"/cmake/tarvu/tarvu-targets-[a-z]+\.cmake", path)}
+    if len(typed) != 1:
+        raise Finding(f"files of a build type: {sorted(typed)}")
+    return paths - typed
+
+
+def check_stripped(arguments, library):
+    sections = run([arguments.readelf, "-SW", library])
+    if ".dynsym" not in sections:
+        raise Finding(f"{library} has no dynamic symbols")
+    if re.search(r"\.(symtab|debug_\w+)\s", sections):
+        raise Finding(f"{library} is not stripped")
+    print(f"{library}: stripped, {os.path.getsize(library)} bytes")
+
+
+def check_readme(arguments, library):
+    """The size that the README tells is right within a tenth."""
+    with open(arguments.readme, encoding="ascii") as file:
+        told = re.search(r"takes (\d\.\d) MB for arm64 and (\d\.\d) MB for x86-64", " ".join(file.read().split()))
+    if not told:
+        raise Finding(f"{arguments.readme} tells no size of the library")
+    megabytes = float(told[{"arm64": 1, "amd64": 2}[arguments.architecture]])
+    size = os.path.getsize(library)
+    if abs(size / 1e6 - megabytes) > megabytes / 10:
+        raise Finding(f"{library} has {size} bytes, the README says {megabytes} MB")
+
+
+def installed_tree(arguments):
+    return os.path.join(arguments.scratch, "moved", "tree")
+
+
+def check_tree(arguments):
+    """Installs into a new folder, looks at the files, and moves the tree: nothing in it may know where it was."""
+    first = os.path.join(fresh(os.path.join(arguments.scratch, "first")), "tree")
+    run([arguments.cmake, "--install", arguments.build, "--prefix", first, "--strip"])
+    runtime, development = wanted_files(arguments, arguments.libdir)
+    expect_equal("files", without_build_type(listing(first), arguments.libdir), runtime | development)
+    library = os.path.join(first, arguments.libdir, f"libtarvu.so.{arguments.version}")
+    check_stripped(arguments, library)
+    check_readme(arguments, library)
+    with open(arguments.header, "rb") as ours, open(os.path.join(first, "include/tarvu.h"), "rb") as theirs:
+        expect_equal("the header is the repository's", ours.read() == theirs.read(), True)
+    for folder, _, names in os.walk(first):
+        for name in names:
+            with open(os.path.join(folder, name), "rb") as file:
+                content = file.read()
+            if first.encode() in content or arguments.build.encode() in content:
+                raise Finding(f"{name} names a folder of this machine")
+    fresh(os.path.dirname(installed_tree(arguments)))
+    os.rename(first, installed_tree(arguments))
+
+
+def cmake_configure(arguments, tree):
+    """The command that configures the CMake project, without its build folder."""
+    project = os.path.join(arguments.sources, "cmake_project")
+    configure = [arguments.cmake, "-S", project, "-G", "Ninja", f"-DCMAKE_C_COMPILER={arguments.compiler}",
+                 f"-DCMAKE_PREFIX_PATH={tree}"]
+    if arguments.emulator:
+        configure += ["-DCMAKE_SYSTEM_NAME=Linux", f"-DCMAKE_SYSTEM_PROCESSOR={arguments.system}",
+                      f"-DCMAKE_CROSSCOMPILING_EMULATOR={';'.join(arguments.emulator.split())}"]
+    return configure
+
+
+def build_cmake_project(arguments, tree, libdir, build):
+    """Builds the CMake project in `build` and runs its test."""
+    run([*cmake_configure(arguments, tree), "-B", fresh(build)])
+    run([arguments.cmake, "--build", build])
+    run([os.path.join(os.path.dirname(arguments.cmake), "ctest"), "--output-on-failure", "--no-tests=error"], cwd=build)
+    targets = os.path.join(tree, libdir, "cmake/tarvu")
+    with open(os.path.join(build, "CMakeCache.txt"), encoding="utf-8") as file:
+        expect_equal("the package that was found", f"tarvu_DIR:PATH={targets}\n" in file.readlines(), True)
+
+
+def check_cmake_project(arguments):
+    build = os.path.join(arguments.scratch, "cmake_project_build")
+    build_cmake_project(arguments, installed_tree(arguments), arguments.libdir, build)
+
+    # Another interface is not the one that was asked for.
+    configure = cmake_configure(arguments, installed_tree(arguments))
+    for version in ("3.0", "1.0", "2.9999"):
+        try:
+            run([*configure, f"-DWANTED_VERSION={version}", "-B", fresh(build + "_of_another_version")])
+        except Finding as finding:
+            if "compatible with requested version" not in re.sub(r"\s+", " ", str(finding)):
+                raise
+        else:
+            raise Finding(f"the package passes as version {version}")
+
+
+def build_make_project(arguments, tree, libdir, build):
+    """Builds the project of the Makefile in `build` and runs its program."""
+    shutil.rmtree(build, ignore_errors=True)
+    shutil.copytree(os.path.join(arguments.sources, "make_project"), build)
+    library_folder = os.path.join(tree, libdir)
+    environment = dict(os.environ, PKG_CONFIG=arguments.pkg_config, PKG_CONFIG_LIBDIR=f"{library_folder}/pkgconfig",
+                       CC=arguments.compiler, LD_LIBRARY_PATH=library_folder)
+    version = run([arguments.pkg_config, "--modversion", "tarvu"], env=environment)
+    expect_equal("version", version.strip(), arguments.version)
+    run([arguments.make], cwd=build, env=environment)
+    emulator = arguments.emulator.split()
+    output = run([*emulator, os.path.join(build, "stranger")], env=environment)
+    expect_equal("output", output, "version 02.19.2406110: 5 -5 3 -4\n")
+
+
+def check_make_project(arguments):
+    build_make_project(arguments, installed_tree(arguments), arguments.libdir,
+                       os.path.join(arguments.scratch, "make_project_build"))
+
+
+def fields_of(arguments, package):
+    return dict(re.findall(r"^([A-Z][\w-]*): (.*)$", run([arguments.dpkg_deb, "-f", package]), flags=re.MULTILINE))
+
+
+def youngest_c_library(arguments, library):
+    """The version of the C library that the youngest imported function has."""
+    versions = re.findall(r"\bGLIBC_([\d.]+)", run([arguments.readelf, "-VW", library]))
+    return max(versions, key=lambda version: [int(part) for part in version.split(".")])
+
+
+def check_packages(arguments):
+    folder = fresh(os.path.join(arguments.scratch, "packages"))
+    run([arguments.cpack, "--config", os.path.join(arguments.build, "CPackConfig.cmake"), "-B", folder])
+    major = arguments.version.split(".", maxsplit=1)[0]
+    names = {f"libtarvu{major}", "libtarvu-dev"}
+    files = {name: f"{name}_{arguments.version}_{arguments.architecture}.deb" for name in names}
+    expect_equal("packages", {name for name in os.listdir(folder) if name.endswith(".deb")}, set(files.values()))
+
+    libdir = f"lib/{arguments.triplet}"
+    runtime, development = wanted_files(arguments, libdir)
+    library = None
+    for name, file in files.items():
+        package = os.path.join(folder, file)
+        content = os.path.join(folder, name)
+        run([arguments.dpkg_deb, "-x", package, content])
+        held = listing(os.path.join(content, "usr"))
+        expect_equal("outside of /usr", os.listdir(content), ["usr"])
+        if name == "libtarvu-dev":
+            expect_equal(name, without_build_type(held, libdir), development)
+            needed = f"libtarvu{major} (= {arguments.version})"
+        else:
+            expect_equal(name, held, runtime)
+            library = os.path.join(content, "usr", libdir, f"libtarvu.so.{arguments.version}")
+            check_stripped(arguments, library)
+            needed = f"libc6 (>= {youngest_c_library(arguments, library)})"
+        fields = fields_of(arguments, package)
+        wanted = {"Package": name, "Version": arguments.version, "Architecture": arguments.architecture, "Depends": needed}
+        expect_equal("fields", {field: fields.get(field) for field in wanted}, wanted)
+        for line in run([arguments.dpkg_deb, "-c", package]).splitlines():
+            if line.split()[1] != "root/root":
+                raise Finding(f"not root's: {line}")
+
+    control = os.path.join(folder, "control")
+    run([arguments.dpkg_deb, "-e", os.path.join(folder, files[f"libtarvu{major}"]), control])
+    with open(os.path.join(control, "shlibs"), encoding="ascii") as file:
+        expect_equal("shlibs", file.read().strip(), f"libtarvu {major} libtarvu{major} (>= {arguments.version})")
+    # Both packages in one root make a whole.
+    tree = os.path.join(folder, "root", "usr")
+    for name in names:
+        shutil.copytree(os.path.join(folder, name), os.path.join(folder, "root"), symlinks=True, dirs_exist_ok=True)
+    build_make_project(arguments, tree, libdir, os.path.join(folder, "make_project_build"))
+    build_cmake_project(arguments, tree, libdir, os.path.join(folder, "cmake_project_build"))
+
+    machine = {"amd64": "Advanced Micro Devices X86-64", "arm64": "AArch64"}[arguments.architecture]
+    if f"Machine:{machine}" not in re.sub(r"Machine:\s+", "Machine:", run([arguments.readelf, "-hW", library])):
+        raise Finding(f"the library is not for {arguments.architecture}")
+
+
+CHECKS = {"tree": check_tree, "cmake_project": check_cmake_project, "make_project": check_make_project,
+          "packages": check_packages}
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("check", choices=sorted(CHECKS))
+    for option in ("cmake", "cpack", "make", "pkg-config", "dpkg-deb", "readelf", "compiler", "build", "sources", "header",
+                   "readme", "scratch", "libdir", "version", "system", "architecture", "triplet"):
+        parser.add_argument("--" + option, required=True)
+    parser.add_argument("--emulator", default="", help="command that runs the programs, if this machine cannot")
+    arguments = parser.parse_args()
+    try:
+        CHECKS[arguments.check](arguments)
+    except Finding as finding:
+        print(finding)
+        return 1
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
