@@ -52,7 +52,7 @@ void sum_columns(const In *in, float *tile, const NormItem &item, ByPosition<blo
   for (auto &block : sums) {
     for (f32xn &sum : block) sum = fill<f32xn>(item.eps);
   }
-  for (uint32_t left = item.channels; left > 0; --left, in += plane, tile += result.kPositions) {
+  for (uint32_t left = item.channels; left > 0; --left, in += plane) {
     for (uint32_t b = 0; b < blocks; ++b) {
       f32xn x[kFloatBlockVectors];
       load_as_floats(in + b * kPositionBlock, multiplier, x);
@@ -62,6 +62,7 @@ void sum_columns(const In *in, float *tile, const NormItem &item, ByPosition<blo
       }
       if constexpr (!std::is_same_v<In, float>) store_converted(x, 1.0f, tile + b * kPositionBlock);
     }
+    if constexpr (!std::is_same_v<In, float>) tile += result.kPositions;
   }
   for (uint32_t b = 0; b < blocks; ++b) {
     for (uint32_t k = 0; k < kFloatBlockVectors; ++k) result.of[b][k] = sums[b][k];
@@ -117,7 +118,7 @@ void norm_columns(const In *in, Out *out, float *tile, const NormItem &item) {
 template <class In>
 void factors_of_tail(const In *in, float *tile, uint32_t positions, const NormItem &item, float *factors) {
   for (uint32_t p = 0; p < positions; ++p) factors[p] = 0.0f;
-  for (uint32_t c = 0; c < item.channels; ++c, in += item.plane, tile += positions) {
+  for (uint32_t c = 0; c < item.channels; ++c, in += item.plane) {
     for (uint32_t p = 0; p < positions; ++p) {
       keep_scalar();
       const float x = load_as_float(in + p, item.in_multiplier);
@@ -125,6 +126,7 @@ void factors_of_tail(const In *in, float *tile, uint32_t positions, const NormIt
       factors[p] = factors[p] + square;
       if constexpr (!std::is_same_v<In, float>) store(tile + p, x);
     }
+    if constexpr (!std::is_same_v<In, float>) tile += positions;
   }
   for (uint32_t p = 0; p < positions; ++p) factors[p] = factor_in_tail(factors[p], item.eps);
 }

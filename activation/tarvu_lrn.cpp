@@ -115,6 +115,7 @@ template <class K>
 float start_of_sums(K lrn_k, float alpha_n) {
   const auto divisor = static_cast<double>(alpha_n);
   const auto quotient = static_cast<float>(static_cast<double>(lrn_k) / divisor);
+  if (alpha_n != alpha_n) return quotient;  // quiet, which alpha_n need not be
   return with_default_nan(quotient, alpha_n, alpha_n);
 }
 

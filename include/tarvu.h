@@ -874,7 +874,8 @@ TARVU_API _QX_RESULT tarvu_lrn_process(const _NN_LRN_PARM *parm);
 ///    errors run on along the channels.
 /// 5. `out = in * fast_Pow(alpha_n * sums, -beta)`.
 ///
-/// Where a sum becomes infinity less infinity, the NaN that fast_Pow() takes is 0x7FC00000 on every processor.
+/// Where a sum becomes infinity less infinity, the NaN that fast_Pow() takes is 0x7FC00000 on every processor. A NaN that
+/// comes in is taken with its own bits, of several in a window the first that is added.
 /// \param in `num * channels * P` floats, at any address
 /// \param out as many floats; may equal `in`, else must not overlap the other arrays
 /// \param sums as many floats of scratch memory

@@ -1,6 +1,7 @@
 /// \file default_nan.h
-/// Arithmetic whose NaN is read as bits later on. A NaN that an operation makes of other operands is 0x7FC00000 on Arm; x86
-/// makes 0xFFC00000, and the portable body gives Arm's. An operand that is NaN already comes out as the processor has it.
+/// Arithmetic whose NaN is read as bits later on. A NaN that an operation makes of other operands is 0x7FC00000; of an operand
+/// that is NaN already it is this operand, of two the first. Arm has it so; x86 makes 0xFFC00000, and its compilers exchange the
+/// operands of a sum. NaN operands are quiet.
 #ifndef TARVU_SIMD_DEFAULT_NAN_H
 #define TARVU_SIMD_DEFAULT_NAN_H
 
@@ -18,7 +19,8 @@ inline V with_default_nan(V result, [[maybe_unused]] V a, [[maybe_unused]] V b) 
   return result;
 #else
   const V nan = fill<V>(std::bit_cast<float>(kDefaultNan));
-  return ((result != result) & (a == a) & (b == b)) ? nan : result;
+  const V of_operands = a == a ? (b == b ? nan : b) : a;
+  return result == result ? result : of_operands;
 #endif
 }
 

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <utility>
 #include <vector>
 
 #include "tarvu.h"
@@ -60,13 +62,14 @@ TEST(LrnKernels, FloatsAtOddAddressesGiveTheSameBits) {
   SCOPED_TRACE(random.trace());
   std::vector<float> in(kPlane * kChannels), out(in.size()), sums(in.size()), squares(in.size() + 2 * kPlane);
   random.fill_floats(in.data(), in.size(), -9.0f, 9.0f);
-  std::vector<uint8_t> odd_in(kBytes + 1), odd_out(kBytes + 1), odd_sums(kBytes + 1), odd_squares(squares.size() * 4 + 1);
+  std::vector<uint8_t> odd_in(kBytes + 1), odd_out(kBytes + 1), odd_sums(kBytes + 1),
+      odd_squares(squares.size() * 4 + 1);
   std::memcpy(odd_in.data() + 1, in.data(), kBytes);
   const auto floats = [](std::vector<uint8_t> &bytes) { return reinterpret_cast<float *>(bytes.data() + 1); };
   for (Kernel *kernel : kKernels) {
     kernel(in.data(), out.data(), sums.data(), squares.data(), 1, 1, 3, kChannels, 0.5f, 0.75f, kPlane, 1, 1);
-    kernel(floats(odd_in), floats(odd_out), floats(odd_sums), floats(odd_squares), 1, 1, 3, kChannels, 0.5f, 0.75f, kPlane,
-           1, 1);
+    kernel(floats(odd_in), floats(odd_out), floats(odd_sums), floats(odd_squares), 1, 1, 3, kChannels, 0.5f, 0.75f,
+           kPlane, 1, 1);
     EXPECT_EQ(std::memcmp(odd_out.data() + 1, out.data(), kBytes), 0);
   }
 }
@@ -126,6 +129,36 @@ TEST(LrnKernels, InfinityLessInfinityFeedsThePowerTheSameNaNOnEveryProcessor) {
       const std::vector<float> out = channels_of_one(kernel, in, {.local_size = 1});
       for (size_t c = 1; c < length; ++c) ASSERT_EQ(out[c], expected) << "channel " << c;
     }
+  }
+}
+
+TEST(LrnKernels, OfTwoNaNsInAWindowThePowerTakesTheFirstOnEveryProcessor) {
+  constexpr size_t kPlane = 39;  // vectors and single positions
+  const float one_nan = std::bit_cast<float>(0xFFC00777u);
+  const float other_nan = std::bit_cast<float>(0x7FC12345u);
+  for (Kernel *kernel : kKernels) {
+    for (const auto &[first, last] : {std::pair(one_nan, other_nan), std::pair(other_nan, one_nan)}) {
+      std::vector<float> in(3 * kPlane, 1.0f), out(in.size()), sums(in.size()), squares(5 * kPlane);
+      std::fill_n(in.begin(), kPlane, first);
+      std::fill_n(in.begin() + 2 * kPlane, kPlane, last);
+      ASSERT_EQ(kernel(in.data(), out.data(), sums.data(), squares.data(), 1, 1, 3, 3, 1.0f, 0.75f, kPlane, 1, 1), 0);
+      const float expected = ::fast_Pow(first, -0.75f);
+      ASSERT_NE(expected, ::fast_Pow(last, -0.75f));
+      for (size_t i = kPlane; i < 2 * kPlane; ++i) {
+        ASSERT_EQ(std::bit_cast<uint32_t>(out[i]), std::bit_cast<uint32_t>(expected)) << i;
+      }
+    }
+  }
+}
+
+TEST(LrnKernels, AFactorThatIsNotANumberFeedsThePowerItsQuietForm) {
+  for (Kernel *kernel : kKernels) {
+    const float signalling = std::bit_cast<float>(0xFF812345u);
+    const float quiet = std::bit_cast<float>(0xFFC12345u);
+    EXPECT_EQ(channels_of_one(kernel, {2.0f}, {.alpha_n = signalling})[0], 2.0f * ::fast_Pow(quiet, -0.75f));
+    const float made = std::bit_cast<float>(0x7FC00000u);
+    EXPECT_EQ(channels_of_one(kernel, {2.0f}, {.lrn_k = 0, .alpha_n = 0.0f})[0], 2.0f * ::fast_Pow(made, -0.75f))
+        << "0 / 0";
   }
 }
 

@@ -34,7 +34,7 @@ float square_as_power(float x) { return static_cast<float>(std::pow(static_cast<
 void one_item(const float *in, float *out, float *sums, float *squares, double k, uint32_t local_size,
               uint32_t channels, float alpha_n, float beta, uint32_t plane, uint32_t half, float (*square)(float)) {
   const uint32_t count = channels * plane;
-  const float start = static_cast<float>(k / static_cast<double>(alpha_n));
+  const float start = with_processor_nan(static_cast<float>(k / static_cast<double>(alpha_n)), alpha_n, alpha_n);
   for (uint32_t i = 0; i < count; ++i) store<float>(sums + i, start);
 
   const uint32_t square_count = (channels + local_size - 1) * plane;

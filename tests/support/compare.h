@@ -1,5 +1,5 @@
 /// \file compare.h
-/// Exact comparison of tensors: by bits, but NaN as a class. The report names the element and where it lies.
+/// Exact comparison of tensors as an assertion. The report names the element and where it lies.
 #ifndef TARVU_TESTS_SUPPORT_COMPARE_H
 #define TARVU_TESTS_SUPPORT_COMPARE_H
 
@@ -8,21 +8,21 @@
 #include <cstddef>
 #include <string>
 
+#include "tests/support/difference.h"
+
 namespace support {
 
-/// How a tensor's bytes are compared and reported.
-enum class Element { k8Bit, k16Bit, k32Bit, kFloat };
+/// Success for an empty text, else a failure that says it.
+inline ::testing::AssertionResult no_difference(const std::string &difference) {
+  if (difference.empty()) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << difference;
+}
 
-/// How a run of elements is cut by a vector kernel, for the report: elements from the last whole block on are the tail.
-struct RunShape {
-  size_t run = 0;    ///< elements per run; 0 if unknown
-  size_t block = 0;  ///< elements per block
-};
-
-/// Success if all elements agree; otherwise names tensor, first index that differs, both bit patterns, and block or tail.
-/// Bytes behind the last whole element are compared as bytes.
-::testing::AssertionResult same_elements(const std::string &name, const void *product, const void *reference, size_t bytes,
-                                         Element element = Element::k8Bit, RunShape shape = {});
+/// As element_difference().
+inline ::testing::AssertionResult same_elements(const std::string &name, const void *product, const void *reference,
+                                                size_t bytes, Element element = Element::k8Bit, RunShape shape = {}) {
+  return no_difference(element_difference(name, product, reference, bytes, element, shape));
+}
 
 }  // namespace support
 

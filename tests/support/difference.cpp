@@ -1,4 +1,4 @@
-#include "tests/support/compare.h"
+#include "tests/support/difference.h"
 
 #include <bit>
 #include <cmath>
@@ -25,9 +25,9 @@ void print(std::ostream &out, uint32_t bits, size_t width, bool as_float) {
 
 }  // namespace
 
-::testing::AssertionResult same_elements(const std::string &name, const void *product, const void *reference, size_t bytes,
-                                         Element element, RunShape shape) {
-  if (bytes == 0 || std::memcmp(product, reference, bytes) == 0) return ::testing::AssertionSuccess();
+std::string element_difference(const std::string &name, const void *product, const void *reference, size_t bytes,
+                               Element element, RunShape shape) {
+  if (bytes == 0 || std::memcmp(product, reference, bytes) == 0) return {};
   const bool as_float = element == Element::kFloat;
   const size_t width = element == Element::k8Bit ? 1 : element == Element::k16Bit ? 2 : 4;
   const size_t count = bytes / width;
@@ -45,10 +45,10 @@ void print(std::ostream &out, uint32_t bits, size_t width, bool as_float) {
     const size_t rest = count * width;
     if (std::memcmp(static_cast<const uint8_t *>(product) + rest, static_cast<const uint8_t *>(reference) + rest,
                     bytes - rest) == 0) {
-      return ::testing::AssertionSuccess();
+      return {};
     }
     out << name << ": the bytes behind the last whole element differ";
-    return ::testing::AssertionFailure() << out.str();
+    return out.str();
   }
   out << name << "[" << first << "]: product ";
   print(out, bits_at(product, first, width), width, as_float);
@@ -60,7 +60,7 @@ void print(std::ostream &out, uint32_t bits, size_t width, bool as_float) {
         << in_run / shape.block << " of run " << first / shape.run;
   }
   out << "; " << different << " of " << count << " elements differ";
-  return ::testing::AssertionFailure() << out.str();
+  return out.str();
 }
 
 }  // namespace support
