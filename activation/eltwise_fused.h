@@ -82,8 +82,8 @@ struct EltwiseMultipliers {
 
 /// Sweeps through float lanes.
 template <class T, class Out, class Operation>
-inline void sweep_in_float(const EltwiseTensors &tensors, const EltwiseRuns &runs, const EltwiseMultipliers &multipliers,
-                           Operation operation) {
+inline void sweep_in_float(const EltwiseTensors &tensors, const EltwiseRuns &runs,
+                           const EltwiseMultipliers &multipliers, Operation operation) {
   for_each_run<T, Out>(tensors, runs, [=](const T *a, const T *b, Out *to) {
     combine_integers<T, Out>(a, b, to, runs.count, [=](auto x, auto y) {
       using V = decltype(x);
@@ -109,7 +109,8 @@ inline std::optional<SignedPower> signed_power(float x) {
 /// The product of 8-bit elements in 16-bit lanes, where all multipliers are powers of two: nothing is rounded on the way, so that
 /// only the truncation at the end counts. Returns false with nothing done where the lanes do not hold it.
 template <class T, class Out>
-inline bool multiply_exactly(const EltwiseTensors &tensors, const EltwiseRuns &runs, const EltwiseMultipliers &multipliers) {
+inline bool multiply_exactly(const EltwiseTensors &tensors, const EltwiseRuns &runs,
+                             const EltwiseMultipliers &multipliers) {
   const auto first = signed_power(multipliers.first);
   const auto second = signed_power(multipliers.second);
   const auto result = signed_power(multipliers.result);
@@ -154,7 +155,8 @@ inline bool take_in_weight(float weight, float &multiplier) {
 }
 
 template <class T, class Out>
-inline void sweep_product(const EltwiseTensors &tensors, const EltwiseRuns &runs, const EltwiseMultipliers &multipliers) {
+inline void sweep_product(const EltwiseTensors &tensors, const EltwiseRuns &runs,
+                          const EltwiseMultipliers &multipliers) {
   if constexpr (sizeof(T) == 1) {
     if (multiply_exactly<T, Out>(tensors, runs, multipliers)) return;
   }
@@ -177,13 +179,18 @@ inline void sweep_sum(const EltwiseTensors &tensors, const EltwiseRuns &runs, co
 
 /// Bytes from the tensor's address to the end of its last plane; none of the extents is 0.
 inline uint64_t reach_bytes(const EltwiseTensor &tensor, const _NN_ELTWISE_PARM &parm, uint64_t plane_bytes) {
-  return (parm.batch - uint64_t{1}) * tensor.batch_bytes + (parm.channel - uint64_t{1}) * tensor.channel_bytes + plane_bytes;
+  return (parm.batch - uint64_t{1}) * tensor.batch_bytes + (parm.channel - uint64_t{1}) * tensor.channel_bytes +
+         plane_bytes;
 }
 
 /// Whether planes as they come may be swept in place of passes over whole planes: the passes keep apart what a sweep would not.
 inline bool may_sweep(const EltwiseTensors &tensors, const _NN_ELTWISE_PARM &parm, uint32_t plane_bytes) {
-  const auto apart = [](uint64_t a, uint64_t a_bytes, uint64_t b, uint64_t b_bytes) { return a + a_bytes <= b || b + b_bytes <= a; };
-  const auto at = [](const EltwiseTensor &tensor) { return static_cast<uint64_t>(reinterpret_cast<uintptr_t>(tensor.address)); };
+  const auto apart = [](uint64_t a, uint64_t a_bytes, uint64_t b, uint64_t b_bytes) {
+    return a + a_bytes <= b || b + b_bytes <= a;
+  };
+  const auto at = [](const EltwiseTensor &tensor) {
+    return static_cast<uint64_t>(reinterpret_cast<uintptr_t>(tensor.address));
+  };
   const EltwiseTensor &result = tensors.result;
   const uint64_t result_bytes = reach_bytes(result, parm, plane_bytes);
   const uint64_t scratch_bytes = uint64_t{12} * parm.width * parm.height;
@@ -198,7 +205,8 @@ inline bool may_sweep(const EltwiseTensors &tensors, const _NN_ELTWISE_PARM &par
 }
 
 /// One run for all planes of an item that lie back to back in all three tensors.
-inline EltwiseRuns runs_of(const EltwiseTensors &tensors, const _NN_ELTWISE_PARM &parm, uint32_t plane, uint32_t plane_bytes) {
+inline EltwiseRuns runs_of(const EltwiseTensors &tensors, const _NN_ELTWISE_PARM &parm, uint32_t plane,
+                           uint32_t plane_bytes) {
   const bool dense = tensors.first.channel_bytes == plane_bytes && tensors.second.channel_bytes == plane_bytes &&
                      tensors.result.channel_bytes == plane_bytes;
   if (dense && uint64_t{plane} * parm.channel <= 0x3FFFFFFF) return {parm.batch, 1, plane * parm.channel};
@@ -210,7 +218,8 @@ inline EltwiseMultipliers multipliers_of(const EltwiseTensors &tensors) {
     return multiplier_to_float(tensor.fmt.frac_bits, scale_of(tensor.scale));
   };
   const EltwiseTensor &result = tensors.result;
-  return {to_float(tensors.first), to_float(tensors.second), multiplier_from_float(result.fmt.frac_bits, scale_of(result.scale))};
+  return {to_float(tensors.first), to_float(tensors.second),
+          multiplier_from_float(result.fmt.frac_bits, scale_of(result.scale))};
 }
 
 /// Does the whole work in one sweep if the inputs are of one fixed-point type and the output as wide, and returns whether it did.

@@ -19,7 +19,7 @@ struct GateMatrices {
 
 /// The gate sums of several rows (a row is one sequence at one time step) and a range of units.
 struct GateSums {
-  float *sums;           // [row][gate][unit]
+  float *sums;  // [row][gate][unit]
   uint32_t first_unit;
   uint32_t units;
 
@@ -29,8 +29,8 @@ struct GateSums {
 /// Adds the products for kUnitLanes units from `unit` (counted from the first of the range) on, for `rows` rows and `gates` gates at
 /// once.
 template <int rows, int gates>
-inline void add_products_of_lanes(const GateMatrices &matrices, const float *const *inputs, const GateSums &to, uint32_t first_row,
-                                  int first_gate, uint32_t unit) {
+inline void add_products_of_lanes(const GateMatrices &matrices, const float *const *inputs, const GateSums &to,
+                                  uint32_t first_row, int first_gate, uint32_t unit) {
   const uint32_t length = matrices.row_floats;
   ColumnReader weights[gates];
   float *stored[rows][gates];
@@ -71,7 +71,8 @@ inline void add_products_of_lanes(const GateMatrices &matrices, const float *con
 }
 
 /// Adds the products for one unit and one row, its gates in lanes.
-inline void add_products_of_unit(const GateMatrices &matrices, const float *input, const GateSums &to, uint32_t row, uint32_t unit) {
+inline void add_products_of_unit(const GateMatrices &matrices, const float *input, const GateSums &to, uint32_t row,
+                                 uint32_t unit) {
   const uint32_t length = matrices.row_floats;
   const float *weights[kGates];
   f32x4 sum{};
@@ -99,7 +100,8 @@ inline void add_products_of_unit(const GateMatrices &matrices, const float *inpu
 
 /// Adds the products for all units of the range and `rows` rows from `first_row` on.
 template <int rows>
-inline void add_products(const GateMatrices &matrices, const float *const *inputs, const GateSums &to, uint32_t first_row) {
+inline void add_products(const GateMatrices &matrices, const float *const *inputs, const GateSums &to,
+                         uint32_t first_row) {
   constexpr int kGatesAtOnce = rows > 1 ? kGates / 2 : kGates;  // as many sums as the registers hold
   uint32_t unit = 0;
   for (; unit + kUnitLanes <= to.units; unit += kUnitLanes) {

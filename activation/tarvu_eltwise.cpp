@@ -43,7 +43,8 @@ void combine_plane(const FloatPlane &a, const FloatPlane &b, const FloatPlane &t
     const float *from_b = b.line(y);
     float *to_line = to.line(y);
     TARVU_INDEPENDENT_ITERATIONS
-    for (uint32_t x = 0; x < width; ++x) store(to_line + x, operation(load<float>(from_a + x), load<float>(from_b + x)));
+    for (uint32_t x = 0; x < width; ++x)
+      store(to_line + x, operation(load<float>(from_a + x), load<float>(from_b + x)));
   }
 }
 
@@ -80,12 +81,15 @@ _QX_RESULT tarvu_eltwise_process(const _NN_ELTWISE_PARM *parm) {
   using namespace tarvu;
   if (parm->op != kProduct && parm->op != kSum) {
     // Kept: a message only, with a line feed alone; the sum is what callers of other codes have always been given.
-    std::printf("\033[1;31mERR:%s() Eltwise layer: unsupported operation %d!\n\033[0m", "tarvu_eltwise_process", parm->op);
+    std::printf("\033[1;31mERR:%s() Eltwise layer: unsupported operation %d!\n\033[0m", "tarvu_eltwise_process",
+                parm->op);
   }
-  const EltwiseTensors tensors = {
-      {pointer(parm->in0_addr), parm->in0_line_ofs, parm->in0_channel_ofs, parm->in0_batch_ofs, parm->in0_fmt, parm->in0_scale},
-      {pointer(parm->in1_addr), parm->in1_line_ofs, parm->in1_channel_ofs, parm->in1_batch_ofs, parm->in1_fmt, parm->in1_scale},
-      {pointer(parm->out_addr), parm->out_line_ofs, parm->out_channel_ofs, parm->out_batch_ofs, parm->out_fmt, parm->out_scale}};
+  const EltwiseTensors tensors = {{pointer(parm->in0_addr), parm->in0_line_ofs, parm->in0_channel_ofs,
+                                   parm->in0_batch_ofs, parm->in0_fmt, parm->in0_scale},
+                                  {pointer(parm->in1_addr), parm->in1_line_ofs, parm->in1_channel_ofs,
+                                   parm->in1_batch_ofs, parm->in1_fmt, parm->in1_scale},
+                                  {pointer(parm->out_addr), parm->out_line_ofs, parm->out_channel_ofs,
+                                   parm->out_batch_ofs, parm->out_fmt, parm->out_scale}};
   if (sweep(*parm, tensors)) return QX_OK;
   if (parm->op == kProduct) {
     combine_planes(*parm, tensors, Multiply{});

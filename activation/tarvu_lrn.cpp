@@ -13,12 +13,12 @@ struct Item {
   const float *in;
   float *out;
   uint32_t channels;
-  size_t plane;        // floats
-  int64_t first;       // channel at the lower end of channel 0's window; below 0 the window holds zeros
-  int64_t last;        // channel at its upper end
-  float start;         // k / alpha_n, which every sum begins with
+  size_t plane;   // floats
+  int64_t first;  // channel at the lower end of channel 0's window; below 0 the window holds zeros
+  int64_t last;   // channel at its upper end
+  float start;    // k / alpha_n, which every sum begins with
   float alpha_n;
-  float exponent;      // -beta
+  float exponent;  // -beta
 };
 
 /// Where the squares and sums of an item are kept for the caller, or nowhere.
@@ -106,7 +106,8 @@ void normalise(const Item &item, const Kept &kept) {
   for (; item.plane - position >= kTile; position += kTile) {
     normalise_columns<keeps, f32xn, kTile / kVector>(item, kept, position);
   }
-  for (; item.plane - position >= kVector; position += kVector) normalise_columns<keeps, f32xn, 1>(item, kept, position);
+  for (; item.plane - position >= kVector; position += kVector)
+    normalise_columns<keeps, f32xn, 1>(item, kept, position);
   for (; position < item.plane; ++position) normalise_columns<keeps, float, 1>(item, kept, position);
 }
 
@@ -119,16 +120,17 @@ float start_of_sums(K lrn_k, float alpha_n) {
   return with_default_nan(quotient, alpha_n, alpha_n);
 }
 
-Item item_of(const float *in, float *out, float start, uint32_t local_size, uint32_t channels, float alpha_n, float beta,
-             uint32_t plane, uint32_t half) {
+Item item_of(const float *in, float *out, float start, uint32_t local_size, uint32_t channels, float alpha_n,
+             float beta, uint32_t plane, uint32_t half) {
   return {in, out, channels, plane, -int64_t{half}, int64_t{local_size} - 1 - half, start, alpha_n, -beta};
 }
 
 /// The exported kernels: the caller's arrays hold the squares, with zeros around them, and the sums. The double power with the
 /// exponent 2.0, rounded to float, is the float product: both round the exact square once.
 template <class K>
-int32_t normalise_items(const float *in, float *out, float *sums, float *squares, K lrn_k, uint32_t num, uint32_t local_size,
-                        uint32_t channels, float alpha_n, float beta, uint32_t width, uint32_t height, uint32_t half) {
+int32_t normalise_items(const float *in, float *out, float *sums, float *squares, K lrn_k, uint32_t num,
+                        uint32_t local_size, uint32_t channels, float alpha_n, float beta, uint32_t width,
+                        uint32_t height, uint32_t half) {
   const uint32_t plane = width * height;
   const uint32_t item_floats = channels * plane;
   const uint32_t squares_floats = (channels + local_size - 1) * plane;
@@ -160,7 +162,8 @@ _QX_RESULT check(const _NN_LRN_PARM &parm) {
   const bool empty = parm.batch == 0 || parm.channel == 0 || parm.width == 0 || parm.height == 0;
   if (!empty && !(parm.beta <= 0.0f) && !(parm.alpha <= 0.0f)) return QX_OK;
   std::printf(
-      "\033[1;31mERR:%s() shape should be positive, but input is %dx%dx%dx%d(num x channels x width x height),%dx%fx%f(size x "
+      "\033[1;31mERR:%s() shape should be positive, but input is %dx%dx%dx%d(num x channels x width x "
+      "height),%dx%fx%f(size x "
       "beta x alpha)\r\n\033[0m",
       "tarvu_lrn_checkparm", parm.batch, parm.channel, parm.width, parm.height, static_cast<int32_t>(parm.local_size),
       static_cast<double>(parm.beta), static_cast<double>(parm.alpha));
@@ -192,15 +195,16 @@ float fast_Pow(float x, float p) { return tarvu::fast_pow_step(x, p); }
 int32_t tarvu_lrn_neon_func(const float *in, float *out, float *sums, float *squares, int32_t lrn_k, uint32_t num,
                             uint32_t local_size, uint32_t channels, float alpha_n, float beta, uint32_t width,
                             uint32_t height, uint32_t half) {
-  return tarvu::normalise_items(in, out, sums, squares, lrn_k, num, local_size, channels, alpha_n, beta, width, height, half);
+  return tarvu::normalise_items(in, out, sums, squares, lrn_k, num, local_size, channels, alpha_n, beta, width, height,
+                                half);
 }
 
 // Kept: takes k as unsigned.
 int32_t tarvu_lrn_c_func(const float *in, float *out, float *sums, float *squares, int32_t lrn_k, uint32_t num,
-                         uint32_t local_size, uint32_t channels, float alpha_n, float beta, uint32_t width, uint32_t height,
-                         uint32_t half) {
-  return tarvu::normalise_items(in, out, sums, squares, static_cast<uint32_t>(lrn_k), num, local_size, channels, alpha_n, beta,
-                                width, height, half);
+                         uint32_t local_size, uint32_t channels, float alpha_n, float beta, uint32_t width,
+                         uint32_t height, uint32_t half) {
+  return tarvu::normalise_items(in, out, sums, squares, static_cast<uint32_t>(lrn_k), num, local_size, channels,
+                                alpha_n, beta, width, height, half);
 }
 
 _QX_RESULT tarvu_lrn_process(const _NN_LRN_PARM *parm) {
@@ -228,8 +232,9 @@ _QX_RESULT tarvu_lrn_process(const _NN_LRN_PARM *parm) {
     const float *source = is_fixed(parm->in_fmt) ? float_in : reinterpret_cast<const float *>(in);
     float *destination = is_fixed(parm->out_fmt) ? float_out : reinterpret_cast<float *>(out);
     if (apart(source, destination, item_floats)) {
-      normalise<false>(item_of(source, destination, start, parm->local_size, parm->channel, alpha_n, parm->beta, plane, half),
-                       {nullptr, nullptr});
+      normalise<false>(
+          item_of(source, destination, start, parm->local_size, parm->channel, alpha_n, parm->beta, plane, half),
+          {nullptr, nullptr});
     } else {
       tarvu_lrn_neon_func(source, destination, sums, squares, parm->lrn_k, 1, parm->local_size, parm->channel, alpha_n,
                           parm->beta, parm->width, parm->height, half);

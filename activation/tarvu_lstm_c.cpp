@@ -12,13 +12,16 @@ namespace {
 
 enum Gate { kInputGate, kForgetGate, kOutputGate, kCellGate };
 
-constexpr uint32_t kMostRows = 4;      // that share a pass over the weights
-constexpr uint32_t kGateSums = 1536;   // floats on the stack
+constexpr uint32_t kMostRows = 4;     // that share a pass over the weights
+constexpr uint32_t kGateSums = 1536;  // floats on the stack
 
 /// Sizes of the layer and the arrays in its work area, which may start at any address. All sizes are 32-bit products.
 struct Layer {
   explicit Layer(const _NN_LSTM_PARM &parm)
-      : steps(parm.batch), sequences(parm.channel), inputs(uint32_t{parm.width} * parm.height), units(parm.hidden_size) {
+      : steps(parm.batch),
+        sequences(parm.channel),
+        inputs(uint32_t{parm.width} * parm.height),
+        units(parm.hidden_size) {
     input = pointer<float>(parm.work_buffer);
     static_input = input + steps * sequences * inputs;
     cells = static_input + sequences * inputs;
@@ -69,8 +72,8 @@ struct Recurrence {
 };
 
 /// Gates, cell states and hidden states of `count` units from `first` (counted from the first of the range) on.
-void update_units(const Recurrence &lstm, const GateSums &sums, uint32_t row, uint32_t first, uint32_t count, float *cells,
-                  float *hidden, bool continues) {
+void update_units(const Recurrence &lstm, const GateSums &sums, uint32_t row, uint32_t first, uint32_t count,
+                  float *cells, float *hidden, bool continues) {
   for (int gate = 0; gate < kGates; ++gate) {
     float *sum = sums.at(row, gate) + first;
     const float *bias = lstm.biases.gate[gate] + sums.first_unit + first;
@@ -183,12 +186,14 @@ _QX_RESULT tarvu_lstm_process(const _NN_LSTM_PARM *parm) {
     const int16_t frac_bits = parm->in_fmt.frac_bits;
     Kernels<T>::to_floats(pointer<const T>(parm->in_addr), layer.input, frac_bits, rows * layer.inputs, kNoScale);
     if (parm->use_static == 0) return;
-    Kernels<T>::to_floats(pointer<const T>(parm->static_addr), layer.static_input, frac_bits, layer.sequences * layer.inputs, kNoScale);
+    Kernels<T>::to_floats(pointer<const T>(parm->static_addr), layer.static_input, frac_bits,
+                          layer.sequences * layer.inputs, kNoScale);
   });
   lstm_process_c(parm);
   with_element_type(parm->out_fmt.sign_bits, width_bits_in_byte(parm->out_fmt), [&](auto element) {
     using T = decltype(element);
-    Kernels<T>::from_floats(layer.hidden, pointer<T>(parm->out_addr), parm->out_fmt.frac_bits, rows * layer.units, kNoScale);
+    Kernels<T>::from_floats(layer.hidden, pointer<T>(parm->out_addr), parm->out_fmt.frac_bits, rows * layer.units,
+                            kNoScale);
   });
   return QX_OK;
 }

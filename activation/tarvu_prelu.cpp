@@ -57,9 +57,11 @@ void rectify_channels(const _NN_PRELU_PARM &parm) {
 
 _QX_RESULT check(const _NN_PRELU_PARM &parm) {
   if (parm.width != 0 && parm.height != 0 && parm.channels != 0 && parm.num != 0) return QX_OK;
-  std::printf("\033[1;31mERR:%s() shape should be positive, but input is %dx%dx%dx%d(num x channels x height x width)\r\n\033[0m",
-              "tarvu_prelu_checkparm", static_cast<int32_t>(parm.num), static_cast<int32_t>(parm.channels),
-              static_cast<int32_t>(parm.height), static_cast<int32_t>(parm.width));
+  std::printf(
+      "\033[1;31mERR:%s() shape should be positive, but input is %dx%dx%dx%d(num x channels x height x "
+      "width)\r\n\033[0m",
+      "tarvu_prelu_checkparm", static_cast<int32_t>(parm.num), static_cast<int32_t>(parm.channels),
+      static_cast<int32_t>(parm.height), static_cast<int32_t>(parm.width));
   return QX_ERR_PARAM;
 }
 

@@ -103,7 +103,12 @@ Workload lstm() {
     return Calls{run(tarvu_lstm_process), run(reference::tarvu_lstm_process)};
   };
   const size_t weight_bytes = 4 * kUnits * (kInputs + kUnits) * sizeof(float);
-  return {"lstm_T32_N1_I128_D128", "default", "multiply-add", kSteps * 4 * kUnits * (kInputs + kUnits), weight_bytes, prepare};
+  return {"lstm_T32_N1_I128_D128",
+          "default",
+          "multiply-add",
+          kSteps * 4 * kUnits * (kInputs + kUnits),
+          weight_bytes,
+          prepare};
 }
 
 constexpr size_t kOutputs = 4096;

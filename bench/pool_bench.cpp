@@ -60,14 +60,16 @@ void plain_pool(const _NN_POOL_PARM &parm, int outputs) {
           value = (value + divisor / 2) / divisor;
         }
         value = (value * parm.out_scale.scale_value + round) >> right;
-        *to++ = static_cast<T>(std::clamp<int32_t>(value, std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
+        *to++ =
+            static_cast<T>(std::clamp<int32_t>(value, std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
       }
     }
   }
 }
 
 template <class T>
-Workload pool(const char *name, const char *variant, const Windows &windows, Output output, uint32_t non_count_pad = 0) {
+Workload pool(const char *name, const char *variant, const Windows &windows, Output output,
+              uint32_t non_count_pad = 0) {
   const uint32_t outputs = windows.outputs();
   const bool global = outputs == 1;
   const size_t inputs = size_t{windows.channels} * windows.extent * windows.extent;
@@ -109,8 +111,12 @@ Workload pool(const char *name, const char *variant, const Windows &windows, Out
     }
     return Calls{ours, plain};
   };
-  return {name, variant, global ? "input" : "output", global ? inputs : all_outputs,
-          std::max(inputs, all_outputs) * sizeof(T), prepare};
+  return {name,
+          variant,
+          global ? "input" : "output",
+          global ? inputs : all_outputs,
+          std::max(inputs, all_outputs) * sizeof(T),
+          prepare};
 }
 
 }  // namespace
@@ -121,17 +127,23 @@ void add_pool_workloads(std::vector<Workload> &suite) {
   const char *padding_not_counted = "padding_not_counted";
   suite.push_back(pool<uint8_t>("maxpool_k3s2p1_8b_1x64x112x112", "default", max_k3s2p1, Output::kScaled));
   suite.push_back(pool<uint8_t>("maxpool_k3s2p1_8b_1x64x112x112", "identity_output", max_k3s2p1, Output::kUnchanged));
-  suite.push_back(pool<uint8_t>("maxpool_k2s2_8b_1x64x112x112", "default", {kLocalMaximum, 64, 112, 2, 2, 0}, Output::kScaled));
-  suite.push_back(pool<uint8_t>("maxpool_k3s1p1_8b_1x192x28x28", "default", {kLocalMaximum, 192, 28, 3, 1, 1}, Output::kScaled));
+  suite.push_back(
+      pool<uint8_t>("maxpool_k2s2_8b_1x64x112x112", "default", {kLocalMaximum, 64, 112, 2, 2, 0}, Output::kScaled));
+  suite.push_back(
+      pool<uint8_t>("maxpool_k3s1p1_8b_1x192x28x28", "default", {kLocalMaximum, 192, 28, 3, 1, 1}, Output::kScaled));
   suite.push_back(pool<int16_t>("maxpool_k3s2p1_16b_1x64x112x112", "default", max_k3s2p1, Output::kScaled));
   suite.push_back(pool<uint8_t>("avgpool_k3s2p1_8b_1x64x112x112", "default", average_k3s2p1, Output::kScaled));
-  suite.push_back(pool<uint8_t>("avgpool_k3s2p1_8b_1x64x112x112", padding_not_counted, average_k3s2p1, Output::kScaled, 1));
-  suite.push_back(pool<uint8_t>("avgpool_k3s1p1_8b_1x192x28x28", "default", {kLocalAverage, 192, 28, 3, 1, 1}, Output::kScaled));
+  suite.push_back(
+      pool<uint8_t>("avgpool_k3s2p1_8b_1x64x112x112", padding_not_counted, average_k3s2p1, Output::kScaled, 1));
+  suite.push_back(
+      pool<uint8_t>("avgpool_k3s1p1_8b_1x192x28x28", "default", {kLocalAverage, 192, 28, 3, 1, 1}, Output::kScaled));
   suite.push_back(pool<uint8_t>("gavgpool_8b_1x1024x7x7", "default", {kGlobalAverage, 1024, 7}, Output::kScaled));
   suite.push_back(pool<uint8_t>("gmaxpool_8b_1x1024x7x7", "default", {kGlobalMaximum, 1024, 7}, Output::kScaled));
   // Two cases of equal lines: the cost of an output grows with the sides of the window, not with its area.
-  suite.push_back(pool<uint8_t>("maxpool_k3s1p1_8b_1x16x112x112", "default", {kLocalMaximum, 16, 112, 3, 1, 1}, Output::kScaled));
-  suite.push_back(pool<uint8_t>("maxpool_k13s1p1_8b_1x16x112x112", "default", {kLocalMaximum, 16, 112, 13, 1, 1}, Output::kScaled));
+  suite.push_back(
+      pool<uint8_t>("maxpool_k3s1p1_8b_1x16x112x112", "default", {kLocalMaximum, 16, 112, 3, 1, 1}, Output::kScaled));
+  suite.push_back(
+      pool<uint8_t>("maxpool_k13s1p1_8b_1x16x112x112", "default", {kLocalMaximum, 16, 112, 13, 1, 1}, Output::kScaled));
 }
 
 }  // namespace bench

@@ -153,10 +153,12 @@ using ConvertBlocks = void (*)(const float *, T *, uint32_t, float);
 /// By code.
 template <class T>
 constexpr ConvertBlocks<T> kConvertBlocks[] = {
-    convert_blocks<T, kDown>,          convert_blocks<T, kUp>,         convert_blocks<T, kToZero>,
-    convert_blocks<T, kHalfAway>,      convert_blocks<T, kHalfDown>,   convert_blocks<T, kHalfUp>,
-    convert_blocks<T, kHalfToZero>,    convert_blocks<T, kHalfAwayBySign>, convert_blocks<T, kHalfEven>,
-    convert_blocks<T, kHalfOdd>,       convert_blocks<T, kHalfAwayBySum>,  convert_blocks<T, kEnvironment>,
+    convert_blocks<T, kDown>,          convert_blocks<T, kUp>,
+    convert_blocks<T, kToZero>,        convert_blocks<T, kHalfAway>,
+    convert_blocks<T, kHalfDown>,      convert_blocks<T, kHalfUp>,
+    convert_blocks<T, kHalfToZero>,    convert_blocks<T, kHalfAwayBySign>,
+    convert_blocks<T, kHalfEven>,      convert_blocks<T, kHalfOdd>,
+    convert_blocks<T, kHalfAwayBySum>, convert_blocks<T, kEnvironment>,
 };
 
 template <class T>

@@ -42,8 +42,8 @@ void reformat_between(int in_width, int out_width, const uint8_t *from, uint8_t 
 }  // namespace
 }  // namespace tarvu
 
-void tarvu_convert_fmt_c(const void *source, void *destination, uint32_t count, const _NN_FMT *in_fmt, const _NN_FMT *out_fmt,
-                         const _NN_SCALE *, const _NN_SCALE *) {
+void tarvu_convert_fmt_c(const void *source, void *destination, uint32_t count, const _NN_FMT *in_fmt,
+                         const _NN_FMT *out_fmt, const _NN_SCALE *, const _NN_SCALE *) {
   if (count == 0) return;
   // Kept: widths are sums of a byte, modulo 256.
   const int in_width = static_cast<int8_t>(tarvu::width_bits(*in_fmt));
@@ -71,7 +71,8 @@ void tarvu_fixtofloat_neon(const void *source, float *destination, uint32_t coun
                            const _NN_SCALE *scale) {
   tarvu::with_element_type(*fmt, [=](auto element) {
     using T = decltype(element);
-    tarvu::Kernels<T>::to_floats(static_cast<const T *>(source), destination, fmt->frac_bits, count, tarvu::scale_of(*scale));
+    tarvu::Kernels<T>::to_floats(static_cast<const T *>(source), destination, fmt->frac_bits, count,
+                                 tarvu::scale_of(*scale));
   });
 }
 
@@ -79,7 +80,8 @@ void tarvu_floattofix_neon(const float *source, void *destination, uint32_t coun
                            const _NN_SCALE *scale) {
   tarvu::with_element_type(*fmt, [=](auto element) {
     using T = decltype(element);
-    tarvu::Kernels<T>::from_floats(source, static_cast<T *>(destination), fmt->frac_bits, count, tarvu::scale_of(*scale));
+    tarvu::Kernels<T>::from_floats(source, static_cast<T *>(destination), fmt->frac_bits, count,
+                                   tarvu::scale_of(*scale));
   });
 }
 

@@ -15,7 +15,8 @@ uint32_t in_blocks(uint32_t line) {
 
 /// Calls convert_line(source, destination, extent of dimension 0) for every line, in ascending order, dimension 5 outermost.
 template <class In, class Out, class ConvertLine>
-void for_each_line(const In *source, Out *destination, const uint32_t *shape, const uint32_t *stride, ConvertLine convert_line) {
+void for_each_line(const In *source, Out *destination, const uint32_t *shape, const uint32_t *stride,
+                   ConvertLine convert_line) {
   constexpr int kDimensions = 6;
   uint32_t extent[kDimensions];
   size_t position[kDimensions] = {};
@@ -96,8 +97,8 @@ void tarvu_fixtofloat_nd_neon(const void *source, float *destination, const uint
                               const _NN_FMT *fmt, const _NN_SCALE *scale, int32_t zero_point) {
   tarvu::with_element_type(*fmt, [=](auto element) {
     using T = decltype(element);
-    tarvu::Kernels<T>::to_floats_nd(static_cast<const T *>(source), destination, shape, stride, fmt->frac_bits, zero_point,
-                                    tarvu::scale_of(*scale));
+    tarvu::Kernels<T>::to_floats_nd(static_cast<const T *>(source), destination, shape, stride, fmt->frac_bits,
+                                    zero_point, tarvu::scale_of(*scale));
   });
 }
 

@@ -13,7 +13,8 @@ inline constexpr uint32_t kZeroPointBlock = sizeof(T) == 1 ? 8 : 16;
 
 /// (element - zero point) * multiplier; the difference wraps in signed 32 bits for unsigned elements too.
 template <class T>
-inline void zero_point_to_floats(const T *source, float *destination, uint32_t count, int32_t zero_point, float multiplier) {
+inline void zero_point_to_floats(const T *source, float *destination, uint32_t count, int32_t zero_point,
+                                 float multiplier) {
   integers_to_floats<T>(source, destination, count, [=](auto word) {
     using Word = decltype(word);
     if constexpr (kLanes<Word> == 1) {
@@ -53,7 +54,8 @@ inline void floats_to_zero_point_in_tail(const float *source, T *destination, ui
     const float y = load<float>(source + i) * multiplier;
     const auto rounded = static_cast<float>(std::floor(static_cast<double>(y) + 0.5));
     const int32_t sum = add(to_s32(rounded), zero_point);
-    store(destination + i, static_cast<T>(std::clamp<int32_t>(sum, std::numeric_limits<T>::min(), std::numeric_limits<T>::max())));
+    store(destination + i,
+          static_cast<T>(std::clamp<int32_t>(sum, std::numeric_limits<T>::min(), std::numeric_limits<T>::max())));
   }
 }
 

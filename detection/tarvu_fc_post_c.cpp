@@ -31,10 +31,13 @@ struct Parts {
   uint32_t outputs;
 
   /// Kept: offsets are 32-bit numbers.
-  const uint8_t *at(uint32_t output, uint32_t part) const { return first + (output * element_bytes + part * part_bytes); }
+  const uint8_t *at(uint32_t output, uint32_t part) const {
+    return first + (output * element_bytes + part * part_bytes);
+  }
 
   bool some_offset_wraps() const {
-    return (outputs - uint64_t{1}) * element_bytes + uint64_t{count} * part_bytes > std::numeric_limits<uint32_t>::max();
+    return (outputs - uint64_t{1}) * element_bytes + uint64_t{count} * part_bytes >
+           std::numeric_limits<uint32_t>::max();
   }
 };
 
@@ -89,7 +92,8 @@ void scale_totals(const int64_t *sums, const int32_t *corrections, uint8_t *to, 
 
 /// The same for dense outputs whose sums fit 32 bits.
 template <class Out>
-void scale_words(const int32_t *sums, const int32_t *corrections, uint8_t *to, uint32_t outputs, const TotalScales &scales) {
+void scale_words(const int32_t *sums, const int32_t *corrections, uint8_t *to, uint32_t outputs,
+                 const TotalScales &scales) {
   scale_word_totals<Out>(sums, corrections, reinterpret_cast<Out *>(to), outputs, scales);
 }
 
@@ -123,8 +127,8 @@ Steps steps_of(const _NN_FC_POST_PARM &parm, const Parts &parts, const TotalScal
 }
 
 /// A batch item by tiles of outputs whose sums stand on the stack.
-void requantise_item(const Steps &steps, const Parts &parts, const int32_t *corrections, uint8_t *to, uint32_t out_bytes,
-                     const TotalScales &scales) {
+void requantise_item(const Steps &steps, const Parts &parts, const int32_t *corrections, uint8_t *to,
+                     uint32_t out_bytes, const TotalScales &scales) {
   for (uint32_t j = 0; j < parts.outputs; j += kTile) {
     const uint32_t outputs = std::min(kTile, parts.outputs - j);
     int64_t sums[kTile];
@@ -133,8 +137,8 @@ void requantise_item(const Steps &steps, const Parts &parts, const int32_t *corr
   }
 }
 
-void requantise_item_in_words(const Steps &steps, const Parts &parts, const int32_t *corrections, uint8_t *to, uint32_t out_bytes,
-                              const TotalScales &scales) {
+void requantise_item_in_words(const Steps &steps, const Parts &parts, const int32_t *corrections, uint8_t *to,
+                              uint32_t out_bytes, const TotalScales &scales) {
   if (steps.sums_in_place) {
     steps.scale_words(reinterpret_cast<const int32_t *>(parts.first), corrections, to, parts.outputs, scales);
     return;
@@ -164,7 +168,8 @@ _QX_RESULT tarvu_fc_post_process(const _NN_FC_POST_PARM *parm) {
   const TotalScales scales = scales_of(*parm);
   const auto *corrections = pointer<const int32_t>(parm->bias_addr);
   const uint32_t out_bytes = step_bytes(parm->out_fmt);
-  Parts parts = {pointer<const uint8_t>(parm->in_addr), step_bytes(parm->in_fmt), parm->in_line_ofs, parm->height, parm->width};
+  Parts parts = {pointer<const uint8_t>(parm->in_addr), step_bytes(parm->in_fmt), parm->in_line_ofs, parm->height,
+                 parm->width};
   const Steps steps = steps_of(*parm, parts, scales);
   uint8_t *to = pointer(parm->out_addr);
   for (uint32_t item = 0; item < parm->batch; ++item) {

@@ -34,7 +34,9 @@ NN_AI_IO_TYPE tarvu_get_fmt_type(const _NN_FMT *fmt) { return tarvu::type_of(*fm
 
 NN_AI_IO_TYPE tarvu_get_gather_fmt_type(const _NN_FMT *fmt) { return tarvu::type_of(*fmt, NN_AI_IO_TYPE_UINT32); }
 
-NN_AI_IO_TYPE tarvu_get_gatherelement_fmt_type(const _NN_FMT *fmt) { return tarvu::type_of(*fmt, NN_AI_IO_TYPE_UINT32); }
+NN_AI_IO_TYPE tarvu_get_gatherelement_fmt_type(const _NN_FMT *fmt) {
+  return tarvu::type_of(*fmt, NN_AI_IO_TYPE_UINT32);
+}
 
 void *tarvu_getbuffrom(uint64_t *cursor, uint32_t size) {
   const uint64_t start = *cursor;

@@ -20,7 +20,8 @@ inline DoublePair widen(f32xn x) {
 #if TARVU_NEON
   return {vcvt_f64_f32(vget_low_f32(x)), vcvt_high_f64_f32(x)};
 #elif TARVU_AVX2
-  return {f64xn(_mm256_cvtps_pd(_mm256_castps256_ps128(__m256(x)))), f64xn(_mm256_cvtps_pd(_mm256_extractf128_ps(__m256(x), 1)))};
+  return {f64xn(_mm256_cvtps_pd(_mm256_castps256_ps128(__m256(x)))),
+          f64xn(_mm256_cvtps_pd(_mm256_extractf128_ps(__m256(x), 1)))};
 #else
   return {f64xn{double{x[0]}, double{x[1]}}, f64xn{double{x[2]}, double{x[3]}}};
 #endif
@@ -54,7 +55,7 @@ struct Exponential {
   f64xn power;  // of two
   f64xn rest;
 
-  f64xn whole() const { return power + power * rest; }               // e^x
+  f64xn whole() const { return power + power * rest; }             // e^x
   f64xn less_one() const { return (power - 1.0) + power * rest; }  // e^x - 1
 };
 
@@ -66,8 +67,8 @@ inline Exponential exponential(f64xn x) {
   const f64xn shifted = x * kLog2E + kToWhole;
   const f64xn whole = shifted - kToWhole;
   const f64xn r = (x - whole * kLn2Upper) - whole * kLn2Lower;
-  constexpr double kReciprocalFactorials[] = {1.0 / 2, 1.0 / 6, 1.0 / 24, 1.0 / 120, 1.0 / 720, 1.0 / 5040, 1.0 / 40320, 1.0 / 362880,
-                                              1.0 / 3628800};
+  constexpr double kReciprocalFactorials[] = {1.0 / 2,    1.0 / 6,     1.0 / 24,     1.0 / 120,    1.0 / 720,
+                                              1.0 / 5040, 1.0 / 40320, 1.0 / 362880, 1.0 / 3628800};
   f64xn series = f64xn{} + kReciprocalFactorials[8];  // 1 + r / 2! + r^2 / 3! + ...; |r| is below 0.347
   for (int k = 7; k >= 0; --k) series = series * r + kReciprocalFactorials[k];
   series = series * r + 1.0;

@@ -9,7 +9,7 @@
 
 namespace tarvu {
 
-inline constexpr uint32_t kPowBitsOffset = 0xC0876C08;  // minus 1064866808, modulo 2^32
+inline constexpr uint32_t kPowBitsOffset = 0xC0876C08;    // minus 1064866808, modulo 2^32
 inline constexpr float kPowResultOffset = 1064866816.0f;  // the same to the nearest float
 static_assert(std::bit_cast<uint32_t>(kPowResultOffset) == 0x4E7DE250);
 

@@ -21,7 +21,8 @@ inline FourColumns<f32x4> transpose_fours(f32x4 a, f32x4 b, f32x4 c, f32x4 d) {
   const f32x4 cd_low = __builtin_shufflevector(c, d, 0, 4, 1, 5);
   const f32x4 cd_high = __builtin_shufflevector(c, d, 2, 6, 3, 7);
   return {{__builtin_shufflevector(ab_low, cd_low, 0, 1, 4, 5), __builtin_shufflevector(ab_low, cd_low, 2, 3, 6, 7),
-           __builtin_shufflevector(ab_high, cd_high, 0, 1, 4, 5), __builtin_shufflevector(ab_high, cd_high, 2, 3, 6, 7)}};
+           __builtin_shufflevector(ab_high, cd_high, 0, 1, 4, 5),
+           __builtin_shufflevector(ab_high, cd_high, 2, 3, 6, 7)}};
 }
 
 #if TARVU_AVX2
@@ -41,7 +42,8 @@ inline FourColumns<f32xn> transpose_fours(f32xn a, f32xn b, f32xn c, f32xn d) {
 #if TARVU_NEON
 /// Loads four floats of each row, those of row r to lane r of the four vectors, and moves the rows on behind them. The rows are
 /// constant while the caller runs.
-inline FourColumns<f32x4> load_four_columns(const float *&row0, const float *&row1, const float *&row2, const float *&row3) {
+inline FourColumns<f32x4> load_four_columns(const float *&row0, const float *&row1, const float *&row2,
+                                            const float *&row3) {
   float32x4x4_t columns;
 #if defined(__clang__)
   columns = vld4q_dup_f32(row0);

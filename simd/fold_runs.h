@@ -10,13 +10,15 @@ namespace tarvu {
 #if TARVU_NEON
 /// Four runs at once, each of at least one vector: their folds in the lower bytes of the result, or in all of it.
 template <class In>
-inline typename MaximumFold<In>::Lanes fold_four_runs(MaximumFold<In>, const uint8_t *from, size_t run_bytes, size_t count) {
+inline typename MaximumFold<In>::Lanes fold_four_runs(MaximumFold<In>, const uint8_t *from, size_t run_bytes,
+                                                      size_t count) {
   using Fold = MaximumFold<In>;
   using Lanes = typename Fold::Lanes;
   const size_t last = count * sizeof(In) - sizeof(Lanes);
   const uint8_t *runs[4] = {from, from + run_bytes, from + 2 * run_bytes, from + 3 * run_bytes};
   Lanes folded[4];
-  for (int r = 0; r < 4; ++r) folded[r] = load<Lanes>(runs[r] + last);  // overlaps the one before it, which changes no maximum
+  for (int r = 0; r < 4; ++r)
+    folded[r] = load<Lanes>(runs[r] + last);  // overlaps the one before it, which changes no maximum
   for (size_t at = 0; at < last; at += sizeof(Lanes)) {
     for (int r = 0; r < 4; ++r) folded[r] = Fold::both(folded[r], load<Lanes>(runs[r] + at));
   }

@@ -40,7 +40,7 @@ struct LaneOf {
   using type = V;
 };
 template <class V>
-  requires requires(V v) { v[0]; }
+requires requires(V v) { v[0]; }
 struct LaneOf<V> {
   using type = std::remove_cvref_t<decltype(std::declval<V>()[0])>;
 };

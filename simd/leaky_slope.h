@@ -87,7 +87,8 @@ inline void slope_vector(const T *from, T *to, int8_t slope, int left) {
 template <class Product>
 inline __m256i move_lanes(__m256i products, int left) {
   const __m128i count = _mm_cvtsi32_si128(std::abs(left));
-  if constexpr (sizeof(Product) == 2) return left < 0 ? _mm256_sra_epi16(products, count) : _mm256_sll_epi16(products, count);
+  if constexpr (sizeof(Product) == 2)
+    return left < 0 ? _mm256_sra_epi16(products, count) : _mm256_sll_epi16(products, count);
   return left < 0 ? _mm256_sra_epi32(products, count) : _mm256_sll_epi32(products, count);
 }
 

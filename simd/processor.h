@@ -58,7 +58,9 @@ inline T *pointer(uint64_t address) {
 }
 
 /// Wrapping 32-bit arithmetic.
-constexpr int32_t add(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b)); }
+constexpr int32_t add(int32_t a, int32_t b) {
+  return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
 constexpr int32_t subtract(int32_t a, int32_t b) {
   return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
 }
@@ -67,7 +69,9 @@ constexpr int32_t multiply(int32_t a, int32_t b) {
 }
 
 /// Wrapping 64-bit arithmetic.
-constexpr int64_t add(int64_t a, int64_t b) { return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b)); }
+constexpr int64_t add(int64_t a, int64_t b) {
+  return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
+}
 constexpr int64_t subtract(int64_t a, int64_t b) {
   return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
 }
@@ -76,13 +80,17 @@ constexpr int64_t multiply(int64_t a, int64_t b) {
 }
 
 /// Shifts of a 32-bit word by a variable: the count is taken modulo 32. A right shift of a signed word is arithmetic.
-constexpr int32_t shift_left(int32_t x, int32_t count) { return static_cast<int32_t>(static_cast<uint32_t>(x) << (count & 31)); }
+constexpr int32_t shift_left(int32_t x, int32_t count) {
+  return static_cast<int32_t>(static_cast<uint32_t>(x) << (count & 31));
+}
 constexpr uint32_t shift_left(uint32_t x, int32_t count) { return x << (count & 31); }
 constexpr int32_t shift_right(int32_t x, int32_t count) { return x >> (count & 31); }
 constexpr uint32_t shift_right(uint32_t x, int32_t count) { return x >> (count & 31); }
 
 /// Shifts of a 64-bit word: the count is taken modulo 64.
-constexpr int64_t shift_left(int64_t x, int32_t count) { return static_cast<int64_t>(static_cast<uint64_t>(x) << (count & 63)); }
+constexpr int64_t shift_left(int64_t x, int32_t count) {
+  return static_cast<int64_t>(static_cast<uint64_t>(x) << (count & 63));
+}
 constexpr int64_t shift_right(int64_t x, int32_t count) { return x >> (count & 63); }
 
 /// Truncating division. A division by 0 gives 0; the least integer divided by -1 gives itself.

@@ -89,7 +89,8 @@ inline void transpose_block(const uint8_t *from, size_t from_step, uint8_t *to, 
 
 /// Transposes: element (row, column) at from[row * from_step + column] goes to to[column * to_step + row]; both steps in bytes.
 template <class Element>
-inline void transpose(const uint8_t *from, size_t from_step, uint8_t *to, size_t to_step, uint32_t rows, uint32_t columns) {
+inline void transpose(const uint8_t *from, size_t from_step, uint8_t *to, size_t to_step, uint32_t rows,
+                      uint32_t columns) {
   using Lanes = LanesOfBytes<sizeof(Element)>;
   constexpr uint32_t kSide = kLanes<Lanes>;
   if (rows < kSide || columns < kSide) {

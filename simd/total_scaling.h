@@ -34,7 +34,8 @@ inline int64_t scale_total(int64_t total, const TotalScales &scales) {
 /// one, the shift goes to the right, and nothing wraps.
 inline bool scales_in_words(const TotalScale &scale) {
   if (scale.shift < 1 || scale.shift > 63) return false;
-  if (scale.multiplier < -std::numeric_limits<int32_t>::max() || scale.multiplier > std::numeric_limits<int32_t>::max()) return false;
+  if (scale.multiplier < -std::numeric_limits<int32_t>::max() || scale.multiplier > std::numeric_limits<int32_t>::max())
+    return false;
   const auto magnitude = static_cast<uint64_t>(scale.multiplier < 0 ? -scale.multiplier : scale.multiplier);
   return (magnitude << 32) + static_cast<uint64_t>(scale.half()) <= uint64_t{std::numeric_limits<int64_t>::max()};
 }
@@ -72,7 +73,8 @@ inline void store_saturated_signed(const int32x4_t (&words)[4], T *to) {
 /// to[i] = scale_total(sums[i] - corrections[i]) saturated, where -corrections[i] is formed in 32 bits and the total in 33. Both
 /// scales must be scales_in_words(). Sources at any address.
 template <class T>
-inline void scale_word_totals(const int32_t *sums, const int32_t *corrections, T *to, uint32_t count, const TotalScales &scales) {
+inline void scale_word_totals(const int32_t *sums, const int32_t *corrections, T *to, uint32_t count,
+                              const TotalScales &scales) {
   const int64_t positive_term = rounding_term(scales.positive, false);
   const int64_t negative_term = rounding_term(scales.negative, true);
 #if TARVU_NEON

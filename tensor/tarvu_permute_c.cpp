@@ -23,7 +23,9 @@ struct Walk {
   size_t element_bytes;
 };
 
-bool same_records(const _NN_PERMUTE_PARM &parm) { return std::memcmp(&parm.in_fmt, &parm.out_fmt, sizeof parm.in_fmt) == 0; }
+bool same_records(const _NN_PERMUTE_PARM &parm) {
+  return std::memcmp(&parm.in_fmt, &parm.out_fmt, sizeof parm.in_fmt) == 0;
+}
 
 /// Output axis i in terms of the input; axis 3 is the element of the kernel.
 Walk walk_of(const _NN_PERMUTE_PARM &parm, size_t in_element, size_t out_element) {
@@ -76,7 +78,8 @@ int merge_axes(Axis *axes) {
         if (outer == inner) continue;
         const Axis &slow = axes[outer];
         const Axis &fast = axes[inner];
-        const bool one_walk = slow.in_step == fast.extent * fast.in_step && slow.out_step == fast.extent * fast.out_step &&
+        const bool one_walk = slow.in_step == fast.extent * fast.in_step &&
+                              slow.out_step == fast.extent * fast.out_step &&
                               uint64_t{slow.extent} * fast.extent <= UINT32_MAX;
         if (slow.extent != 1 && !one_walk) continue;
         if (slow.extent != 1) axes[inner].extent *= slow.extent;

@@ -11,12 +11,13 @@ constexpr int kWidthAxis = 3;
 
 /// One round along the axis: slices of `in_step` bytes, the last one of the source first.
 template <class Element>
-void reverse_slices(const _NN_REVERSE_PARM &parm, const uint8_t *last_slice, uint8_t *to, uint32_t slices, uint32_t in_step,
-                    uint32_t out_step) {
+void reverse_slices(const _NN_REVERSE_PARM &parm, const uint8_t *last_slice, uint8_t *to, uint32_t slices,
+                    uint32_t in_step, uint32_t out_step) {
   for (uint32_t i = 0; i < slices; ++i) {
     std::memcpy(to, last_slice, in_step);
     last_slice -= in_step;
-    tarvu_convert_fmt_c(to, to, in_step / sizeof(Element), &parm.in_fmt, &parm.out_fmt, &parm.in_scale, &parm.out_scale);
+    tarvu_convert_fmt_c(to, to, in_step / sizeof(Element), &parm.in_fmt, &parm.out_fmt, &parm.in_scale,
+                        &parm.out_scale);
     to += out_step;
   }
 }
@@ -31,7 +32,8 @@ struct Rounds {
 /// Every round is one line, moved in one sweep. Only for formats of equal width: elements of another width are re-formatted over
 /// their neighbours, so their order counts.
 template <class Element>
-void reverse_lines(const _NN_REVERSE_PARM &parm, const uint8_t *first_element, uint8_t *to, uint32_t width, Rounds rounds) {
+void reverse_lines(const _NN_REVERSE_PARM &parm, const uint8_t *first_element, uint8_t *to, uint32_t width,
+                   Rounds rounds) {
   const bool reformats = parm.in_fmt.frac_bits != parm.out_fmt.frac_bits;
   for (; rounds.count != 0; --rounds.count, first_element += rounds.in_step, to += rounds.out_step) {
     copy_reversed<Element>(first_element, to, width);

@@ -45,7 +45,7 @@ struct block {
   uint64_t address;
   uint32_t instructions;
   uint32_t of_class[kClasses];
-  uint64_t hits;  // since the section began
+  uint64_t hits;   // since the section began
   uint32_t *code;  // null if it is not wanted
   char symbol[kSymbolBytes];
   struct block *next;

@@ -27,7 +27,8 @@ class Findings {
   void compare(float x, float gate, double fast, double library, bool uses_fast) {
     ++compared_;
     const auto expected = static_cast<float>(library);
-    if (std::bit_cast<uint32_t>(gate) != std::bit_cast<uint32_t>(expected) && !(std::isnan(gate) && std::isnan(expected))) {
+    if (std::bit_cast<uint32_t>(gate) != std::bit_cast<uint32_t>(expected) &&
+        !(std::isnan(gate) && std::isnan(expected))) {
       if (++different_ <= 10) {
         std::printf("%s of %08x: %08x where the library gives %08x\n", name_, std::bit_cast<uint32_t>(x),
                     std::bit_cast<uint32_t>(gate), std::bit_cast<uint32_t>(expected));
@@ -40,9 +41,11 @@ class Findings {
   void leave_to_library() { ++left_; }
 
   bool passed() const {
-    std::printf("%s: %llu of %llu differ; largest relative error of the fast function 2^%.2f; %llu vectors left to the library\n",
-                name_, static_cast<unsigned long long>(different_), static_cast<unsigned long long>(compared_), std::log2(worst_),
-                static_cast<unsigned long long>(left_));
+    std::printf(
+        "%s: %llu of %llu differ; largest relative error of the fast function 2^%.2f; %llu vectors left to the "
+        "library\n",
+        name_, static_cast<unsigned long long>(different_), static_cast<unsigned long long>(compared_),
+        std::log2(worst_), static_cast<unsigned long long>(left_));
     return different_ == 0 && compared_ != 0 && worst_ <= tarvu::kGateTolerance / 2;
   }
 
@@ -78,7 +81,8 @@ void compare(const float *x, Findings &logistic, Findings &tangent) {
       const float argument = vector[k];
       const auto wide = static_cast<double>(argument);
       const uint32_t at = i + static_cast<uint32_t>(k);
-      logistic.compare(argument, logistics[at], lane(fast_logistics, k), 1.0 / (std::exp(-wide) + 1.0), std::fabs(wide) <= 80.0);
+      logistic.compare(argument, logistics[at], lane(fast_logistics, k), 1.0 / (std::exp(-wide) + 1.0),
+                       std::fabs(wide) <= 80.0);
       tangent.compare(argument, tangents[at], std::copysign(lane(fast_tangents, k), wide), std::tanh(wide),
                       std::fabs(wide) > 0.0);
     }

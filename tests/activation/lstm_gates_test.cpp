@@ -25,12 +25,14 @@ float product_of(float factor, float x) { return static_cast<float>(double{facto
 /// Arguments from every binade, both signs, and special ones; an odd number, so that a tail is left.
 std::vector<float> arguments() {
   std::vector<float> x;
-  for (uint64_t bits = 0; bits < (uint64_t{1} << 32); bits += 9973) x.push_back(std::bit_cast<float>(static_cast<uint32_t>(bits)));
+  for (uint64_t bits = 0; bits < (uint64_t{1} << 32); bits += 9973)
+    x.push_back(std::bit_cast<float>(static_cast<uint32_t>(bits)));
   Random random = test_random(394);
   for (int i = 0; i < 200000; ++i) x.push_back(random.uniform(-20.0f, 20.0f));
-  for (const float special : {0.0f, -0.0f, 80.0f, -80.0f, std::nextafterf(80.0f, 90.0f), std::nextafterf(-80.0f, -90.0f), 40.0f, 41.0f,
-                              -104.0f, 0x1p-149f, -0x1p-126f, std::numeric_limits<float>::infinity(),
-                              -std::numeric_limits<float>::infinity(), std::numeric_limits<float>::quiet_NaN()}) {
+  for (const float special :
+       {0.0f, -0.0f, 80.0f, -80.0f, std::nextafterf(80.0f, 90.0f), std::nextafterf(-80.0f, -90.0f), 40.0f, 41.0f,
+        -104.0f, 0x1p-149f, -0x1p-126f, std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(),
+        std::numeric_limits<float>::quiet_NaN()}) {
     x.insert(x.end(), 3, special);
   }
   x.push_back(1.0f);
@@ -63,7 +65,8 @@ TEST(LstmGates, OutputIsRoundedOnceFromTheProductWithTheHyperbolicTangent) {
   std::vector<float> outputs(x.size());
   tarvu::scaled_tanh_run(factors.data(), x.data(), outputs.data(), static_cast<uint32_t>(x.size()));
   for (size_t i = 0; i < x.size(); ++i) {
-    ASSERT_TRUE(same(product_of(factors[i], x[i]), outputs[i])) << std::hexfloat << factors[i] << " * tanh(" << x[i] << ")";
+    ASSERT_TRUE(same(product_of(factors[i], x[i]), outputs[i]))
+        << std::hexfloat << factors[i] << " * tanh(" << x[i] << ")";
   }
 }
 

@@ -173,7 +173,8 @@ void random_case(Random &random, uint16_t width) {
   Case<_NN_ELTWISE_PARM> eltwise;
   _NN_ELTWISE_PARM &block = eltwise.block;
   const int bits = random.pick({8, 16});
-  block = block_of(width, static_cast<uint16_t>(random.between(1, 4)), static_cast<uint16_t>(random.between(1, 3)), bits);
+  block =
+      block_of(width, static_cast<uint16_t>(random.between(1, 4)), static_cast<uint16_t>(random.between(1, 3)), bits);
   block.batch = static_cast<uint16_t>(random.between(1, 3));
   const int sign_bits = random.between(0, 1);
   block.in0_fmt = format(bits, random.between(-2, bits), sign_bits);
@@ -189,7 +190,8 @@ void random_case(Random &random, uint16_t width) {
   const uint32_t item_gap = random.one_in(2) ? 0 : random.below(7);
   block.in0_channel_ofs = block.in1_channel_ofs = block.out_channel_ofs = block.in0_channel_ofs + gap;
   block.in0_batch_ofs = block.in1_batch_ofs = block.out_batch_ofs = block.channel * block.in0_channel_ofs + item_gap;
-  const size_t bytes = (block.batch - size_t{1}) * block.in0_batch_ofs + block.channel * size_t{block.in0_channel_ofs} - gap;
+  const size_t bytes =
+      (block.batch - size_t{1}) * block.in0_batch_ofs + block.channel * size_t{block.in0_channel_ofs} - gap;
 
   const GuardedMemory first(bytes, {random.pick({Fault::kBehind, Fault::kInFront}), 1, random.below(4)});
   const GuardedMemory second(bytes, {random.pick({Fault::kBehind, Fault::kInFront}), 1, random.below(4)});

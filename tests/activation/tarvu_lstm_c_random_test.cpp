@@ -186,7 +186,8 @@ TEST(LstmOnRandomLayers, EqualsItsTwinForManyUnits) {
   Random random = test_random(394);
   SCOPED_TRACE(random.trace());
   for (const uint32_t units : {95u, 97u, 128u, 193u, 384u, 385u, 391u}) {
-    RandomLayer layer(random, {static_cast<uint16_t>(random.between(3, 4)), static_cast<uint16_t>(random.between(1, 2)), 5, 1, units});
+    RandomLayer layer(random, {static_cast<uint16_t>(random.between(3, 4)), static_cast<uint16_t>(random.between(1, 2)),
+                               5, 1, units});
     layer.expect_equal();
     if (HasFailure()) return;
   }

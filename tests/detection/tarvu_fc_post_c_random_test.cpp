@@ -137,7 +137,8 @@ TEST(FcPostOnRandomBlocks, EqualsItsTwinForManyOutputs) {
   for (const uint16_t width : std::initializer_list<uint16_t>{255, 256, 257, 511, 513, 700}) {
     for (int round = 0; round < 8; ++round) {
       const auto height = static_cast<uint16_t>(random.between(0, 20));
-      random_case(random, width, height, round % 2 == 0 ? Multipliers::kOrdinary : Multipliers::kExtreme, random.one_in(3));
+      random_case(random, width, height, round % 2 == 0 ? Multipliers::kOrdinary : Multipliers::kExtreme,
+                  random.one_in(3));
       if (HasFailure()) return;
     }
   }

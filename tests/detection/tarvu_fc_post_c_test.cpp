@@ -254,7 +254,8 @@ TEST(FcPost, TotalsAreSummedBeyondThirtyTwoBits) {
     // The least correction stays what it is when negated.
     const int64_t totals[] = {int64_t{65535} * height + kLeast, int64_t{3} * height - kMost};
     std::vector<int32_t> expected;
-    for (const int64_t total : totals) expected.push_back(static_cast<int32_t>(total < 0 ? -((8 - total) / 16) : (total + 8) / 16));
+    for (const int64_t total : totals)
+      expected.push_back(static_cast<int32_t>(total < 0 ? -((8 - total) / 16) : (total + 8) / 16));
     EXPECT_EQ(expected, values_in<int32_t>(output)) << height;
   }
 }

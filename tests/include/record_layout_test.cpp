@@ -33,7 +33,8 @@ constexpr Record kRecords[] = {
 
 constexpr Field kFields[] = {
 #define RECORD(record, bytes)
-#define FIELD(record, field, offset, bytes) {#record, #field, offset, bytes, offsetof(record, field), sizeof(record::field)},
+#define FIELD(record, field, offset, bytes) \
+  {#record, #field, offset, bytes, offsetof(record, field), sizeof(record::field)},
 #include "tests/include/record_layout.inc"
 #undef FIELD
 #undef RECORD

@@ -174,7 +174,7 @@ void add_fc_post(Report &report) {
   constexpr uint16_t kBatch = 2;
   constexpr uint16_t kMostParts = 37;
   constexpr size_t kInBytes = size_t{4} * kBatch * kOutputs * kMostParts;
-  const _NN_FMT formats[] = {support::format(8, 3, 1), support::format(8, 3, 0), support::format(16, 3, 1),
+  const _NN_FMT formats[] = {support::format(8, 3, 1),  support::format(8, 3, 0),  support::format(16, 3, 1),
                              support::format(16, 3, 0), support::format(32, 3, 1), support::format(24, 3, 1)};
   for (const _NN_FMT &in_fmt : formats) {
     Digest digest;

@@ -85,12 +85,18 @@ struct Subsystem {
 
 /// All of them, in the order of the report. They may run on any thread, several at a time.
 inline constexpr Subsystem kSubsystems[] = {
-    {"activation", add_activation_cases},   {"convert", add_convert_cases},
-    {"detection", add_detection_cases},     {"eltwise", add_eltwise_cases},
-    {"entry_point", add_entry_point_cases}, {"lstm", add_lstm_cases},
-    {"resample", add_resample_cases},       {"norm", add_norm_cases},
-    {"pool", add_pool_cases},               {"select", add_select_cases},
-    {"softmax", add_softmax_cases},         {"tensor", add_tensor_cases},
+    {"activation", add_activation_cases},
+    {"convert", add_convert_cases},
+    {"detection", add_detection_cases},
+    {"eltwise", add_eltwise_cases},
+    {"entry_point", add_entry_point_cases},
+    {"lstm", add_lstm_cases},
+    {"resample", add_resample_cases},
+    {"norm", add_norm_cases},
+    {"pool", add_pool_cases},
+    {"select", add_select_cases},
+    {"softmax", add_softmax_cases},
+    {"tensor", add_tensor_cases},
 };
 
 }  // namespace parity

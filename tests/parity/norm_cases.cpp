@@ -52,7 +52,8 @@ void add_norm(Report &report) {
   for (const int in_width : {8, 16, 32}) {
     for (const int out_width : {8, 16, 32}) {
       Digest digest;
-      for (const uint16_t plane : {uint16_t{1}, uint16_t{15}, uint16_t{16}, uint16_t{49}, uint16_t{64}, uint16_t{115}}) {
+      for (const uint16_t plane :
+           {uint16_t{1}, uint16_t{15}, uint16_t{16}, uint16_t{49}, uint16_t{64}, uint16_t{115}}) {
         for (int mode = 0; mode < 4; ++mode) {
           constexpr uint16_t kChannels = 9;
           Tensors tensors(random, in_width, out_width, size_t{plane} * kChannels);

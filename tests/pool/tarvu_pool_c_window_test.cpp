@@ -54,7 +54,8 @@ TEST(PoolWindow, AWindowWiderThanThePaddedLineStillHasAnExtraColumnUnderTheCeilR
 
 TEST(PoolWindow, TheSecondLineOfWindowsStartsAtA32BitProduct) {
   constexpr size_t kBytes = (size_t{1} << 32) + (size_t{1} << 28);
-  void *const mapping = mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  void *const mapping =
+      mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   ASSERT_NE(mapping, MAP_FAILED);
   auto *const plane = static_cast<uint8_t *>(mapping);
   plane[0] = 11;

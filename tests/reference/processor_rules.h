@@ -9,7 +9,9 @@
 namespace reference {
 
 /// Wrapping 32-bit sum, difference and product.
-inline int32_t add_32(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b)); }
+inline int32_t add_32(int32_t a, int32_t b) {
+  return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
 inline int32_t subtract_32(int32_t a, int32_t b) {
   return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
 }
@@ -18,7 +20,9 @@ inline int32_t multiply_32(int32_t a, int32_t b) {
 }
 
 /// Shifts whose count is taken modulo 32; the right shift of a signed word is arithmetic.
-inline int32_t shift_left_32(int32_t x, int32_t count) { return static_cast<int32_t>(static_cast<uint32_t>(x) << (count & 31)); }
+inline int32_t shift_left_32(int32_t x, int32_t count) {
+  return static_cast<int32_t>(static_cast<uint32_t>(x) << (count & 31));
+}
 inline int32_t shift_right_32(int32_t x, int32_t count) {
   int64_t value = x;
   for (int i = count & 31; i > 0; --i) value = value >= 0 ? value / 2 : -((-value + 1) / 2);
@@ -27,7 +31,9 @@ inline int32_t shift_right_32(int32_t x, int32_t count) {
 inline uint32_t shift_right_u32(uint32_t x, int32_t count) { return x >> (count & 31); }
 
 /// Shifts of 64-bit words whose count is taken modulo 64.
-inline int64_t shift_left_64(int64_t x, int32_t count) { return static_cast<int64_t>(static_cast<uint64_t>(x) << (count & 63)); }
+inline int64_t shift_left_64(int64_t x, int32_t count) {
+  return static_cast<int64_t>(static_cast<uint64_t>(x) << (count & 63));
+}
 inline int64_t shift_right_64(int64_t x, int32_t count) {
   const int n = count & 63;
   const uint64_t moved = static_cast<uint64_t>(x) >> n;

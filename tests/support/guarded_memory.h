@@ -14,8 +14,9 @@ enum class Fault { kBehind, kInFront };
 
 struct Placement {
   Fault fault = Fault::kBehind;
-  size_t alignment = 1;  ///< of the first byte before `misalign` is added; up to alignment - 1 guard bytes lie before the page
-  size_t misalign = 0;   ///< bytes added to (kInFront) or taken from (kBehind) an aligned start
+  size_t alignment =
+      1;  ///< of the first byte before `misalign` is added; up to alignment - 1 guard bytes lie before the page
+  size_t misalign = 0;  ///< bytes added to (kInFront) or taken from (kBehind) an aligned start
 };
 
 /// A mapping of its own. Move only.

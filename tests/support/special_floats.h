@@ -7,6 +7,7 @@
 
 namespace support {
 
+// clang-format off: one line a kind
 inline constexpr float kSpecialFloats[] = {
     0.0f, -0.0f, 1.0f, -1.0f, 0.5f, -0.5f, 1.5f, -1.5f, 2.5f, -2.5f, 3.5f, -3.5f,
     0x1.fffffep-2f, -0x1.fffffep-2f, 0x1.000002p-1f, -0x1.000002p-1f,  // the neighbours of one half
@@ -24,6 +25,7 @@ inline constexpr float kSpecialFloats[] = {
     std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(),
     std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::quiet_NaN(),
 };
+// clang-format on
 
 }  // namespace support
 
