@@ -7,7 +7,8 @@
 
 namespace support {
 
-// clang-format off: one line a kind
+// One line a kind.
+// clang-format off
 inline constexpr float kSpecialFloats[] = {
     0.0f, -0.0f, 1.0f, -1.0f, 0.5f, -0.5f, 1.5f, -1.5f, 2.5f, -2.5f, 3.5f, -3.5f,
     0x1.fffffep-2f, -0x1.fffffep-2f, 0x1.000002p-1f, -0x1.000002p-1f,  // the neighbours of one half
