@@ -7,6 +7,11 @@
 
 namespace tarvu {
 
+/// The last vector of a run overlaps the one before it. From byte n on, 0 for what both hold, ones for n bytes behind.
+alignas(16) inline constexpr uint8_t kBehindOverlap[32] = {
+    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
+    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+
 #if TARVU_NEON
 /// Four runs at once, each of at least one vector: their folds in the lower bytes of the result, or in all of it.
 template <class In>
@@ -46,11 +51,7 @@ inline u32x4 fold_four_runs(SumFold<In, uint32_t>, const uint8_t *from, size_t r
   const size_t bytes = count * sizeof(In);
   const size_t whole = bytes / kVector * kVector;
   const uint8_t *runs[4] = {from, from + run_bytes, from + 2 * run_bytes, from + 3 * run_bytes};
-  // The last vector overlaps the one before it; what both hold is masked.
-  alignas(16) static constexpr uint8_t kMask[32] = {0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
-                                                    0,    0,    0,    0,    0,    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-                                                    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-  const auto mask = load<Elements>(kMask + (bytes - whole));
+  const auto mask = load<Elements>(kBehindOverlap + (bytes - whole));
   u32x4 sums[4] = {};
   if constexpr (sizeof(In) == 2) {
     for (size_t at = 0; at < whole; at += kVector) {
@@ -76,6 +77,25 @@ inline u32x4 fold_four_runs(SumFold<In, uint32_t>, const uint8_t *from, size_t r
 }
 #endif
 
+#if TARVU_AVX2
+/// The sum of a run of at least 16 bytes, modulo 2^32. The processor adds up unsigned bytes: signed ones go offset by 128.
+template <class In>
+inline uint32_t sum_of_bytes(const uint8_t *from, size_t count) {
+  constexpr size_t kVector = sizeof(__m128i);
+  constexpr uint8_t kOffset = std::is_signed_v<In> ? 128 : 0;
+  const __m128i offset = _mm_set1_epi8(static_cast<char>(kOffset));
+  const size_t whole = count / kVector * kVector;
+  const auto add_up = [](__m128i bytes) { return _mm_sad_epu8(bytes, __m128i{}); };
+  const __m128i last = _mm_xor_si128(load<__m128i>(from + count - kVector), offset);
+  __m128i sums = add_up(_mm_and_si128(last, load<__m128i>(kBehindOverlap + (count - whole))));
+  for (size_t at = 0; at < whole; at += kVector) {
+    sums = _mm_add_epi64(sums, add_up(_mm_xor_si128(load<__m128i>(from + at), offset)));
+  }
+  const __m128i sum = _mm_add_epi64(sums, _mm_unpackhi_epi64(sums, sums));
+  return static_cast<uint32_t>(_mm_cvtsi128_si32(sum)) - static_cast<uint32_t>(kOffset * count);
+}
+#endif
+
 /// to[r] = the fold of `count` elements from `from + r * run_bytes`.
 template <class Fold>
 inline void fold_runs(const uint8_t *from, size_t run_bytes, uint32_t runs, size_t count, typename Fold::Word *to) {
@@ -88,6 +108,10 @@ inline void fold_runs(const uint8_t *from, size_t run_bytes, uint32_t runs, size
       const auto folded = fold_four_runs(Fold{}, from, run_bytes, count);
       std::memcpy(to + r, &folded, 4 * sizeof(Word));
     }
+  }
+#elif TARVU_AVX2
+  if constexpr (std::is_same_v<Fold, SumFold<Element, uint32_t>> && sizeof(Element) == 1) {
+    for (; count >= 16 && r < runs; ++r, from += run_bytes) to[r] = sum_of_bytes<Element>(from, count);
   }
 #endif
   for (; r < runs; ++r, from += run_bytes) {
