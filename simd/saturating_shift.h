@@ -100,6 +100,30 @@ inline void narrow_block(const uint8_t *from, uint8_t *to, int shift) {
   store(to, __builtin_convertvector(words, Narrow));
 }
 
+#if TARVU_AVX2
+/// narrow_block() for 32 elements: packing saturates signed words, and unsigned ones that have no sign bit.
+template <class In, class Out>
+inline void narrow_two_blocks(const uint8_t *from, uint8_t *to, int shift) {
+  typedef In Words __attribute__((vector_size(32)));
+  const Words least = fill<Words>(std::numeric_limits<Out>::min());
+  const Words most = fill<Words>(std::numeric_limits<Out>::max());
+  const auto shifted = [=](const uint8_t *at) {
+    Words words = load<Words>(at) >> std::clamp(-shift, 0, 15);
+    if (shift > 0) {
+      words = words < least ? least : words > most ? most : words;
+      words = words << std::min(shift, 8);
+    }
+    if constexpr (std::is_unsigned_v<In>) words = words > most ? most : words;
+    return __m256i(words);
+  };
+  const __m256i low = shifted(from);
+  const __m256i high = shifted(from + 32);
+  const __m256i packed = std::is_signed_v<In> ? _mm256_packs_epi16(low, high) : _mm256_packus_epi16(low, high);
+  constexpr int kInOrder = 0xD8;  // packing works in 128-bit halves
+  store(to, _mm256_permute4x64_epi64(packed, kInOrder));
+}
+#endif
+
 /// 32 elements of 8 bits by shift_and_clamp(), two in a 16-bit word, where a mask keeps them apart. The shift is -7 to 7.
 template <class T>
 inline void shift_bytes_block(const uint8_t *from, uint8_t *to, int shift) {
@@ -151,6 +175,9 @@ inline void shift_and_clamp_run(const uint8_t *from, uint8_t *to, uint32_t count
       shift_bytes_block<In>(from, to, shift);
     }
   } else if constexpr (sizeof(In) == 2 && sizeof(Out) == 1) {
+#if TARVU_AVX2
+    for (; shift >= -15 && count - i >= 32; i += 32, from += 64, to += 32) narrow_two_blocks<In, Out>(from, to, shift);
+#endif
     for (; shift >= -15 && count - i >= 16; i += 16, from += 32, to += 16) narrow_block<In, Out>(from, to, shift);
   }
 #endif
