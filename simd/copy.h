@@ -29,16 +29,6 @@ inline void copy_bytes(const uint8_t *from, uint8_t *to, size_t bytes) {
   copy_run(from, to, bytes);
 }
 
-/// Announces that a run of `bytes` is going to be written here; changes no memory. Arm cores do not fetch cache lines
-/// that are written whole, and need no announcement.
-inline void expect_write([[maybe_unused]] const uint8_t *to, [[maybe_unused]] size_t bytes) {
-#if !TARVU_NEON
-  constexpr size_t kLine = 64;
-  constexpr size_t kMost = 1024;  // of what is longer, the copy is ahead by itself
-  for (size_t i = 0; i < bytes && i < kMost; i += kLine) __builtin_prefetch(to + i, 1);
-#endif
-}
-
 }  // namespace tarvu
 
 #endif  // TARVU_SIMD_COPY_H

@@ -122,7 +122,6 @@ void gather_runs(const _NN_GATHER_PARM &parm, const Walk &walk, const Slices<Ind
   }
   for (uint32_t i = 0; i < walk.indices; ++i, to += walk.out_step) {
     uint8_t *const staged = same_width ? to : pointer(parm.work_buffer);
-    if (i + 1 != walk.indices) expect_write(to + walk.out_step, walk.run_bytes);
     copy_bytes(slices[i], staged, walk.run_bytes);
     if (!reformats) continue;
     tarvu_convert_fmt_c(staged, to, walk.reformat_count, &parm.in_fmt, &parm.out_fmt, &parm.in_scale, &parm.out_scale);
