@@ -85,10 +85,13 @@ struct RunStatistics {
   f64xn inverse[chains];  ///< 1 / sqrt(variance + eps)
 };
 
-/// Whether products of elements of T with a multiplier are exact in float.
+/// Whether products of elements of T with a multiplier are exact in float: the multiplier ends in as many zeros as an element has
+/// bits, and no product is infinite.
 template <class T>
 inline bool products_are_exact(float multiplier) {
-  return (std::bit_cast<uint32_t>(multiplier) & ((1u << (8 * sizeof(T))) - 1)) == 0;
+  constexpr uint32_t kBeyondElements = 1u << (8 * sizeof(T));
+  return (std::bit_cast<uint32_t>(multiplier) & (kBeyondElements - 1)) == 0 &&
+         std::isfinite(multiplier * static_cast<float>(kBeyondElements));
 }
 
 /// The sum of each run in index order.

@@ -68,6 +68,29 @@ void integer_case(Random &random, LayernormCall product, LayernormCall twin, con
       << (lines.in_place ? ", in place" : "");
 }
 
+TEST(LayernormIntegers, AnElementThatIsInfiniteAsAFloatMakesItsRunNaN) {
+  constexpr uint16_t kWidth = 5;
+  constexpr uint16_t kLines = 32;  // as many as go side by side, and more
+  std::vector<uint16_t> in(size_t{kWidth} * kLines), out(in.size(), 7);
+  for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<uint16_t>(i % kWidth == 3 ? 0xC000 : 1 + i % kWidth);
+  std::vector<float> beta(kWidth, 3.0f), scratch(2 * in.size());
+  _NN_LAYERNORM_PARM block = float_lines(kWidth, kLines);
+  block.in_addr = reinterpret_cast<uintptr_t>(in.data());
+  block.out_addr = reinterpret_cast<uintptr_t>(out.data());
+  block.beta_addr = reinterpret_cast<uintptr_t>(beta.data());
+  block.work_buffer = reinterpret_cast<uintptr_t>(scratch.data());
+  block.in_fmt = format(16, -30, 0);
+  block.in_scale = scale(1, -30);
+  block.out_fmt = format(16, 0, 0);
+  block.out_scale = scale(1, 0);
+  ASSERT_EQ(tarvu_layernorm_process(&block), QX_OK);
+  EXPECT_NE(out, std::vector<uint16_t>(out.size(), 0)) << "2^60 times 0xC000 is a float";
+  block.in_fmt = format(16, -59, 0);
+  block.in_scale = scale(1 << 24, -30);  // 2^113 times 0xC000 is infinite
+  ASSERT_EQ(tarvu_layernorm_process(&block), QX_OK);
+  EXPECT_EQ(out, std::vector<uint16_t>(out.size(), 0));
+}
+
 class LayernormOfIntegerTypes : public ::testing::TestWithParam<int> {};
 
 TEST_P(LayernormOfIntegerTypes, EqualsItsTwinForManyLinesAtOnce) {
