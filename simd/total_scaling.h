@@ -85,7 +85,7 @@ inline void scale_word_totals(const int32_t *sums, const int32_t *corrections, T
   const int64x2_t positive_terms = vdupq_n_s64(positive_term);
   const int64x2_t negative_terms = vdupq_n_s64(negative_term);
   const auto scaled = [=](int32x4_t sum, int32x4_t correction) {
-    const int32x4_t negated = vnegq_s32(correction);
+    const auto negated = vreinterpretq_s32_u32(vsubq_u32(vdupq_n_u32(0), vreinterpretq_u32_s32(correction)));  // wraps
     const uint32x4_t below = vcltzq_s32(vhaddq_s32(sum, negated));  // the sign of the total
     const auto below_low = vreinterpretq_u64_u32(vzip1q_u32(below, below));
     const auto below_high = vreinterpretq_u64_u32(vzip2q_u32(below, below));

@@ -52,10 +52,11 @@ TEST(WholeStack, TopKSortsTheLongestLineOnAStackOf64KiB) {
   for (size_t i = 1; i < values.size(); ++i) ASSERT_GE(values[i - 1], values[i]) << i;
 }
 
-/// Fills its frame from the top down, as a call chain does.
+/// Fills its frame from the top down, as a call chain does. The assembly makes compilers keep all of the frame.
 __attribute__((noinline)) int descend(int frames) {
-  volatile uint8_t frame[4096];
+  uint8_t frame[4096];
   frame[0] = static_cast<uint8_t>(frames);
+  __asm__ volatile("" : : "r"(frame) : "memory");
   return frames == 0 ? frame[0] : descend(frames - 1) + frame[0];
 }
 
