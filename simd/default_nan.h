@@ -24,9 +24,20 @@ inline V with_default_nan(V result, [[maybe_unused]] V a, [[maybe_unused]] V b) 
 #endif
 }
 
+/// a + b. In assembly on Arm, since compilers take the operands of a sum in any order, and the first NaN is to count.
 template <class V>
 inline V add_default_nan(V a, V b) {
+#if TARVU_NEON
+  V sum;
+  if constexpr (kLanes<V> == 1) {
+    __asm__("fadd %s0, %s1, %s2" : "=w"(sum) : "w"(a), "w"(b));
+  } else {
+    __asm__("fadd %0.4s, %1.4s, %2.4s" : "=w"(sum) : "w"(a), "w"(b));
+  }
+  return sum;
+#else
   return with_default_nan(a + b, a, b);
+#endif
 }
 template <class V>
 inline V subtract_default_nan(V a, V b) {
