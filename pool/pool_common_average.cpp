@@ -1,3 +1,4 @@
+// Averages of windows of the common kinds, with divisors of their own at the edges of a line.
 #include "pool/pool_common_windows_of.h"
 
 namespace tarvu {

@@ -1,3 +1,4 @@
+// Maxima of windows of the common kinds, with the ways to the output that need no 32-bit words.
 #include "pool/pool_common_windows_of.h"
 
 namespace tarvu {

@@ -1,3 +1,4 @@
+// Pooling of whole planes.
 #include "pool/pool_global.h"
 
 #include "pool/pool_fold.h"

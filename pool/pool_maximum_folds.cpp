@@ -1,3 +1,4 @@
+// The folds of maxima, by element type.
 #include "pool/pool_fold_of.h"
 
 namespace tarvu {

@@ -1,3 +1,4 @@
+// From lines of words to lines of output elements, one function for each pair of types and way.
 #include "pool/pool_output_stage.h"
 
 namespace tarvu {

@@ -1,3 +1,4 @@
+// The folds of sums, by element type and width of the word.
 #include "pool/pool_fold_of.h"
 
 namespace tarvu {
