@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "convert/format_entry.h"
+#include "frame/memory.h"
 #include "simd/elementwise.h"
 
 namespace tarvu {
@@ -177,31 +178,25 @@ inline void sweep_sum(const EltwiseTensors &tensors, const EltwiseRuns &runs, co
   sweep_in_float<T, Out>(tensors, runs, weighted, Add{});
 }
 
-/// Bytes from the tensor's address to the end of its last plane; none of the extents is 0.
-inline uint64_t reach_bytes(const EltwiseTensor &tensor, const _NN_ELTWISE_PARM &parm, uint64_t plane_bytes) {
-  return (parm.batch - uint64_t{1}) * tensor.batch_bytes + (parm.channel - uint64_t{1}) * tensor.channel_bytes +
-         plane_bytes;
+/// The tensor to the end of its last plane; none of the extents is 0.
+inline Memory memory_of(const EltwiseTensor &tensor, const _NN_ELTWISE_PARM &parm, uint64_t plane_bytes) {
+  return memory_of(tensor.address, (parm.batch - uint64_t{1}) * tensor.batch_bytes +
+                                       (parm.channel - uint64_t{1}) * tensor.channel_bytes + plane_bytes);
 }
 
 /// Whether planes as they come may be swept in place of passes over whole planes: the passes keep apart what a sweep would not.
 inline bool may_sweep(const EltwiseTensors &tensors, const _NN_ELTWISE_PARM &parm, uint32_t plane_bytes) {
-  const auto apart = [](uint64_t a, uint64_t a_bytes, uint64_t b, uint64_t b_bytes) {
-    return a + a_bytes <= b || b + b_bytes <= a;
-  };
-  const auto at = [](const EltwiseTensor &tensor) {
-    return static_cast<uint64_t>(reinterpret_cast<uintptr_t>(tensor.address));
-  };
   const EltwiseTensor &result = tensors.result;
-  const uint64_t result_bytes = reach_bytes(result, parm, plane_bytes);
-  const uint64_t scratch_bytes = uint64_t{12} * parm.width * parm.height;
+  const Memory written = memory_of(result, parm, plane_bytes);
+  const Memory scratch{parm.work_buffer, uint64_t{12} * parm.width * parm.height};
   for (const EltwiseTensor *input : {&tensors.first, &tensors.second}) {
-    const uint64_t bytes = reach_bytes(*input, parm, plane_bytes);
+    const Memory read = memory_of(*input, parm, plane_bytes);
     const bool same = input->address == result.address && input->channel_bytes == result.channel_bytes &&
                       input->batch_bytes == result.batch_bytes;
-    if (!same && !apart(at(*input), bytes, at(result), result_bytes)) return false;
-    if (!apart(at(*input), bytes, parm.work_buffer, scratch_bytes)) return false;
+    if (!same && !lie_apart(read, written)) return false;
+    if (!lie_apart(read, scratch)) return false;
   }
-  return apart(at(result), result_bytes, parm.work_buffer, scratch_bytes);
+  return lie_apart(written, scratch);
 }
 
 /// One run for all planes of an item that lie back to back in all three tensors.

@@ -24,6 +24,7 @@
 
 #include "activation/softmax_groups.h"
 #include "convert/format_entry.h"
+#include "frame/memory.h"
 
 namespace tarvu {
 
@@ -200,14 +201,6 @@ void softmax_of_columns_by_tiles(const Item<Form> &item, const Groups &groups, f
   }
 }
 
-struct Memory {
-  uint64_t first;
-  uint64_t bytes;
-};
-inline bool apart(const Memory &a, const Memory &b) {
-  return a.first + a.bytes <= b.first || b.first + b.bytes <= a.first;
-}
-
 /// From here on the bytes of a scratch array wrap in 32 bits.
 constexpr uint64_t kMostTiledElements = (uint64_t{1} << 30) - 1;
 
@@ -219,11 +212,10 @@ bool goes_by_tiles(const Item<Form> &item, uint64_t count, uint64_t scratch) {
   const bool reads = takes_floats(item.in_fmt) || is_converted(item.in_fmt);
   const bool writes = gives_floats(item.out_fmt) || is_converted(item.out_fmt);
   if (!reads || !writes) return false;
-  const Memory in{reinterpret_cast<uintptr_t>(item.in), count * item.in_bytes()};
-  const Memory out{reinterpret_cast<uintptr_t>(item.out), count * item.out_bytes()};
+  const Memory in = memory_of(item.in, count * item.in_bytes());
+  const Memory out = memory_of(item.out, count * item.out_bytes());
   const Memory floats{scratch, count * 4 * (gives_floats(item.out_fmt) ? 1 : 2)};
-  const bool in_place = in.first == out.first && in.bytes == out.bytes;
-  return (in_place || apart(in, out)) && apart(in, floats) && apart(out, floats);
+  return (are_same(in, out) || lie_apart(in, out)) && lie_apart(in, floats) && lie_apart(out, floats);
 }
 
 /// What all entry points take: scratch memory for the input as floats, then for the result.

@@ -1,8 +1,8 @@
 // Layer normalisation with statistics in double.
 #include "activation/layernorm_block.h"
 #include "activation/layernorm_runs.h"
-#include "activation/memory_range.h"
 #include "convert/format_entry.h"
+#include "frame/memory.h"
 #include "tarvu.h"
 
 namespace tarvu {
@@ -32,21 +32,21 @@ void normalise_floats(const float *in, float *out, size_t count_of_runs, const L
 size_t normalise_integers(const _NN_LAYERNORM_PARM &parm, uint32_t count, size_t count_of_runs, LayernormRuns runs) {
   size_t done = count_of_runs / kRunsAtOnce * kRunsAtOnce;
   while (done * runs.length % kConversionStep != 0) done -= kRunsAtOnce;
-  const MemoryRange scratch{parm.work_buffer, 8 * uint64_t{count}};
-  const MemoryRange gamma{parm.gamma_addr, runs.gamma.present ? runs.length * sizeof(float) : 0};
-  const MemoryRange beta{parm.beta_addr, runs.beta.present ? runs.length * sizeof(float) : 0};
+  const Memory scratch{parm.work_buffer, 8 * uint64_t{count}};
+  const Memory gamma{parm.gamma_addr, runs.gamma.present ? runs.length * sizeof(float) : 0};
+  const Memory beta{parm.beta_addr, runs.beta.present ? runs.length * sizeof(float) : 0};
   bool suitable = false;
   with_element_type(parm.in_fmt, [&](auto in_element) {
     with_element_type(parm.out_fmt, [&](auto out_element) {
       using In = decltype(in_element);
       using Out = decltype(out_element);
-      const MemoryRange source{parm.in_addr, uint64_t{count} * sizeof(In)};
-      const MemoryRange destination{parm.out_addr, uint64_t{count} * sizeof(Out)};
-      suitable = destination.apart_from(source) || destination.same_as(source);
-      for (const MemoryRange &written : {scratch, destination}) {
-        suitable = suitable && written.apart_from(gamma) && written.apart_from(beta);
+      const Memory source{parm.in_addr, uint64_t{count} * sizeof(In)};
+      const Memory destination{parm.out_addr, uint64_t{count} * sizeof(Out)};
+      suitable = lie_apart(destination, source) || are_same(destination, source);
+      for (const Memory &written : {scratch, destination}) {
+        suitable = suitable && lie_apart(written, gamma) && lie_apart(written, beta);
       }
-      suitable = suitable && scratch.apart_from(source) && scratch.apart_from(destination);
+      suitable = suitable && lie_apart(scratch, source) && lie_apart(scratch, destination);
       if (!suitable) return;
       runs.in_multiplier = multiplier_to_float(parm.in_fmt.frac_bits, scale_of(parm.in_scale));
       runs.out_multiplier = rounded_multiplier_from_float(parm.out_fmt.frac_bits, scale_of(parm.out_scale));

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "convert/format_entry.h"
+#include "frame/memory.h"
 #include "simd/default_nan.h"
 #include "simd/fast_pow.h"
 
@@ -148,12 +149,6 @@ int32_t normalise_items(const float *in, float *out, float *sums, float *squares
   return 0;
 }
 
-bool apart(const float *in, const float *out, size_t floats) {
-  const auto a = reinterpret_cast<uintptr_t>(in);
-  const auto b = reinterpret_cast<uintptr_t>(out);
-  return a + floats * sizeof(float) <= b || b + floats * sizeof(float) <= a;
-}
-
 _QX_RESULT check(const _NN_LRN_PARM &parm) {
   if ((parm.local_size & 1u) == 0) {
     std::printf("\033[1;31mERR:%s() LRN only supports odd values for local_size!\r\n\033[0m", "tarvu_lrn_process");
@@ -231,7 +226,8 @@ _QX_RESULT tarvu_lrn_process(const _NN_LRN_PARM *parm) {
     if (is_fixed(parm->in_fmt)) to_floats(in, float_in, total, parm->in_fmt, in_scale);
     const float *source = is_fixed(parm->in_fmt) ? float_in : reinterpret_cast<const float *>(in);
     float *destination = is_fixed(parm->out_fmt) ? float_out : reinterpret_cast<float *>(out);
-    if (apart(source, destination, item_floats)) {
+    const uint64_t item_bytes = uint64_t{item_floats} * sizeof(float);
+    if (lie_apart(memory_of(source, item_bytes), memory_of(destination, item_bytes))) {
       normalise<false>(
           item_of(source, destination, start, parm->local_size, parm->channel, alpha_n, parm->beta, plane, half),
           {nullptr, nullptr});

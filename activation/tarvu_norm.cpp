@@ -1,10 +1,10 @@
 // Division by an L2 norm, of a whole batch item or of each position across the channels, and a learned scale.
 #include <cmath>
 
-#include "activation/memory_range.h"
 #include "activation/norm_positions.h"
 #include "activation/square_sum.h"
 #include "convert/format_entry.h"
+#include "frame/memory.h"
 #include "tarvu.h"
 
 namespace tarvu {
@@ -36,22 +36,22 @@ constexpr size_t kLeastPlaneToFuse = 64;
 
 /// Computes an item by position without a pass over floats in between, and returns true: if both formats are integers and no
 /// array lies over another. `tile` holds one float for each element.
-bool norm_integers_by_position(const _NN_NORM_PARM &parm, uint64_t in, uint64_t out, const MemoryRange &scratch,
+bool norm_integers_by_position(const _NN_NORM_PARM &parm, uint64_t in, uint64_t out, const Memory &scratch,
                                NormItem item) {
   // Half a unit is added ahead of the scale for negative fraction bits; that is left to the conversion.
   if (item.plane < kLeastPlaneToFuse || parm.out_fmt.frac_bits < 0) return false;
   const uint64_t count = item.plane * item.channels;
   if (scratch.bytes != 8 * count) return false;  // the element count has wrapped
-  const MemoryRange scales{parm.scale_addr, (item.shared_scale ? 1 : item.channels) * sizeof(float)};
+  const Memory scales{parm.scale_addr, (item.shared_scale ? 1 : item.channels) * sizeof(float)};
   bool done = false;
   with_element_type(parm.in_fmt, [&](auto in_element) {
     with_element_type(parm.out_fmt, [&](auto out_element) {
       using In = decltype(in_element);
       using Out = decltype(out_element);
-      const MemoryRange source{in, count * sizeof(In)};
-      const MemoryRange destination{out, count * sizeof(Out)};
-      done = scratch.apart_from(source) && scratch.apart_from(destination) && scratch.apart_from(scales) &&
-             destination.apart_from(scales) && (destination.apart_from(source) || destination.same_as(source));
+      const Memory source{in, count * sizeof(In)};
+      const Memory destination{out, count * sizeof(Out)};
+      done = lie_apart(scratch, source) && lie_apart(scratch, destination) && lie_apart(scratch, scales) &&
+             lie_apart(destination, scales) && (lie_apart(destination, source) || are_same(destination, source));
       if (!done) return;
       item.in_multiplier = multiplier_to_float(parm.in_fmt.frac_bits, scale_of(parm.in_scale));
       item.out_multiplier = multiplier_from_float(parm.out_fmt.frac_bits, scale_of(parm.out_scale));
@@ -75,7 +75,7 @@ _QX_RESULT tarvu_norm_process(const _NN_NORM_PARM *parm) {
   const tarvu::NormItem item{
       plane, parm->channel, tarvu::pointer<const float>(parm->scale_addr), parm->shared_scale != 0, parm->eps,
       1.0f,  1.0f};
-  const tarvu::MemoryRange scratch{parm->work_buffer, 8 * uint64_t{count}};
+  const tarvu::Memory scratch{parm->work_buffer, 8 * uint64_t{count}};
   for (uint32_t b = 0; b < parm->batch; ++b) {
     const uint64_t in = parm->in_addr + uint64_t{b} * parm->in_batch_ofs;
     const uint64_t out = parm->out_addr + uint64_t{b} * parm->out_batch_ofs;

@@ -1,10 +1,10 @@
 /// \file format_entry.h
-/// What the entry points that convert by format and scale share: the scale as a number and the choice of the element type.
+/// What the entry points that convert by format and scale share: the scale as a number and the kernels by element type.
 #ifndef TARVU_CONVERT_FORMAT_ENTRY_H
 #define TARVU_CONVERT_FORMAT_ENTRY_H
 
 #include "convert/multiplier.h"
-#include "frame/tarvu_util.h"
+#include "frame/element_type.h"
 
 namespace tarvu {
 
@@ -58,28 +58,6 @@ struct Kernels<int16_t> {
   static constexpr auto to_floats_nd = int16tofloat_nd_neon;
   static constexpr auto from_floats_nd = floattoint16_nd_neon;
 };
-
-/// Calls action(T{}) with the element type of 8 or 16 bits; other widths do nothing.
-template <class Action>
-inline void with_element_of(int width, bool is_signed, Action action) {
-  if (is_signed) {
-    if (width == 8) action(int8_t{});
-    if (width == 16) action(int16_t{});
-  } else {
-    if (width == 8) action(uint8_t{});
-    if (width == 16) action(uint16_t{});
-  }
-}
-
-/// The same by a format's fields. Kept: sign_bits other than 0 and 1, which the type queries call signed, do nothing.
-template <class Action>
-inline void with_element_type(int sign_bits, int width, Action action) {
-  if (sign_bits == 0 || sign_bits == 1) with_element_of(width, sign_bits == 1, action);
-}
-template <class Action>
-inline void with_element_type(const _NN_FMT &fmt, Action action) {
-  with_element_type(fmt.sign_bits, width_bits(fmt), action);
-}
 
 }  // namespace tarvu
 

@@ -2,23 +2,17 @@
 #include <cstring>
 
 #include "convert/format_entry.h"
-#include "frame/tarvu_util.h"
+#include "frame/memory.h"
 #include "simd/saturating_shift.h"
 
 namespace tarvu {
 namespace {
 
-/// Whether blocks may be loaded and stored whole: apart, or with no store ahead of a load.
-bool blocks_keep_order(const uint8_t *from, size_t from_bytes, const uint8_t *to, size_t to_bytes) {
-  const auto source = reinterpret_cast<uintptr_t>(from);
-  const auto destination = reinterpret_cast<uintptr_t>(to);
-  const bool apart = source + from_bytes <= destination || destination + to_bytes <= source;
-  return apart || (destination <= source && to_bytes <= from_bytes);
-}
-
 template <class In, class Out>
 void reformat(const uint8_t *from, uint8_t *to, uint32_t count, int shift) {
-  if (shift <= kLongestExactShift<In> && blocks_keep_order(from, count * sizeof(In), to, count * sizeof(Out))) {
+  const bool in_blocks =
+      no_store_precedes_its_load(memory_of(from, count * sizeof(In)), memory_of(to, count * sizeof(Out)));
+  if (shift <= kLongestExactShift<In> && in_blocks) {
     shift_and_clamp_run<In, Out>(from, to, count, shift);
     return;
   }
