@@ -55,6 +55,6 @@ def tables(text):
     for kind, settings, table in re.findall(r"^<!-- check: (\w+)([^>]*) -->\n((?:\|.*\|\n)+)", text, flags=re.MULTILINE):
         lines = [[cell.strip() for cell in line.strip("|").split("|")] for line in table.splitlines()]
         found.append((kind, settings.split(), lines[0], lines[2:]))
-    if len(found) != text.count("<!--"):
+    if len(found) != text.count("<!-- check:"):
         raise Malformed("a comment of a page is not followed by a table")
     return found

@@ -9,6 +9,7 @@ import argparse
 import glob
 import os
 import re
+import shutil
 import sys
 import textwrap
 
@@ -82,8 +83,10 @@ class Pages:
         return "\n".join(replaced) + "\n"
 
     def group(self, name):
+        """A comment of a source file: Doxygen makes a page of every Markdown file, also where it belongs to a group."""
         text = self.expand(interface.read(os.path.join(self.docs, "operators", name + ".md")))
-        return f"\\addtogroup {name}\n\n{text}"
+        lines = f"\\addtogroup {name}\n\n{text}".splitlines()
+        return "".join(f"/// {line}".rstrip() + "\n" for line in lines)
 
     def page(self, path):
         return self.expand(interface.read(path))
@@ -98,25 +101,27 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--root", required=True, help="folder of the repository")
     parser.add_argument("--output", required=True)
+    parser.add_argument("--stale", required=True, help="folder of an earlier reference, which is removed")
     arguments = parser.parse_args()
     try:
         pages = Pages(arguments.root)
         sources = {name[:-len(".md")] for name in os.listdir(os.path.join(pages.docs, "operators"))}
         if sources != set(pages.groups):
             raise interface.Malformed(f"groups without a page or pages without a group: {sources ^ set(pages.groups)}")
-        made = {"group_" + name: pages.group(name) for name in pages.groups}
+        made = {f"group_{name}.dox": pages.group(name) for name in pages.groups}
         for path in glob.glob(os.path.join(pages.docs, "pages", "*.md")):
-            made[os.path.basename(path)[:-len(".md")]] = pages.page(path)
+            made[os.path.basename(path)] = pages.page(path)
         if pages.unused():
             raise interface.Malformed(f"no page shows {sorted(pages.unused())}")
     except interface.Malformed as malformed:
         print(f"make_pages: {malformed}")
         return 1
+    shutil.rmtree(arguments.stale, ignore_errors=True)
     os.makedirs(arguments.output, exist_ok=True)
     for name in os.listdir(arguments.output):
         os.remove(os.path.join(arguments.output, name))
     for name, text in made.items():
-        with open(os.path.join(arguments.output, name + ".md"), "w", encoding="ascii") as file:
+        with open(os.path.join(arguments.output, name), "w", encoding="ascii") as file:
             file.write(text)
     return 0
 
