@@ -10,15 +10,9 @@ namespace {
 
 enum CodeType : int32_t { kCentreAndSize = 0, kCorners = 1, kRelativeCorners = 2 };
 
-/// NaN becomes 0.0.
-float clipped(float x) {
-  if (x >= 1.0f) return 1.0f;
-  return x > 0.0f ? x : 0.0f;
-}
-
 void clip_records(float *decoded, int32_t count) {
   for (int32_t p = 0; p < count; ++p, decoded += kDecodedStep) {
-    for (int k = 0; k < 4; ++k) decoded[k] = clipped(decoded[k]);
+    for (int k = 0; k < 4; ++k) decoded[k] = number_in_unit(decoded[k]);
   }
 }
 

@@ -42,8 +42,8 @@ inline f32x4 decode_centre_and_size(f32x4 prior, f32x4 offsets) {
   const f32x4 size = upper_twice(prior) - lower_twice(prior);
   const f32x4 prior_centre = (lower_twice(prior) + upper_twice(prior)) * 0.5f;
   const f32x4 shift = offsets * size;
-  const f64x2 centre = widen_lower(shift + prior_centre);
-  const f64x2 half = widen_upper(size * fast_exp_step(offsets)) * 0.5;
+  const f64x2 centre = widen_low(shift + prior_centre);
+  const f64x2 half = widen_high(size * fast_exp_step(offsets)) * 0.5;
   return narrow(centre - half, centre + half);
 }
 

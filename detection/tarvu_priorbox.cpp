@@ -53,9 +53,7 @@ void list_ratios(const _NN_PRIORBOX_PARM &parm, _NN_PRIORBOX_WORK &work) {
 /// Kept: two or three variances count as none.
 void copy_variances(const _NN_PRIORBOX_PARM &parm, _NN_PRIORBOX_WORK &work) {
   const int used = parm.variance_num == 1 ? 1 : parm.variance_num >= 4 ? 4 : 0;
-  for (int k = 0; k < used; ++k) {
-    if (parm.variances[k] > 0.0f) work.variances[k] = parm.variances[k];
-  }
+  for (int k = 0; k < used; ++k) work.variances[k] = positive_number(parm.variances[k]);
 }
 
 _NN_PRIORBOX_WORK working_record(const _NN_PRIORBOX_PARM &parm) {
@@ -117,7 +115,7 @@ uint32_t list_sizes(const _NN_PRIORBOX_WORK &work, Size *sizes) {
 /// left edge at 2^-149 in a group (half of it rounds to 0) and at 0.0 in the rest (half of 2^-149 rounds to even).
 inline f32x4 corners_in_group(f32x4 centre, f32x4 signed_halves) { return centre + signed_halves; }
 inline f32x4 corners_in_rest(f32x4 centre, Size size) {
-  const f64x2 exact_centre = widen_lower(centre);
+  const f64x2 exact_centre = widen_low(centre);
   const f64x2 half = f64x2{static_cast<double>(size.width), static_cast<double>(size.height)} * 0.5;
   return narrow(exact_centre - half, exact_centre + half);
 }
@@ -219,10 +217,7 @@ inline void clamp_in_block(float *boxes) {
   for (int k = 0; k < kBlock / kLanes<f32xn>; ++k) floats[k] = clamp_to_unit(load<f32xn>(boxes + k * kLanes<f32xn>));
   for (int k = 0; k < kBlock / kLanes<f32xn>; ++k) store(boxes + k * kLanes<f32xn>, floats[k]);
 }
-inline float clamp_in_tail(float x) {
-  const float low = x > 0.0f ? x : 0.0f;
-  return low < 1.0f ? low : 1.0f;
-}
+inline float clamp_in_tail(float x) { return number_in_unit(x); }
 
 /// The floats from `first` to `in_blocks` in blocks, then those up to `count` as the tail.
 void clamp(float *boxes, int32_t first, int32_t in_blocks, int32_t count) {

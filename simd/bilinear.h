@@ -231,8 +231,8 @@ inline PairProducts multiply_pairs(const uint8_t *pairs, uint8_t first_factor, u
 #endif
 }
 
-/// Eight 32-bit words.
-struct EightWords {
+/// Eight sums of 32 bits.
+struct EightSums {
   u32x4 low;   // lanes 0 to 3
   u32x4 high;  // lanes 4 to 7
 
@@ -243,7 +243,7 @@ struct EightWords {
 };
 
 /// a * a_factor + b * b_factor of each lane in 32 bits, modulo 2^32.
-inline EightWords sum_of_products(u16x8 a, uint32_t a_factor, u16x8 b, uint32_t b_factor) {
+inline EightSums sum_of_products(u16x8 a, uint32_t a_factor, u16x8 b, uint32_t b_factor) {
 #if TARVU_NEON
   const uint32x4_t low = vmulq_n_u32(vmovl_u16(vget_low_u16(uint16x8_t(a))), a_factor);
   const uint32x4_t high = vmulq_n_u32(vmovl_high_u16(uint16x8_t(a)), a_factor);
@@ -257,7 +257,7 @@ inline EightWords sum_of_products(u16x8 a, uint32_t a_factor, u16x8 b, uint32_t 
 }
 
 /// a * factor + b of each lane in 32 bits.
-inline EightWords product_and_sum(u16x8 a, uint16_t factor, u16x8 b) {
+inline EightSums product_and_sum(u16x8 a, uint16_t factor, u16x8 b) {
 #if TARVU_NEON
   const uint32x4_t low = vmull_n_u16(vget_low_u16(uint16x8_t(a)), factor);
   const uint32x4_t high = vmull_high_n_u16(uint16x8_t(a), factor);

@@ -4,8 +4,10 @@
 #ifndef TARVU_SIMD_BOXES_H
 #define TARVU_SIMD_BOXES_H
 
+#include <algorithm>
 #include <bit>
 
+#include "simd/double_lanes.h"
 #include "simd/rounding.h"
 
 namespace tarvu {
@@ -17,36 +19,6 @@ inline f32x4 upper_twice(f32x4 a) { return __builtin_shufflevector(a, a, 2, 3, 2
 /// a0 b0 a1 b1
 inline f32x4 zip_low(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 4, 1, 5); }
 
-/// The lower, or the upper, two lanes in double precision.
-inline f64x2 widen_lower(f32x4 a) {
-#if TARVU_NEON
-  return f64x2(vcvt_f64_f32(vget_low_f32(a)));
-#elif TARVU_AVX2
-  return f64x2(_mm_cvtps_pd(__m128(a)));
-#else
-  return f64x2{static_cast<double>(a[0]), static_cast<double>(a[1])};
-#endif
-}
-inline f64x2 widen_upper(f32x4 a) {
-#if TARVU_NEON
-  return f64x2(vcvt_high_f64_f32(a));
-#else
-  return widen_lower(upper_twice(a));
-#endif
-}
-
-/// Both rounded to the nearest float, ties to even: `lower` in the lower two lanes.
-inline f32x4 narrow(f64x2 lower, f64x2 upper) {
-#if TARVU_NEON
-  return vcvt_high_f32_f64(vcvt_f32_f64(lower), upper);
-#elif TARVU_AVX2
-  return f32x4(_mm_movelh_ps(_mm_cvtpd_ps(__m128d(lower)), _mm_cvtpd_ps(__m128d(upper))));
-#else
-  return f32x4{static_cast<float>(lower[0]), static_cast<float>(lower[1]), static_cast<float>(upper[0]),
-               static_cast<float>(upper[1])};
-#endif
-}
-
 /// Held to 0.0..1.0. -0.0 becomes 0.0, NaN stays.
 #if TARVU_NEON
 inline f32x4 clamp_to_unit(f32x4 x) { return vminq_f32(vmaxq_f32(x, f32x4{}), vdupq_n_f32(1.0f)); }
@@ -57,6 +29,18 @@ inline F clamp_to_unit(F x) {
   return low > 1.0f ? fill<F>(1.0f) : low;
 }
 #endif
+
+/// x where it is greater than 0.0, infinity included; 0.0 for all else: -0.0 and every NaN, signalling or quiet. In integers, since
+/// a compiler may make a maximum of a comparison of floats, and Arm's gives NaN for a signalling NaN.
+inline float positive_number(float x) {
+  const auto bits = std::bit_cast<int32_t>(x);  // from 0.0 to infinity in the order of the floats
+  return std::bit_cast<float>(bits < 0 || bits > 0x7F800000 ? 0 : bits);
+}
+
+/// The same held to 1.0.
+inline float number_in_unit(float x) {
+  return std::bit_cast<float>(std::min(std::bit_cast<int32_t>(positive_number(x)), 0x3F800000));
+}
 
 /// The lanes of `a` where `mask` is set, of `b` elsewhere, bit by bit.
 inline f32x4 select(s32x4 mask, f32x4 a, f32x4 b) {
@@ -119,7 +103,8 @@ inline PairLanes load_pairs(const float *pairs) {
 }
 inline void store_pairs(float *pairs, const PairLanes &lanes) {
 #if TARVU_NEON
-  vst2q_f32(pairs, {{lanes.first, lanes.second}});
+  const float32x4x2_t both = {{lanes.first, lanes.second}};
+  vst2q_f32(pairs, both);
 #else
   store(pairs, __builtin_shufflevector(lanes.first, lanes.second, 0, 4, 1, 5));
   store(pairs + 4, __builtin_shufflevector(lanes.first, lanes.second, 2, 6, 3, 7));

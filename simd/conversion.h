@@ -114,7 +114,8 @@ inline void store_converted(const f32x4 (&floats)[4], T *to) {
 }
 
 inline void store_floats(const f32x4 (&floats)[4], float *to) {
-  vst1q_f32_x4(to, {{floats[0], floats[1], floats[2], floats[3]}});
+  const float32x4x4_t block = {{floats[0], floats[1], floats[2], floats[3]}};
+  vst1q_f32_x4(to, block);
 }
 
 /// Loads a block of elements widened to words.

@@ -11,33 +11,50 @@ namespace tarvu {
 typedef double f64xn __attribute__((vector_size(sizeof(f32xn))));
 typedef uint64_t u64xn __attribute__((vector_size(sizeof(f32xn))));
 
+/// The lower, or the upper, half of a vector of floats widened.
+inline f64x2 widen_low(f32x4 x) {
+#if TARVU_NEON
+  return vcvt_f64_f32(vget_low_f32(x));
+#elif TARVU_AVX2
+  return f64x2(_mm_cvtps_pd(__m128(x)));
+#else
+  return f64x2{double{x[0]}, double{x[1]}};
+#endif
+}
+inline f64x2 widen_high(f32x4 x) {
+#if TARVU_NEON
+  return vcvt_high_f64_f32(x);
+#else
+  return widen_low(f32x4(__builtin_shufflevector(x, x, 2, 3, 2, 3)));
+#endif
+}
+
+/// Both rounded to floats by the rounding environment: `low` in the lower half.
+inline f32x4 narrow(f64x2 low, f64x2 high) {
+#if TARVU_NEON
+  return vcvt_high_f32_f64(vcvt_f32_f64(low), high);
+#elif TARVU_AVX2
+  return f32x4(_mm_movelh_ps(_mm_cvtpd_ps(__m128d(low)), _mm_cvtpd_ps(__m128d(high))));
+#else
+  return f32x4{static_cast<float>(low[0]), static_cast<float>(low[1]), static_cast<float>(high[0]),
+               static_cast<float>(high[1])};
+#endif
+}
+
+#if TARVU_AVX2
+inline f64xn widen_low(f32xn x) { return f64xn(_mm256_cvtps_pd(_mm256_castps256_ps128(__m256(x)))); }
+inline f64xn widen_high(f32xn x) { return f64xn(_mm256_cvtps_pd(_mm256_extractf128_ps(__m256(x), 1))); }
+inline f32xn narrow(f64xn low, f64xn high) {
+  return f32xn(_mm256_set_m128(_mm256_cvtpd_ps(__m256d(high)), _mm256_cvtpd_ps(__m256d(low))));
+}
+#endif
+
 /// The lanes of a vector of floats, widened.
 struct DoublePair {
   f64xn low, high;
 };
-
-inline DoublePair widen(f32xn x) {
-#if TARVU_NEON
-  return {vcvt_f64_f32(vget_low_f32(x)), vcvt_high_f64_f32(x)};
-#elif TARVU_AVX2
-  return {f64xn(_mm256_cvtps_pd(_mm256_castps256_ps128(__m256(x)))),
-          f64xn(_mm256_cvtps_pd(_mm256_extractf128_ps(__m256(x), 1)))};
-#else
-  return {f64xn{double{x[0]}, double{x[1]}}, f64xn{double{x[2]}, double{x[3]}}};
-#endif
-}
-
-/// Rounded to floats by the rounding environment.
-inline f32xn narrow(const DoublePair &x) {
-#if TARVU_NEON
-  return vcvt_high_f32_f64(vcvt_f32_f64(x.low), x.high);
-#elif TARVU_AVX2
-  return f32xn(_mm256_set_m128(_mm256_cvtpd_ps(__m256d(x.high)), _mm256_cvtpd_ps(__m256d(x.low))));
-#else
-  const auto round = [](double lane) { return static_cast<float>(lane); };
-  return f32xn{round(x.low[0]), round(x.low[1]), round(x.high[0]), round(x.high[1])};
-#endif
-}
+inline DoublePair widen(f32xn x) { return {widen_low(x), widen_high(x)}; }
+inline f32xn narrow(const DoublePair &x) { return narrow(x.low, x.high); }
 
 /// Whether every lane of a comparison's result is true.
 inline bool all_true(s32xn mask) {

@@ -3,6 +3,9 @@
 #ifndef TARVU_SIMD_FOLD_RUNS_H
 #define TARVU_SIMD_FOLD_RUNS_H
 
+#include <algorithm>
+#include <cstring>
+
 #include "simd/fold.h"
 
 namespace tarvu {

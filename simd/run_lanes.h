@@ -6,16 +6,11 @@
 
 #include <cmath>
 
+#include "simd/double_lanes.h"
 #include "simd/float_blocks.h"
 
 namespace tarvu {
 
-/// The target's widest lanes of doubles, half as many as of floats.
-#if TARVU_AVX2
-typedef double f64xn __attribute__((vector_size(32)));
-#else
-typedef f64x2 f64xn;
-#endif
 inline constexpr int kRunLanes = kLanes<f64xn>;
 static_assert(kLanes<f32xn> == 2 * kRunLanes);
 
@@ -34,38 +29,6 @@ inline f64xn fused_multiply_add(f64xn a, f64xn b, f64xn c) {
 #else
   for (int k = 0; k < kRunLanes; ++k) c[k] = std::fma(a[k], b[k], c[k]);
   return c;
-#endif
-}
-
-/// The lower and the upper half of a vector of floats as doubles.
-inline f64xn widen_low(f32xn x) {
-#if TARVU_NEON
-  return vcvt_f64_f32(vget_low_f32(x));
-#elif TARVU_AVX2
-  return f64xn(_mm256_cvtps_pd(_mm256_castps256_ps128(__m256(x))));
-#else
-  return f64xn{x[0], x[1]};
-#endif
-}
-inline f64xn widen_high(f32xn x) {
-#if TARVU_NEON
-  return vcvt_high_f64_f32(x);
-#elif TARVU_AVX2
-  return f64xn(_mm256_cvtps_pd(_mm256_extractf128_ps(__m256(x), 1)));
-#else
-  return f64xn{x[2], x[3]};
-#endif
-}
-
-/// Two vectors of doubles rounded to one of floats.
-inline f32xn narrow(f64xn low, f64xn high) {
-#if TARVU_NEON
-  return vcvt_high_f32_f64(vcvt_f32_f64(low), high);
-#elif TARVU_AVX2
-  return f32xn(_mm256_set_m128(_mm256_cvtpd_ps(__m256d(high)), _mm256_cvtpd_ps(__m256d(low))));
-#else
-  return f32xn{static_cast<float>(low[0]), static_cast<float>(low[1]), static_cast<float>(high[0]),
-               static_cast<float>(high[1])};
 #endif
 }
 

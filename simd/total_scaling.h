@@ -51,7 +51,8 @@ inline int64_t rounding_term(const TotalScale &scale, bool total_is_negative) {
 template <class T>
 inline void store_saturated_signed(const int32x4_t (&words)[4], T *to) {
   if constexpr (sizeof(T) == 4) {
-    vst1q_s32_x4(to, {{words[0], words[1], words[2], words[3]}});
+    const int32x4x4_t block = {{words[0], words[1], words[2], words[3]}};
+    vst1q_s32_x4(to, block);
   } else if constexpr (std::is_same_v<T, uint16_t>) {
     store(to, vqmovun_high_s32(vqmovun_s32(words[0]), words[1]));
     store(to + 8, vqmovun_high_s32(vqmovun_s32(words[2]), words[3]));

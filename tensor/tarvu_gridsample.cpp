@@ -136,7 +136,7 @@ void sample_plane_row(const BlendInBlock &blend, uint16_t row_bytes, const uint8
   const BlendInBlock own = blend;  // in registers, whatever the stores reach
   for (; blocks != 0; --blocks, grid += 2 * kBlock, out += kBlock) {
     const Positions positions = own.positions(grid);
-    const EightWords offsets = product_and_sum(positions.y, row_bytes, positions.x);
+    const EightSums offsets = product_and_sum(positions.y, row_bytes, positions.x);
     u16x8 top{};
     u16x8 bottom{};
     for (uint32_t k = 0; k < kBlock; ++k) {

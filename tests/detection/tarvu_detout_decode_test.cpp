@@ -1,6 +1,7 @@
 // Detection output: decoding of the box locations.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -128,6 +129,16 @@ TEST(DecodeBBoxes, AnUnknownCodeStillClipsWhatTheRecordHolds) {
   one.decoded = {-3.0f, 5.0f, std::numeric_limits<float>::quiet_NaN(), -0.0f, 7.0f};
   EXPECT_EQ(one.decode(7), (std::vector<float>{0.0f, 1.0f, 0.0f, 0.0f, 7.0f}));
   EXPECT_EQ(std::bit_cast<uint32_t>(one.decoded[3]), 0u);
+}
+
+TEST(DecodeBBoxes, ClippingMakesZeroOfEverySignallingNan) {
+  One one;
+  one.clip_bbox = 1;
+  for (const uint32_t nan : {0x7F800001u, 0xFF800001u, 0x7FBFFFFFu, 0xFFBFFFFFu}) {
+    std::fill(one.decoded.begin(), one.decoded.begin() + 4, std::bit_cast<float>(nan));
+    one.decode(7);
+    for (int k = 0; k < 4; ++k) EXPECT_EQ(std::bit_cast<uint32_t>(one.decoded[k]), 0u) << std::hex << nan;
+  }
 }
 
 TEST(DecodeBBoxes, AnUnknownCodePrintsOnceABoxAndSet) {

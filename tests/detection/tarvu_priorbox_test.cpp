@@ -1,6 +1,7 @@
 // Prior boxes: the working record that tarvu_priorbox_process() makes of a block, seen through its output.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -211,6 +212,20 @@ TEST(PriorBox, MoreSecondSizesThanSizesClampAndCoverFloatsBehindTheBoxes) {
   EXPECT_EQ(result.variances, repeated(kVariances, 4));
 }
 
+TEST(PriorBox, TheClampKeepsASignallingNanBehindTheBoxesInABlockAndMakesItZeroInTheTail) {
+  _NN_PRIORBOX_PARM block = one_cell();
+  block.max_sizes[0] = 64.0f;
+  for (int i = 1; i < 4; ++i) block.max_sizes[i] = 1.0f;
+  block.max_size_num = 4;
+  block.clip = 1;
+  for (const uint32_t nan : {0x7F800001u, 0xFF800001u, 0x7FBFFFFFu, 0xFFBFFFFFu}) {
+    // Counted: five boxes; made: two, which leaves eight floats of the block and four of the tail as they are.
+    const Result result = run(block, 20, 20, std::bit_cast<float>(nan));
+    for (size_t i = 8; i < 16; ++i) EXPECT_TRUE(std::isnan(result.boxes[i])) << std::hex << nan;
+    for (size_t i = 16; i < 20; ++i) EXPECT_EQ(std::bit_cast<uint32_t>(result.boxes[i]), 0u) << std::hex << nan;
+  }
+}
+
 TEST(PriorBox, SecondSizesAreCountedAgainstTheBlocksSizesAlsoBehindThoseInUse) {
   _NN_PRIORBOX_PARM block = one_cell();
   block.min_sizes[1] = 5.0f;
@@ -304,6 +319,16 @@ TEST(PriorBox, AVarianceThatIsNotGreaterThanZeroStaysZero) {
   EXPECT_EQ(pattern, (std::vector<float>{0.0f, 0.0f, 0.0f, 0.8f}));
   EXPECT_FALSE(std::signbit(pattern[1]));
   EXPECT_EQ(pattern_of(1, {-0.5f, 0.6f, 0.7f, 0.8f}), std::vector<float>(4, 0.0f));
+}
+TEST(PriorBox, AVarianceThatIsASignallingNanStaysZero) {
+  _NN_PRIORBOX_PARM block = one_cell();
+  for (const uint32_t nan : {0x7F800001u, 0xFF800001u, 0x7FBFFFFFu, 0xFFBFFFFFu}) {
+    for (float &variance : block.variances) std::memcpy(&variance, &nan, sizeof nan);
+    for (const uint32_t variance_num : {1u, 4u}) {
+      block.variance_num = variance_num;
+      EXPECT_EQ(run(block, 4, 4).variances, std::vector<float>(4, 0.0f)) << std::hex << nan;
+    }
+  }
 }
 
 TEST(PriorBox, TheVariancesAreWrittenLast) {

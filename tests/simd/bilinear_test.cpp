@@ -73,14 +73,14 @@ TEST(LaneFactor, EachPointOfAStepIsMultipliedByItsOwnLane) {
   expect_factor<3>(factors, values);
 }
 
-TEST(EightWords, SumsOfProductsAreThoseOf32Bits) {
+TEST(EightSums, SumsOfProductsAreThoseOf32Bits) {
   support::Random random(0xB13);
   u16x8 a;
   u16x8 b;
   random.fill(&a, sizeof a);
   random.fill(&b, sizeof b);
-  const EightWords sums = sum_of_products(a, 0x12345u, b, 0xFFFFu);
-  const EightWords narrow_sums = product_and_sum(a, 0xFFFF, b);
+  const EightSums sums = sum_of_products(a, 0x12345u, b, 0xFFFFu);
+  const EightSums narrow_sums = product_and_sum(a, 0xFFFF, b);
   for (uint32_t lane = 0; lane < 8; ++lane) {
     const uint32_t wide_a = a[static_cast<int>(lane)];
     const uint32_t wide_b = b[static_cast<int>(lane)];

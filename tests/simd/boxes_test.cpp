@@ -49,8 +49,8 @@ TEST(BoxLanes, PairsComeBackAsTheyWere) {
 
 TEST(BoxLanes, DoublePrecisionTakesAndGivesHalves) {
   const f32x4 lanes = {1.5f, -2.5f, 3.0f, 0x1p-149f};
-  const f64x2 lower = tarvu::widen_lower(lanes);
-  const f64x2 upper = tarvu::widen_upper(lanes);
+  const f64x2 lower = tarvu::widen_low(lanes);
+  const f64x2 upper = tarvu::widen_high(lanes);
   EXPECT_EQ(lower[0], 1.5);
   EXPECT_EQ(lower[1], -2.5);
   EXPECT_EQ(upper[0], 3.0);
@@ -79,6 +79,18 @@ TEST(BoxLanes, ClampingKeepsNanAndMakesNegativeZeroPositive) {
     const float expected = x > 0.0f ? (x > 1.0f ? 1.0f : x) : 0.0f;
     EXPECT_EQ(bits(clamped<f32x4>(x)), bits(expected)) << x;
     EXPECT_EQ(bits(clamped<f32xn>(x)), bits(expected)) << x;
+  }
+}
+
+TEST(BoxLanes, APositiveNumberIsNeverNanNorNegativeZero) {
+  for (const uint32_t nan : {0x7FC00000u, 0xFFC00000u, 0x7F800001u, 0xFF800001u, 0x7FBFFFFFu, 0xFFFFFFFFu}) {
+    EXPECT_EQ(bits(tarvu::positive_number(std::bit_cast<float>(nan))), 0u) << std::hex << nan;
+    EXPECT_EQ(bits(tarvu::number_in_unit(std::bit_cast<float>(nan))), 0u) << std::hex << nan;
+  }
+  for (const float x : support::kSpecialFloats) {
+    const float expected = x > 0.0f ? (x > 1.0f ? 1.0f : x) : 0.0f;
+    EXPECT_EQ(bits(tarvu::positive_number(x)), bits(x > 0.0f ? x : 0.0f)) << x;
+    EXPECT_EQ(bits(tarvu::number_in_unit(x)), bits(expected)) << x;
   }
 }
 
