@@ -40,17 +40,28 @@ struct Workload {
   Baseline baseline = Baseline::kMemcpy;
 };
 
-/// One function per subsystem, in <subsystem>_bench.cpp.
-void add_activation_workloads(std::vector<Workload> &suite);
+/// One function per operator, in <operator>_bench.cpp.
 void add_convert_workloads(std::vector<Workload> &suite);
-void add_pool_workloads(std::vector<Workload> &suite);
-void add_detection_workloads(std::vector<Workload> &suite);
-void add_select_workloads(std::vector<Workload> &suite);
-void add_norm_workloads(std::vector<Workload> &suite);
-void add_eltwise_workloads(std::vector<Workload> &suite);
+void add_prelu_workloads(std::vector<Workload> &suite);
 void add_softmax_workloads(std::vector<Workload> &suite);
-void add_resample_workloads(std::vector<Workload> &suite);
-void add_tensor_workloads(std::vector<Workload> &suite);
+void add_lrn_workloads(std::vector<Workload> &suite);
+void add_norm_workloads(std::vector<Workload> &suite);
+void add_layernorm_workloads(std::vector<Workload> &suite);
+void add_eltwise_workloads(std::vector<Workload> &suite);
+void add_lstm_workloads(std::vector<Workload> &suite);
+void add_fc_post_workloads(std::vector<Workload> &suite);
+void add_priorbox_workloads(std::vector<Workload> &suite);
+void add_detout_workloads(std::vector<Workload> &suite);
+void add_nms_workloads(std::vector<Workload> &suite);
+void add_pool_workloads(std::vector<Workload> &suite);
+void add_reverse_workloads(std::vector<Workload> &suite);
+void add_permute_workloads(std::vector<Workload> &suite);
+void add_topk_workloads(std::vector<Workload> &suite);
+void add_gather_workloads(std::vector<Workload> &suite);
+void add_gathernd_workloads(std::vector<Workload> &suite);
+void add_gatherelement_workloads(std::vector<Workload> &suite);
+void add_onehot_workloads(std::vector<Workload> &suite);
+void add_gridsample_workloads(std::vector<Workload> &suite);
 
 /// Zeroed memory on a cache line of its own.
 template <class T>

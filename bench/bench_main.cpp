@@ -117,16 +117,27 @@ int main(int argc, char **argv) {
   }
 
   std::vector<bench::Workload> suite;
-  bench::add_activation_workloads(suite);
   bench::add_convert_workloads(suite);
-  bench::add_pool_workloads(suite);
-  bench::add_detection_workloads(suite);
-  bench::add_select_workloads(suite);
-  bench::add_norm_workloads(suite);
-  bench::add_eltwise_workloads(suite);
+  bench::add_prelu_workloads(suite);
   bench::add_softmax_workloads(suite);
-  bench::add_tensor_workloads(suite);
-  bench::add_resample_workloads(suite);
+  bench::add_lrn_workloads(suite);
+  bench::add_norm_workloads(suite);
+  bench::add_layernorm_workloads(suite);
+  bench::add_eltwise_workloads(suite);
+  bench::add_lstm_workloads(suite);
+  bench::add_fc_post_workloads(suite);
+  bench::add_priorbox_workloads(suite);
+  bench::add_detout_workloads(suite);
+  bench::add_nms_workloads(suite);
+  bench::add_pool_workloads(suite);
+  bench::add_reverse_workloads(suite);
+  bench::add_permute_workloads(suite);
+  bench::add_topk_workloads(suite);
+  bench::add_gather_workloads(suite);
+  bench::add_gathernd_workloads(suite);
+  bench::add_gatherelement_workloads(suite);
+  bench::add_onehot_workloads(suite);
+  bench::add_gridsample_workloads(suite);
 
   FILE *out = take_standard_output();
   pin_to_one_processor();

@@ -1,7 +1,4 @@
-#include <algorithm>
-
 #include "bench/bench.h"
-#include "tests/reference/tarvu_lstm_c_reference.h"
 #include "tests/support/formats.h"
 
 namespace bench {
@@ -67,94 +64,6 @@ Workload eltwise(const char *name, int32_t op, const char *variant, bool powers_
   return {name, variant, "output", kPlanes, 2 * kPlanes, prepare};
 }
 
-/// One sequence of 32 steps whose first one starts anew.
-Workload lstm() {
-  constexpr size_t kSteps = 32, kInputs = 128, kUnits = 128;
-  const auto prepare = [] {
-    const std::shared_ptr<int16_t[]> in = random_buffer<int16_t>(kSteps * kInputs, 23);
-    const std::shared_ptr<int16_t[]> out = make_buffer<int16_t>(kSteps * kUnits);
-    const std::shared_ptr<float[]> work = make_buffer<float>((kSteps + 1) * (kInputs + kUnits));
-    const std::shared_ptr<uint8_t[]> flags = make_buffer<uint8_t>(kSteps);
-    std::fill(flags.get() + 1, flags.get() + kSteps, uint8_t{1});
-    std::vector<std::shared_ptr<float[]>> weights;
-    _NN_LSTM_PARM parm{};
-    const auto attach = [&weights](uint64_t(&addresses)[4], size_t count) {
-      for (uint64_t &address : addresses) {
-        weights.push_back(random_floats(count, -0.1f, 0.1f, 24 + weights.size()));
-        address = address_of(weights.back());
-      }
-    };
-    attach(parm.input_weights, kUnits * kInputs);
-    attach(parm.recurrent_weights, kUnits * kUnits);
-    attach(parm.biases, kUnits);
-    parm.in_addr = address_of(in);
-    parm.out_addr = address_of(out);
-    parm.work_buffer = address_of(work);
-    parm.cont_addr = address_of(flags);
-    parm.width = kInputs;
-    parm.height = parm.channel = 1;
-    parm.batch = kSteps;
-    parm.in_fmt = format(16, 13, 1);
-    parm.out_fmt = format(16, 14, 1);
-    parm.hidden_size = kUnits;
-    const auto run = [=](auto process) {
-      return [in, out, work, flags, weights, parm, process] { expect_ok(process(&parm)); };
-    };
-    return Calls{run(tarvu_lstm_process), run(reference::tarvu_lstm_process)};
-  };
-  const size_t weight_bytes = 4 * kUnits * (kInputs + kUnits) * sizeof(float);
-  return {"lstm_T32_N1_I128_D128",
-          "default",
-          "multiply-add",
-          kSteps * 4 * kUnits * (kInputs + kUnits),
-          weight_bytes,
-          prepare};
-}
-
-constexpr size_t kOutputs = 4096;
-
-/// The loop that anyone would write for one partial result an output.
-void plain_fc_post(const int32_t *__restrict in, const int32_t *__restrict bias, int8_t *__restrict to, size_t count,
-                   const _NN_FC_POST_PARM &parm) {
-  const int64_t multiplier = int64_t{parm.mul_a.scale_value} * parm.mul_b.scale_value;
-  const int64_t negative_multiplier = multiplier * parm.neg_mul.scale_value;
-  const int shift = parm.mul_a.scale_shift + parm.mul_b.scale_shift;
-  const int negative_shift = shift + parm.neg_mul.scale_shift;
-  for (size_t i = 0; i < count; ++i) {
-    const int64_t total = int64_t{in[i]} - bias[i];
-    const int64_t product = total < 0 ? negative_multiplier * total : multiplier * total;
-    const int places = total < 0 ? negative_shift : shift;
-    const int64_t half = int64_t{1} << (places - 1);
-    const int64_t rounded = product < 0 ? -((half - product) >> places) : (product + half) >> places;
-    to[i] = static_cast<int8_t>(std::clamp<int64_t>(rounded, -128, 127));
-  }
-}
-
-/// One signed 32-bit partial result an output, about one output in ten beyond the range, negative ones with a slope of a tenth.
-Workload fc_post() {
-  const auto prepare = [] {
-    const std::shared_ptr<int32_t[]> in = random_buffer<int32_t>(kOutputs, 40);
-    const std::shared_ptr<int32_t[]> bias = random_buffer<int32_t>(kOutputs, 41);
-    const std::shared_ptr<int8_t[]> out = make_buffer<int8_t>(kOutputs);
-    _NN_FC_POST_PARM parm{};
-    parm.in_addr = address_of(in);
-    parm.bias_addr = address_of(bias);
-    parm.out_addr = address_of(out);
-    parm.width = kOutputs;
-    parm.height = parm.batch = 1;
-    parm.in_line_ofs = kOutputs * sizeof(int32_t);
-    parm.in_fmt = format(32, 12, 1);
-    parm.out_fmt = format(8, 4, 1);
-    parm.mul_a = scale(19661, 24);
-    parm.mul_b = scale(23, 19);
-    parm.neg_mul = scale(205, 11);
-    const auto ours = [in, bias, out, parm] { expect_ok(tarvu_fc_post_process(&parm)); };
-    const auto plain = [in, bias, out, parm] { plain_fc_post(in.get(), bias.get(), out.get(), kOutputs, parm); };
-    return Calls{ours, plain};
-  };
-  return {"fc_post_s32_s8_4096", "default", "output", kOutputs, kOutputs * sizeof(int32_t), prepare};
-}
-
 }  // namespace
 
 void add_eltwise_workloads(std::vector<Workload> &suite) {
@@ -162,8 +71,6 @@ void add_eltwise_workloads(std::vector<Workload> &suite) {
   suite.push_back(eltwise("eltwise_sum_8b_1x64x56x56", 1, "power_of_two", true));
   suite.push_back(eltwise("eltwise_prod_8b_1x64x56x56", 0, "default", false));
   suite.push_back(eltwise("eltwise_prod_8b_1x64x56x56", 0, "power_of_two", true));
-  suite.push_back(lstm());
-  suite.push_back(fc_post());
 }
 
 }  // namespace bench

@@ -1,105 +1,10 @@
 #include <algorithm>
-#include <cstring>
 
 #include "bench/bench.h"
 #include "tests/support/formats.h"
-#include "tests/tensor/heap_watch.h"
 
 namespace bench {
 namespace {
-
-constexpr uint16_t kExtents[3] = {64, 56, 56};
-constexpr uint16_t kTuples = 4096;
-
-void plain_gather_nd(const int8_t *in, const int8_t *indices, int8_t *__restrict out, size_t tuples, size_t coordinates,
-                     const uint32_t *strides) {
-  for (size_t t = 0; t < tuples; ++t, indices += coordinates) {
-    uint32_t offset = 0;
-    for (size_t i = 0; i < coordinates; ++i) {
-      offset += static_cast<uint32_t>(static_cast<int>(static_cast<float>(indices[i]))) * strides[i];
-    }
-    out[t] = in[offset];
-  }
-}
-
-/// Single elements by three coordinates. What the operator leaves on the heap goes back after each call: the figure is
-/// that of a heap with free blocks.
-Workload gather_nd(const char *name) {
-  const auto prepare = [=] {
-    const std::shared_ptr<int8_t[]> in = random_buffer<int8_t>(size_t{64} * 56 * 56, 41);
-    const std::shared_ptr<int8_t[]> out = make_buffer<int8_t>(kTuples);
-    const std::shared_ptr<int8_t[]> indices = make_buffer<int8_t>(size_t{3} * kTuples);
-    const std::shared_ptr<float[]> work = make_buffer<float>(size_t{3} * kTuples);
-    support::Random random(42);
-    for (size_t i = 0; i < size_t{3} * kTuples; ++i) indices[i] = static_cast<int8_t>(random.below(kExtents[i % 3]));
-    _NN_GATHERND_PARM parm{};
-    parm.in_addr = address_of(in);
-    parm.out_addr = address_of(out);
-    parm.ind_addr = address_of(indices);
-    parm.work_buffer = address_of(work);
-    parm.in_channel = kExtents[0];
-    parm.in_height = kExtents[1];
-    parm.in_width = kExtents[2];
-    parm.ind_height = kTuples;
-    parm.ind_width = 3;
-    parm.out_width = kTuples;
-    parm.in_fmt = parm.out_fmt = support::format(8, 4, 1);
-    parm.ind_fmt = support::format(8, 0, 1);
-    const auto ours = [in, out, indices, work, parm] {
-      const selection_test::HeapWatch watch;
-      expect_ok(tarvu_gathernd_process(&parm));
-    };
-    const std::vector<uint32_t> strides = {uint32_t{kExtents[1]} * kExtents[2], kExtents[2], 1};
-    const auto plain = [in, out, indices, strides] {
-      plain_gather_nd(in.get(), indices.get(), out.get(), kTuples, strides.size(), strides.data());
-    };
-    return Calls{ours, plain};
-  };
-  return {name, "default", "tuple", kTuples, size_t{3} * kTuples, prepare};
-}
-
-void plain_one_hot(const int16_t *indices, size_t count, const int8_t *off_on, int8_t *__restrict out, size_t depth) {
-  std::memset(out, off_on[0], count * depth);
-  for (size_t i = 0; i < count; ++i, out += depth) {
-    const size_t index = static_cast<size_t>(indices[i] < 0 ? indices[i] + static_cast<int>(depth) : indices[i]);
-    if (index < depth) out[index] = off_on[1];
-  }
-}
-
-constexpr uint16_t kIndices = 1024;
-constexpr uint32_t kDepth = 1000;
-constexpr size_t kOutputs = size_t{kIndices} * kDepth;
-
-Workload one_hot(const char *name) {
-  const auto prepare = [=] {
-    const std::shared_ptr<int16_t[]> in = make_buffer<int16_t>(kIndices);
-    const std::shared_ptr<int8_t[]> out = make_buffer<int8_t>(kOutputs);
-    const std::shared_ptr<int8_t[]> values = make_buffer<int8_t>(2);
-    values[0] = 3;
-    values[1] = 100;
-    support::Random random(43);
-    for (size_t i = 0; i < kIndices; ++i) in[i] = static_cast<int16_t>(random.below(kDepth));
-    _NN_ONEHOT_PARM parm{};
-    parm.in_addr = address_of(in);
-    parm.out_addr = address_of(out);
-    parm.values_addr = address_of(values);
-    parm.height = kIndices;
-    parm.channel = 1;
-    parm.batch = 1;
-    parm.in_line_ofs = 2;
-    parm.in_channel_ofs = parm.in_batch_ofs = 2 * kIndices;
-    parm.out_line_ofs = kDepth;
-    parm.out_channel_ofs = parm.out_batch_ofs = kOutputs;
-    parm.in_fmt = support::format(16, 0, 1);
-    parm.out_fmt = parm.values_fmt = support::format(8, 4, 1);
-    parm.in_scale = support::scale(1, 0);
-    parm.axis = 3;
-    parm.depth = kDepth;
-    const auto plain = [in, out, values] { plain_one_hot(in.get(), kIndices, values.get(), out.get(), kDepth); };
-    return Calls{[in, out, values, parm] { expect_ok(tarvu_onehot_process(&parm)); }, plain};
-  };
-  return {name, "default", "output", kOutputs, kOutputs, prepare, Baseline::kMemset};
-}
 
 /// An image of `pixels` bytes a position, whose channels are apart by one byte. The output has a plane for each.
 struct Image {
@@ -185,9 +90,7 @@ Workload grid_sample(const char *name, const Image &image, bool is_planar) {
 
 }  // namespace
 
-void add_resample_workloads(std::vector<Workload> &suite) {
-  suite.push_back(gather_nd("gathernd_8b_64x56x56_i4096"));
-  suite.push_back(one_hot("onehot_1024x1000_8b"));
+void add_gridsample_workloads(std::vector<Workload> &suite) {
   suite.push_back(grid_sample("gridsample_8b_c1_640x480", {1, 640, 480}, true));
   suite.push_back(grid_sample("gridsample_8b_c8_160x160", {8, 160, 160}, false));
 }

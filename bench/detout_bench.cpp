@@ -3,46 +3,10 @@
 
 #include "bench/bench.h"
 #include "tests/reference/tarvu_detout_reference.h"
-#include "tests/reference/tarvu_nms_c_reference.h"
-#include "tests/reference/tarvu_priorbox_reference.h"
 #include "tests/support/formats.h"
 
 namespace bench {
 namespace {
-
-/// Six boxes a cell: a square, a larger square and the ratios 2 and 3 with their reciprocals.
-_NN_PRIORBOX_PARM prior_boxes(uint32_t side, bool clip) {
-  _NN_PRIORBOX_PARM parm{};
-  parm.in_width = parm.in_height = side;
-  parm.img_width = parm.img_height = 300;
-  parm.variance_ofs = side * side * 6 * 16;
-  parm.min_sizes[0] = 30.0f;
-  parm.max_sizes[0] = 60.0f;
-  parm.min_size_num = parm.max_size_num = 1;
-  parm.aspect_ratios[0] = 2.0f;
-  parm.aspect_ratios[1] = 3.0f;
-  parm.aspect_ratios_num = 2;
-  parm.flip = 1;
-  parm.clip = clip ? 1 : 0;
-  const float variances[4] = {0.1f, 0.1f, 0.2f, 0.2f};
-  std::copy(variances, variances + 4, parm.variances);
-  parm.variance_num = 4;
-  parm.offset = 0.5f;
-  return parm;
-}
-
-Workload prior_box(const char *name) {
-  constexpr uint32_t kSide = 38;
-  constexpr size_t kBoxes = size_t{kSide} * kSide * 6;
-  const auto prepare = [] {
-    const std::shared_ptr<float[]> out = make_buffer<float>(kBoxes * 8);
-    _NN_PRIORBOX_PARM parm = prior_boxes(kSide, true);
-    parm.out_addr = address_of(out);
-    return Calls{[out, parm] { expect_ok(tarvu_priorbox_process(&parm)); },
-                 [out, parm] { expect_ok(reference::tarvu_priorbox_process(&parm)); }};
-  };
-  return {name, "default", "box", kBoxes, kBoxes * 32, prepare};
-}
 
 constexpr uint32_t kPriors = 8732;
 constexpr uint32_t kClasses = 21;
@@ -114,43 +78,8 @@ Workload detection_output(const char *name) {
   return {name, "default", "score", size_t{kPriors} * kClasses, size_t{kPriors} * kClasses * sizeof(float), prepare};
 }
 
-/// Boxes strewn around the corners of 60 objects. The suppression works in place, so every call starts with a copy.
-Workload suppression(const char *name) {
-  constexpr int32_t kBoxes = 1000;
-  constexpr size_t kClusters = 60;
-  const auto prepare = [] {
-    support::Random random(44);
-    float clusters[kClusters][4];
-    for (auto &cluster : clusters) {
-      const float x = random.uniform(0.0f, 500.0f);
-      const float y = random.uniform(0.0f, 500.0f);
-      cluster[0] = x;
-      cluster[1] = y;
-      cluster[2] = x + random.uniform(20.0f, 120.0f);
-      cluster[3] = y + random.uniform(20.0f, 120.0f);
-    }
-    const std::shared_ptr<_NN_NMS_OBJ[]> objects = make_buffer<_NN_NMS_OBJ>(kBoxes);
-    for (int32_t i = 0; i < kBoxes; ++i) {
-      const float *cluster = clusters[random.below(kClusters)];
-      const auto edge = [&](int k) { return cluster[k] + random.uniform(-6.0f, 6.0f); };
-      objects[i] = {edge(0), edge(1), edge(2), edge(3), random.uniform(0.0f, 1.0f), static_cast<uint32_t>(i)};
-    }
-    const std::shared_ptr<_NN_NMS_OBJ[]> work = make_buffer<_NN_NMS_OBJ>(kBoxes);
-    const auto call = [objects, work](auto process) {
-      std::copy(objects.get(), objects.get() + kBoxes, work.get());
-      if (process(work.get(), kBoxes, kBoxes, 0.45f) == 0) expect_ok(QX_ERR_PARAM);
-    };
-    return Calls{[call] { call(nms_process_c); }, [call] { call(reference::nms_process_c); }};
-  };
-  return {name, "default", "box", kBoxes, kBoxes * sizeof(_NN_NMS_OBJ), prepare};
-}
-
 }  // namespace
 
-void add_detection_workloads(std::vector<Workload> &suite) {
-  suite.push_back(prior_box("priorbox_38x38x6"));
-  suite.push_back(detection_output("detout_8732x21"));
-  suite.push_back(suppression("nms_1000"));
-}
+void add_detout_workloads(std::vector<Workload> &suite) { suite.push_back(detection_output("detout_8732x21")); }
 
 }  // namespace bench

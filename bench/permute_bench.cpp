@@ -11,14 +11,6 @@ constexpr uint32_t kHeight = 56;
 constexpr uint32_t kChannels = 64;
 constexpr size_t kElements = size_t{kWidth} * kHeight * kChannels;
 
-void plain_reverse_lines(const int8_t *__restrict source, int8_t *__restrict destination, size_t lines, size_t width) {
-  for (size_t line = 0; line < lines; ++line) {
-    for (size_t x = 0; x < width; ++x) destination[x] = source[width - 1 - x];
-    source += width;
-    destination += width;
-  }
-}
-
 /// Shape and steps (elements of the input) in the order of the output's axes.
 template <class T>
 void plain_permute(const T *__restrict source, T *__restrict destination, std::array<size_t, 4> count,
@@ -31,28 +23,6 @@ void plain_permute(const T *__restrict source, T *__restrict destination, std::a
       }
     }
   }
-}
-
-Workload reverse_width(const char *name) {
-  const auto prepare = [=] {
-    const std::shared_ptr<int8_t[]> in = random_buffer<int8_t>(kElements, 21);
-    const std::shared_ptr<int8_t[]> out = make_buffer<int8_t>(kElements);
-    _NN_REVERSE_PARM parm{};
-    parm.in_addr = address_of(in);
-    parm.out_addr = address_of(out);
-    parm.width = kWidth;
-    parm.height = kHeight;
-    parm.channel = kChannels;
-    parm.batch = 1;
-    parm.in_line_ofs = parm.out_line_ofs = kWidth;
-    parm.in_channel_ofs = parm.out_channel_ofs = kWidth * kHeight;
-    parm.in_batch_ofs = parm.out_batch_ofs = kElements;
-    parm.in_fmt = parm.out_fmt = support::format(8, 4, 1);
-    parm.axis = 3;
-    const auto plain = [in, out] { plain_reverse_lines(in.get(), out.get(), kElements / kWidth, kWidth); };
-    return Calls{[in, out, parm] { expect_ok(tarvu_reverse_process(&parm)); }, plain};
-  };
-  return {name, "default", "element", kElements, kElements, prepare};
 }
 
 /// Dense tensors. `extent` is the shape in memory, by axis number: batch, channel, height, width.
@@ -92,10 +62,9 @@ Workload permute(const char *name, const std::array<uint32_t, 4> &extent, const 
 
 }  // namespace
 
-void add_tensor_workloads(std::vector<Workload> &suite) {
+void add_permute_workloads(std::vector<Workload> &suite) {
   const std::array<uint32_t, 4> planes = {1, kChannels, kHeight, kWidth};
   const std::array<uint32_t, 4> interleaved = {1, kHeight, kWidth, kChannels};
-  suite.push_back(reverse_width("reverse_w_8b_1x64x56x56"));
   suite.push_back(permute<int8_t>("permute_nchw_nhwc_8b_1x64x56x56", planes, {0, 2, 3, 1}));
   suite.push_back(permute<int8_t>("permute_nhwc_nchw_8b_1x64x56x56", interleaved, {0, 3, 1, 2}));
   suite.push_back(permute<int16_t>("permute_nchw_nhwc_16b_1x64x56x56", planes, {0, 2, 3, 1}));
