@@ -1,9 +1,8 @@
 #include "contact_sheet.h"
 
-#include <stb_easy_font.h>
-
 #include <algorithm>
-#include <cstring>
+
+#include "lettering.h"
 
 namespace demo {
 
@@ -12,12 +11,9 @@ namespace {
 constexpr int kColumns = 5;
 constexpr int kFrameWidth = 272, kFrameHeight = 204;
 constexpr int kMargin = 12;
-constexpr int kCaption = 26;
-constexpr uint8_t kPaper = 244, kInk = 32;
-
-struct Rectangle {
-  int left, top, right, bottom;
-};
+constexpr int kCaption = 2 * kTextHeight + 4, kNote = kTextHeight;
+constexpr uint8_t kPaper = 244;
+constexpr Colour kInk = {32, 32, 32}, kPaleInk = {96, 96, 96};
 
 uint8_t *pixel_of(Tensor &sheet, int x, int y) {
   return &sheet.bytes[3 * (static_cast<size_t>(y) * sheet.shape.height + static_cast<size_t>(x))];
@@ -54,38 +50,10 @@ void draw_picture(Tensor &sheet, int left, int top, const Tensor &picture) {
   }
 }
 
-/// The rectangles that make up a text, from 0, 0 on.
-std::vector<Rectangle> letters_of(std::string text) {
-  struct Corner {
-    float x, y, z;
-    uint8_t colour[4];
-  };
-  std::vector<Corner> corners(text.size() * 100 + 1);
-  int const count = stb_easy_font_print(0, 0, text.data(), nullptr, corners.data(),
-                                        static_cast<int>(corners.size() * sizeof(Corner)));
-  std::vector<Rectangle> rectangles;
-  for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
-    Corner const first = corners[4 * i], third = corners[4 * i + 2];
-    rectangles.push_back(
-        {static_cast<int>(first.x), static_cast<int>(first.y), static_cast<int>(third.x), static_cast<int>(third.y)});
-  }
-  return rectangles;
-}
-
-void draw_caption(Tensor &sheet, int left, int top, const std::string &caption) {
-  constexpr int kDot = 2;
-  for (const Rectangle &part : letters_of(caption)) {
-    int const right = std::min(left + kDot * part.right, left + kFrameWidth);
-    for (int y = top + kDot * part.top; y < top + kDot * part.bottom; ++y) {
-      for (int x = left + kDot * part.left; x < right; ++x) std::fill_n(pixel_of(sheet, x, y), 3, kInk);
-    }
-  }
-}
-
 }  // namespace
 
 Tensor contact_sheet_of(const std::vector<Picture> &pictures) {
-  constexpr int kStepX = kFrameWidth + kMargin, kStepY = kFrameHeight + kCaption + kMargin;
+  constexpr int kStepX = kFrameWidth + kMargin, kStepY = kFrameHeight + kCaption + kNote + kMargin;
   int const rows = (static_cast<int>(pictures.size()) + kColumns - 1) / kColumns;
   Tensor sheet({3, kColumns * kStepX + kMargin, static_cast<uint16_t>(rows * kStepY + kMargin), 1}, kByte);
   std::fill(sheet.bytes.begin(), sheet.bytes.end(), kPaper);
@@ -93,7 +61,8 @@ Tensor contact_sheet_of(const std::vector<Picture> &pictures) {
     const Picture &picture = pictures[static_cast<size_t>(i)];
     int const left = kMargin + i % kColumns * kStepX, top = kMargin + i / kColumns * kStepY;
     draw_picture(sheet, left, top, picture.pixels);
-    draw_caption(sheet, left, top + kFrameHeight + 4, picture.caption);
+    write_text(sheet, left, top + kFrameHeight + 4, left + kFrameWidth, 2, picture.caption, kInk);
+    write_text(sheet, left, top + kFrameHeight + kCaption, left + kFrameWidth, 1, picture.note, kPaleInk);
   }
   return sheet;
 }

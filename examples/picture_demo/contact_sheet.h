@@ -1,5 +1,5 @@
 /// \file contact_sheet.h
-/// One picture that shows all others, each with its caption.
+/// One picture that shows all others, each with its caption and its note.
 #ifndef TARVU_EXAMPLES_PICTURE_DEMO_CONTACT_SHEET_H
 #define TARVU_EXAMPLES_PICTURE_DEMO_CONTACT_SHEET_H
 

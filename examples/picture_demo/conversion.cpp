@@ -55,7 +55,7 @@ void conversion_stages(Demo &demo, const Tensor &planes) {
   expect_same(from_floats(demo, "back", floats, kByte, kTimes256, kZeroPoint), planes,
               "floats and back do not give the picture again");
   constexpr _NN_SCALE kTimes128 = {128, 0, {}};
-  show_planes(demo, "pale", from_floats(demo, "half the contrast", floats, kByte, kTimes128, 48));
+  show_planes(demo, "pale", from_floats(demo, "half the contrast", floats, kByte, kTimes128, 48), "half the contrast");
 
   // Signed numbers of seven fraction bits hold what lies about 128; 128 added again, they are the picture.
   constexpr _NN_SCALE kDividedBy128 = {1, 7, {}};

@@ -1,6 +1,10 @@
 #include "demo.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <chrono>
 #include <cinttypes>
 #include <cstdio>
 #include <stdexcept>
@@ -16,10 +20,31 @@ std::string text_of(Shape shape) {
          std::to_string(shape.width);
 }
 
-/// Type and fraction bits: "u8.0", "s16.-3".
+/// Type and fraction bits: "u8.0", "s16.-3". Floats, "f32", are all that the example has of 32 bits.
 std::string text_of(_NN_FMT format) {
   int const bits = format.frac_bits + format.int_bits + format.sign_bits;
+  if (bits == 32) return "f32";
   return (format.sign_bits != 0 ? "s" : "u") + std::to_string(bits) + "." + std::to_string(format.frac_bits);
+}
+
+/// Calls `call` and returns what it printed on standard output, without the end of its last line.
+std::string printed_by(const std::function<void()> &call) {
+  std::fflush(stdout);
+  int const kept = dup(STDOUT_FILENO), memory = memfd_create("printed", 0);
+  if (kept < 0 || memory < 0 || dup2(memory, STDOUT_FILENO) < 0) {
+    throw std::runtime_error("standard output cannot be turned aside");
+  }
+  call();
+  std::fflush(stdout);
+  dup2(kept, STDOUT_FILENO);
+  close(kept);
+
+  std::string text(static_cast<size_t>(lseek(memory, 0, SEEK_END)), ' ');
+  ssize_t const count = pread(memory, text.data(), text.size(), 0);
+  close(memory);
+  text.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
+  text.erase(text.find_last_not_of("\r\n") + 1);
+  return text;
 }
 
 }  // namespace
@@ -42,11 +67,21 @@ uint64_t digest_of(const std::vector<uint8_t> &bytes) {
   return digest;
 }
 
-void Demo::record(const std::string &name, _QX_RESULT result, double milliseconds, const Tensor &in,
-                  const Tensor &out) {
-  layers_.push_back({name, text_of(in.shape) + " -> " + text_of(out.shape),
-                     text_of(in.format) + " -> " + text_of(out.format), result, milliseconds, digest_of(out.bytes)});
-  if (result != QX_OK) throw std::runtime_error(name + ": the layer returned " + std::to_string(result));
+void Demo::time_and_record(const std::string &name, const std::function<_QX_RESULT()> &call, const Tensor &in,
+                           const Tensor &out) {
+  _QX_RESULT result = QX_OK;
+  std::chrono::duration<double, std::milli> time{};
+  std::string const printed = printed_by([&] {
+    auto const start = std::chrono::steady_clock::now();
+    result = call();
+    time = std::chrono::steady_clock::now() - start;
+  });
+  if (result != QX_OK) {
+    throw std::runtime_error(name + ": the layer returned " + std::to_string(result) + " and printed: " + printed);
+  }
+  run_.layers.push_back({name, text_of(in.shape) + " -> " + text_of(out.shape),
+                         text_of(in.format) + " -> " + text_of(out.format), time.count(), digest_of(out.bytes)});
+  if (!printed.empty()) report("printed by \"" + name + "\": " + printed);
 }
 
 void Demo::begin(const std::string &stage) {
@@ -54,32 +89,15 @@ void Demo::begin(const std::string &stage) {
   std::fflush(stdout);
 }
 
-void Demo::show(const std::string &caption, const Tensor &interleaved) {
+void Demo::show(const std::string &caption, const Tensor &interleaved, const std::string &note) {
   std::string file_name = caption + ".png";
   std::replace(file_name.begin(), file_name.end(), ' ', '_');
   save_picture(path(file_name), interleaved);
-  pictures_.push_back({caption, interleaved});
+  pictures_.push_back({caption, note, interleaved});
 }
 
 void Demo::print_findings() const {
   for (const std::string &line : findings_) std::printf("%s\n", line.c_str());
-}
-
-void Demo::print_table() const {
-  size_t name = 5, shape = 5, formats = 7;
-  for (const Layer &layer : layers_) {
-    name = std::max(name, layer.name.size());
-    shape = std::max(shape, layer.shape.size());
-    formats = std::max(formats, layer.formats.size());
-  }
-  auto const column = [](size_t width) { return static_cast<int>(width); };
-  std::printf("%-*s  %-*s  %-*s  result  time ms  digest\n", column(name), "layer", column(shape), "shape",
-              column(formats), "formats");
-  for (const Layer &layer : layers_) {
-    std::printf("%-*s  %-*s  %-*s  %6d  %7.3f  %016" PRIx64 "\n", column(name), layer.name.c_str(), column(shape),
-                layer.shape.c_str(), column(formats), layer.formats.c_str(), layer.result, layer.milliseconds,
-                layer.digest);
-  }
 }
 
 void Demo::write_digests() const {
@@ -87,7 +105,7 @@ void Demo::write_digests() const {
   FILE *const file = std::fopen(file_name.c_str(), "w");
   bool written = file != nullptr;
   if (file != nullptr) {
-    for (const Layer &layer : layers_) {
+    for (const Layer &layer : run_.layers) {
       written = std::fprintf(file, "%016" PRIx64 " %s\n", layer.digest, layer.name.c_str()) > 0 && written;
     }
     written = std::fclose(file) == 0 && written;

@@ -4,12 +4,13 @@
 #define TARVU_EXAMPLES_PICTURE_DEMO_DEMO_H
 
 #include <array>
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "table.h"
 #include "tarvu.h"
 
 namespace demo {
@@ -62,75 +63,68 @@ Block block_of(const Tensor &in, const Tensor &out) {
   return block;
 }
 
-/// One row of the table.
-struct Layer {
-  std::string name;
-  std::string shape;
-  std::string formats;
-  _QX_RESULT result = QX_OK;
-  double milliseconds = 0;
-  uint64_t digest = 0;
-};
-
 /// FNV-1a in 64 bits.
 uint64_t digest_of(const std::vector<uint8_t> &bytes);
 
-/// An interleaved picture with its caption.
+/// An interleaved picture with its caption, and a note where the picture may surprise.
 struct Picture {
   std::string caption;
+  std::string note;
   Tensor pixels;
 };
 
 /// Runs layers and keeps their record, and that of the pictures that come out.
 class Demo {
  public:
-  explicit Demo(std::string output_folder) : output_folder_(std::move(output_folder)) {}
+  /// `machine` and `emulated` as in Run.
+  Demo(std::string output_folder, std::string machine, bool emulated)
+      : output_folder_(std::move(output_folder)), run_{std::move(machine), emulated, {}} {}
 
   /// Calls `process` on the finished block, times it and takes the digest of its output.
   template <class Block>
   void run(const std::string &name, _QX_RESULT (*process)(const Block *), const Block &block, const Tensor &in,
            const Tensor &out) {
-    auto const start = std::chrono::steady_clock::now();
-    _QX_RESULT const result = process(&block);
-    std::chrono::duration<double, std::milli> const time = std::chrono::steady_clock::now() - start;
-    record(name, result, time.count(), in, out);
+    time_and_record(
+        name, [&] { return process(&block); }, in, out);
   }
 
   /// Runs a conversion, which has no block and no result, in the same way.
   template <class Call>
   void run(const std::string &name, Call call, const Tensor &in, const Tensor &out) {
-    auto const start = std::chrono::steady_clock::now();
-    call();
-    std::chrono::duration<double, std::milli> const time = std::chrono::steady_clock::now() - start;
-    record(name, QX_OK, time.count(), in, out);
+    auto const convert = [&]() -> _QX_RESULT {
+      call();
+      return QX_OK;
+    };
+    time_and_record(name, convert, in, out);
   }
 
   /// Announces a stage.
   void begin(const std::string &stage);
 
   /// Writes an interleaved picture, as a file of the caption's name with '_' for ' '.
-  void show(const std::string &caption, const Tensor &interleaved);
+  void show(const std::string &caption, const Tensor &interleaved, const std::string &note = "");
 
   /// Keeps a line of the ending summary.
   void report(const std::string &line) { findings_.push_back(line); }
 
-  const std::vector<Layer> &layers() const { return layers_; }
+  const Run &layers() const { return run_; }
   const std::vector<Picture> &pictures() const { return pictures_; }
 
   /// Path of an output file.
   std::string path(const std::string &file_name) const { return output_folder_ + "/" + file_name; }
 
-  void print_table() const;
   void print_findings() const;
 
   /// One line a layer: digest and name. Equal files mean equal results.
   void write_digests() const;
 
  private:
-  void record(const std::string &name, _QX_RESULT result, double milliseconds, const Tensor &in, const Tensor &out);
+  /// What the layer prints is kept from standard output and reported.
+  void time_and_record(const std::string &name, const std::function<_QX_RESULT()> &call, const Tensor &in,
+                       const Tensor &out);
 
   std::string output_folder_;
-  std::vector<Layer> layers_;
+  Run run_;
   std::vector<Picture> pictures_;
   std::vector<std::string> findings_;
 };
@@ -148,7 +142,7 @@ inline constexpr Order kKeep = {0, 1, 2, 3};
 Tensor permute(Demo &demo, const std::string &name, const Tensor &in, Order order, _NN_FMT out_format);
 
 /// Turns planes of bytes back into an interleaved picture and writes it.
-Tensor show_planes(Demo &demo, const std::string &caption, const Tensor &planes);
+Tensor show_planes(Demo &demo, const std::string &caption, const Tensor &planes, const std::string &note = "");
 
 enum class Pooling : uint32_t { kMaximum = 0, kAverage = 1, kGlobalAverage = 3 };
 
@@ -181,7 +175,8 @@ void score_stages(Demo &demo, const std::string &scores_path);
 /// Bends a picture and takes a strip of its lines in another order.
 void resampling_stages(Demo &demo, const Tensor &planes);
 
-/// Runs a detector's tail, with class scores that are computed from the picture, and draws the boxes.
+/// Runs a detector's tail, with class scores that are computed from the picture, and draws the boxes with their classes
+/// and scores.
 void detection_stages(Demo &demo, const Tensor &picture);
 
 }  // namespace demo

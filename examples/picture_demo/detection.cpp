@@ -5,11 +5,11 @@
 /// bright and even.
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstring>
 
 #include "demo.h"
+#include "lettering.h"
 
 namespace demo {
 
@@ -38,6 +38,12 @@ constexpr uint32_t kBoxes = (38 * 38 + 19 * 19) * kBoxesACell;
 
 struct Box {
   float left, top, right, bottom;
+};
+
+struct Found {
+  Box box;
+  uint32_t box_class;
+  float score;
 };
 
 /// What is known of a cell, in the format of kLogit.
@@ -212,7 +218,7 @@ Detections detect(Demo &demo, const Tensor &priors, const Tensor &scores, const 
 }
 
 /// The boxes of the class `kContrast` that are left of all.
-std::vector<Box> suppress(Demo &demo, const std::vector<Box> &boxes, const Tensor &scores) {
+std::vector<Found> suppress(Demo &demo, const std::vector<Box> &boxes, const Tensor &scores) {
   std::vector<_NN_NMS_OBJ> objects;
   for (uint32_t i = 0; i < kBoxes; ++i) {
     float score;
@@ -233,39 +239,70 @@ std::vector<Box> suppress(Demo &demo, const std::vector<Box> &boxes, const Tenso
 
   // In place; a score below 0 is the end.
   if (!objects.empty()) std::memcpy(objects.data(), out.bytes.data(), out.bytes.size());
-  std::vector<Box> kept;
+  std::vector<Found> kept;
   for (const _NN_NMS_OBJ &object : objects) {
     if (object.score < 0 || kept.size() == kMostKept) break;
-    kept.push_back({object.x1, object.y1, object.x2, object.y2});
+    kept.push_back({{object.x1, object.y1, object.x2, object.y2}, kContrast, object.score});
   }
   return kept;
 }
 
-using Colour = std::array<uint8_t, 3>;
-constexpr Colour kColours[kClasses] = {{}, {255, 210, 0}, {230, 0, 120}};
+struct Label {
+  const char *name;
+  Colour colour;
+};
+constexpr Label kLabels[kClasses] = {{"background", {}}, {"contrast", {255, 210, 0}}, {"bright", {255, 120, 200}}};
 
-/// Draws the frame of a box into an interleaved picture.
-void draw(Tensor &picture, const Box &box, const Colour &colour) {
+/// Draws the frame of a box into an interleaved picture and returns where its text begins: above it.
+Rectangle draw_frame(Tensor &picture, const Box &box, const Colour &colour) {
   int const width = picture.shape.height, height = picture.shape.channel;
-  int const line = std::max(1, std::min(width, height) / 160);
+  int const line = std::max(1, std::min(width, height) / 200);
   auto const place = [](float share, int extent) {
     return static_cast<int>(std::clamp(share, 0.0f, 1.0f) * static_cast<float>(extent - 1));
   };
-  int const left = place(box.left, width), right = place(box.right, width);
-  int const top = place(box.top, height), bottom = place(box.bottom, height);
-  for (int y = top; y <= bottom; ++y) {
-    for (int x = left; x <= right; ++x) {
-      bool const inside = x - left >= line && right - x >= line && y - top >= line && bottom - y >= line;
-      if (inside) continue;
-      std::copy(colour.begin(), colour.end(),
-                &picture.bytes[3 * (static_cast<size_t>(y) * picture.shape.height + static_cast<size_t>(x))]);
-    }
+  int const left = place(box.left, width), right = place(box.right, width) + 1;
+  int const top = place(box.top, height), bottom = place(box.bottom, height) + 1;
+  fill(picture, {left, top, right, top + line}, colour);
+  fill(picture, {left, bottom - line, right, bottom}, colour);
+  fill(picture, {left, top, left + line, bottom}, colour);
+  fill(picture, {right - line, top, right, bottom}, colour);
+  return {left, top, left, top};
+}
+
+/// Draws the frames of boxes into an interleaved picture, and above them their classes and scores, each where none is yet.
+void draw(Tensor &picture, const std::vector<Found> &boxes) {
+  int const width = picture.shape.height, height = picture.shape.channel;
+  int const dot = std::max(1, std::min(width, height) / 480);
+  int const text_height = dot * kTextHeight;
+  std::vector<Rectangle> places;
+  for (const Found &found : boxes) places.push_back(draw_frame(picture, found.box, kLabels[found.box_class].colour));
+
+  for (size_t i = 0; i < boxes.size(); ++i) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%s %.2f", kLabels[boxes[i].box_class].name, static_cast<double>(boxes[i].score));
+    Rectangle &place = places[i];
+    int const text_places = dot * (text_width(text) + 2);
+    place.left = std::clamp(place.left, 0, std::max(0, width - text_places));
+    place.right = place.left + text_places;
+    auto const is_taken = [&](const Rectangle &other) {
+      return place.left < other.right && other.left < place.right && place.top < other.bottom &&
+             other.top < place.bottom;
+    };
+    do {
+      place.bottom = place.top;
+      place.top -= text_height;
+    } while (place.top >= text_height &&
+             std::any_of(places.begin(), places.begin() + static_cast<ptrdiff_t>(i), is_taken));
+    place.top = std::max(0, place.top);
+    place.bottom = place.top + text_height;
+    fill(picture, place, kLabels[boxes[i].box_class].colour);
+    write_text(picture, place.left + dot, place.top + 2 * dot, width, dot, text, {0, 0, 0});
   }
 }
 
-/// Draws the boxes that were found and returns their number.
-uint32_t draw_detections(Tensor &picture, const Tensor &records) {
-  uint32_t count = 0;
+/// The boxes of the output records.
+std::vector<Found> found_in(const Tensor &records) {
+  std::vector<Found> boxes;
   for (uint32_t i = 0; i < (kClasses - 1) * kDetections; ++i) {
     struct {
       Box box;
@@ -273,10 +310,9 @@ uint32_t draw_detections(Tensor &picture, const Tensor &records) {
     } record;
     std::memcpy(&record, &records.bytes[i * sizeof record], sizeof record);
     if (record.score < 0) continue;  // a record that fills up
-    draw(picture, record.box, kColours[kContrast + i / kDetections]);
-    ++count;
+    boxes.push_back({record.box, kContrast + i / kDetections, record.score});
   }
-  return count;
+  return boxes;
 }
 
 }  // namespace
@@ -287,16 +323,17 @@ void detection_stages(Demo &demo, const Tensor &picture) {
   Tensor const priors = prior_boxes(demo, maps);
   Tensor const scores = confidences(demo, maps);
   Detections const found = detect(demo, priors, scores, locations(maps));
-  std::vector<Box> const kept = suppress(demo, found.decoded, scores);
+  std::vector<Found> const kept = suppress(demo, found.decoded, scores);
 
   Tensor boxes = picture;
-  uint32_t const count = draw_detections(boxes, found.records);
-  demo.show("boxes", boxes);
+  std::vector<Found> const records = found_in(found.records);
+  draw(boxes, records);
+  demo.show("boxes", boxes, "class and score, by detection output");
   Tensor more_boxes = picture;
-  for (const Box &box : kept) draw(more_boxes, box, kColours[kContrast]);
-  demo.show("boxes by nms", more_boxes);
-  demo.report(std::to_string(count) + " boxes of " + std::to_string(kBoxes) + " by detection output, " +
-              std::to_string(kept.size()) + " of much contrast by nms");
+  draw(more_boxes, kept);
+  demo.show("boxes by nms", more_boxes, "the class \"contrast\" alone, by nms");
+  demo.report("of " + std::to_string(kBoxes) + " boxes detection output found " + std::to_string(records.size()) +
+              ", nms " + std::to_string(kept.size()) + " of the class \"contrast\" alone");
 }
 
 }  // namespace demo

@@ -40,10 +40,11 @@ Tensor halve(Demo &demo, const std::string &name, const Tensor &in, Pooling mode
   return out;
 }
 
-void pyramid(Demo &demo, const std::string &name, const Tensor &planes, Pooling mode, Window window) {
+void pyramid(Demo &demo, const std::string &name, const Tensor &planes, Pooling mode, Window window,
+             const std::string &note) {
   Tensor level = planes;
   for (const char *size : {"1/2", "1/4", "1/8"}) level = halve(demo, name + " " + size, level, mode, window);
-  show_planes(demo, name, level);
+  show_planes(demo, name, level, note);
 }
 
 }  // namespace
@@ -64,9 +65,12 @@ Tensor pool_tiles(Demo &demo, const std::string &name, const Tensor &in, Pooling
 }
 
 void pooling_stages(Demo &demo, const Tensor &planes) {
-  pyramid(demo, "maximum", planes, Pooling::kMaximum, kTwoByTwo);
-  pyramid(demo, "average", planes, Pooling::kAverage, kThreeByThree);
-  pyramid(demo, "average without padding", planes, Pooling::kAverage, kThreeByThreeInside);
+  pyramid(demo, "maximum", planes, Pooling::kMaximum, kTwoByTwo, "an eighth of the size");
+  pyramid(demo, "average", planes, Pooling::kAverage, kThreeByThree, "dark edge: padding counts, as zeros");
+  pyramid(demo, "average without padding", planes, Pooling::kAverage, kThreeByThreeInside, "padding does not count");
+  demo.report(
+      "the dark edge of \"average\" is right: at the top and on the left its windows reach over the picture, and the");
+  demo.report("zeros of the padding count; in \"average without padding\" (non_count_pad) they do not");
 
   Tensor const means({1, 1, planes.shape.channel, planes.shape.batch}, planes.format);
   demo.run("pool: average of each plane", tarvu_pool_process, pool_block_of(planes, means, Pooling::kGlobalAverage),

@@ -31,9 +31,9 @@ Tensor permute(Demo &demo, const std::string &name, const Tensor &in, Order orde
   return out;
 }
 
-Tensor show_planes(Demo &demo, const std::string &caption, const Tensor &planes) {
-  Tensor interleaved = permute(demo, caption + " to interleaved", planes, kPlanesToInterleaved, planes.format);
-  demo.show(caption, interleaved);
+Tensor show_planes(Demo &demo, const std::string &caption, const Tensor &planes, const std::string &note) {
+  Tensor interleaved = permute(demo, "show " + caption, planes, kPlanesToInterleaved, planes.format);
+  demo.show(caption, interleaved, note);
   return interleaved;
 }
 
@@ -46,7 +46,7 @@ Tensor rearranging_stages(Demo &demo, const Tensor &picture) {
   // One plane above the other is a grey picture of three times the height.
   Tensor stacked = planes;
   stacked.shape = {1, planes.shape.width, static_cast<uint16_t>(planes.shape.height * planes.shape.channel), 1};
-  demo.show("planes", stacked);
+  demo.show("planes", stacked, "red, green and blue, one above the other");
   expect_same(show_planes(demo, "picture", planes), picture, "planes and back do not give the picture again");
 
   Tensor const mirrored = reverse(demo, "mirror along width", planes, 3, kByte);
@@ -59,14 +59,15 @@ Tensor rearranging_stages(Demo &demo, const Tensor &picture) {
 
   // One fraction bit more in as many bits doubles every value; what is brighter than half saturates.
   Tensor const doubled = reverse(demo, "double, flip along height", planes, 2, unsigned_format(1, 8));
-  show_planes(demo, "doubled and flipped", doubled);
+  show_planes(demo, "doubled and flipped", doubled, "what was brighter than half is saturated");
 
   // Wider and back loses nothing; three bits in between leave eight levels a colour.
   Tensor const wide = permute(demo, "8 to 16 bits", planes, kKeep, unsigned_format(8, 16));
   Tensor const narrow = permute(demo, "16 to 8 bits", wide, kKeep, kByte);
   expect_same(narrow, planes, "16 bits and back do not give the picture again");
   Tensor const coarse = permute(demo, "16 bits to 3 bits in 8", wide, kKeep, unsigned_format(-5, 8));
-  show_planes(demo, "eight levels", permute(demo, "3 bits in 8 to 8 bits", coarse, kKeep, kByte));
+  show_planes(demo, "eight levels", permute(demo, "3 bits in 8 to 8 bits", coarse, kKeep, kByte),
+              "three bits a colour are left");
   return planes;
 }
 

@@ -129,7 +129,7 @@ void resampling_stages(Demo &demo, const Tensor &planes) {
       static_cast<uint16_t>(small.shape.height > 8 ? (small.shape.height + 7) / 8 * 8 : small.shape.height);
   Tensor const grid = lens(width, small.shape.channel, small.shape.height, small.shape.channel);
   Tensor const bent = sample(demo, "lens", small, grid);
-  demo.show("lens", permute(demo, "lens to interleaved, 8 bits", bent, kPlanesToInterleaved, kByte));
+  demo.show("lens", permute(demo, "show lens, in 8 bits", bent, kPlanesToInterleaved, kByte));
 
   // The middle third of the lines: every eighth of them, then every eighth from the second on, and so forth.
   std::vector<uint16_t> order;

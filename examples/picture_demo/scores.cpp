@@ -159,7 +159,8 @@ void score_stages(Demo &demo, const std::string &scores_path) {
     line += text;
   }
   demo.report(line);
-  demo.show("scores", chart_of(scores, classes));
+  demo.show("scores", chart_of(scores, classes),
+            "of " + std::to_string(scores.shape.width) + " classes, the five largest in red");
 }
 
 }  // namespace demo
