@@ -3,6 +3,15 @@
 
 include(CMakePackageConfigHelpers)
 
+# The name of the processor in the version file of the CMake package.
+if(TARVU_ARM64)
+  set(TARVU_MACHINE arm64)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
+  set(TARVU_MACHINE x86-64)
+else()
+  string(TOLOWER "${CMAKE_SYSTEM_PROCESSOR}" TARVU_MACHINE)
+endif()
+
 # One set of rules, with the library in `libdir` below the prefix; `component_prefix` goes in front of the components' names.
 # Further arguments go to each rule.
 function(tarvu_install_rules libdir component_prefix)
@@ -19,6 +28,9 @@ function(tarvu_install_rules libdir component_prefix)
   configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/tarvu-config.cmake.in ${generated}/tarvu-config.cmake
                                 INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO)
   write_basic_package_version_file(${generated}/tarvu-config-version.cmake COMPATIBILITY SameMajorVersion)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/version_of_machine.cmake.in ${generated}/version_of_machine.cmake @ONLY)
+  file(READ ${generated}/version_of_machine.cmake version_of_machine)
+  file(APPEND ${generated}/tarvu-config-version.cmake "${version_of_machine}")
   install(FILES ${generated}/tarvu-config.cmake ${generated}/tarvu-config-version.cmake
           DESTINATION ${package_dir} ${development})
   install(EXPORT ${component_prefix}tarvu_targets FILE tarvu-targets.cmake NAMESPACE tarvu:: DESTINATION ${package_dir}
