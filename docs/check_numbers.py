@@ -1,4 +1,4 @@
-"""Holds the worked numbers of docs/pages against the library: each row of a checked table is a call."""
+"""Holds the worked numbers of docs/pages and docs/operators against the library: each row of a checked table is a call."""
 
 import argparse
 import ctypes
@@ -156,6 +156,24 @@ def check_pool(library, _, row):
                   kernel_h=1, stride_w=1, stride_h=1)
     assert library.call("tarvu_pool_process", block.memory) == 0
     return row[:4] + [str(out.raw[0])]
+
+
+def check_columns(library, _, row):
+    """The written elements of a line of one window's height, where nothing was before."""
+    width, kernel, step, pads, floor_mode, _ = row
+    left, right = numbers(pads)
+    written = set()
+    for filling in (0x5A, 0xC3):
+        out = buffer(bytes([filling]) * 256)
+        line = buffer(bytes(range(256)))
+        block = Block(library.layouts, "_NN_POOL_PARM", in_addr=line, out_addr=out, width=int(width), height=1, channel=1, batch=1,
+                      in_fmt=fmt_bytes("(0, 8, 0)"), out_fmt=fmt_bytes("(0, 8, 0)"), in_scale=scale_bytes("1/2^0"),
+                      out_scale=scale_bytes("1/2^0"), kernel_w=int(kernel), kernel_h=1, stride_w=int(step), stride_h=1,
+                      pad_left=left, pad_right=right, floor_mode=int(floor_mode))
+        assert library.call("tarvu_pool_process", block.memory) == 0
+        written |= {at for at, byte in enumerate(out.raw) if byte != filling}
+    assert written == set(range(len(written)))
+    return row[:5] + [str(len(written))]
 
 
 def layout_bytes(library, settings):
@@ -327,24 +345,24 @@ def check_scratch(library, _, row):
 
 CHECKS = {"value": check_value, "type": check_type, "reformat": check_reformat, "to_integer": check_to_integer,
           "rounding": check_rounding, "zero_point": check_zero_point, "pool": check_pool, "layout": check_layout,
-          "scratch": check_scratch}
+          "columns": check_columns, "scratch": check_scratch}
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--library", required=True)
     parser.add_argument("--layouts", required=True, help="table of record layouts")
-    parser.add_argument("--pages", required=True, help="folder")
+    parser.add_argument("--pages", required=True, nargs="+", help="folders")
     arguments = parser.parse_args()
     library = Library(arguments.library)
     library.layouts = interface.record_layouts(interface.read(arguments.layouts))
     kinds = set()
     rows = wrong = 0
-    for path in sorted(glob.glob(os.path.join(arguments.pages, "*.md"))):
+    for path in [path for folder in arguments.pages for path in sorted(glob.glob(os.path.join(folder, "*.md")))]:
         for kind, settings, titles, table in interface.tables(interface.read(path)):
             kinds.add(kind)
             if kind == "layout":
-                wrong += check_picture(library, os.path.join(arguments.pages, "layout.svg"), settings)
+                wrong += check_picture(library, os.path.join(os.path.dirname(path), "layout.svg"), settings)
             for row in table:
                 found = CHECKS[kind](library, titles, row, *([settings] if settings else []))
                 rows += 1

@@ -10,7 +10,8 @@ import sys
 
 import interface
 
-PARTS = ["In short", "Computes", "Scratch bytes", "Blocks and tails", "Refuses", "Offset", "Example"]
+PARTS = ["Formula", "In short", "Computes", "Scratch bytes", "Blocks and tails", "Refuses", "What to set", "If it stays 0", "Output",
+         "Element types", "Offset", "Example"]
 
 
 def words_of(page):

@@ -1,7 +1,8 @@
 """Makes the pages of the reference from docs/operators and docs/pages.
 
 Lines of its own that it replaces: `@offsets RECORD` by the record's table of byte offsets, which are those that the tests hold
-against the compiled header; `@example NAME` by that part of docs/examples; `@program FILE` by a program of examples/; `@groups`
+against the compiled header; `@unread RECORD` by the fields that the operator does not read, where the table of the page has to
+name all others; `@example NAME` by that part of docs/examples; `@program FILE` by a program of examples/; `@groups`
 by the list of all groups. Within a line, `@scratch GROUP` is replaced by the bytes of the scratch page.
 """
 
@@ -30,6 +31,16 @@ def examples(folder):
     return found
 
 
+def unread_fields(fields):
+    """What a caller need not set, in one sentence. Fields without a name of their own go without saying."""
+    names = [f"`{name}`" for _, name, _, comment in fields if is_unread(name, comment) and not name.startswith("reserved")]
+    return f"Not read, so that anything may stand there, 0 too: {', '.join(names)}." if names else "Every field is read."
+
+
+def is_unread(name, comment):
+    return name.startswith("reserved") or comment.startswith(("not read", "no effect"))
+
+
 def offsets_table(record, fields, layout):
     size, places = layout
     lines = [f"### {record}, {size} bytes", "", "| Offset | Bytes | Field | Type | |", "|---:|---:|---|---|---|"]
@@ -56,6 +67,7 @@ class Pages:
         (_, _, _, rows), = interface.tables(scratch_page)
         self.scratch = {row[0].split()[-1]: row[1] for row in rows}
         self.used = set()
+        self.pictures = {os.path.basename(path) for path in glob.glob(os.path.join(self.docs, "pictures", "*.svg"))}
 
     def take(self, kind, name, values):
         if name not in values:
@@ -65,12 +77,22 @@ class Pages:
 
     def expand(self, text):
         text = re.sub(r"@scratch (\w+)", lambda match: self.take("scratch", match[1], self.scratch), text)
+        for picture in re.findall(r"^!\[.+\]\((.+)\)$", text, flags=re.MULTILINE):
+            self.used.add(("picture", picture))
         replaced = []
         for line in text.splitlines():
             command, _, name = line.partition(" ")
             if command == "@offsets":
                 fields = self.take("record", name, self.records)
                 line = offsets_table(name, fields, self.layouts[name])
+            elif command == "@unread":
+                fields = self.take("record", name, self.records)
+                table = text.partition("## What to set\n")[2].partition("\n## ")[0]
+                unnamed = [field for _, field, _, comment in fields
+                           if not is_unread(field, comment) and f"`{field}`" not in table]
+                if unnamed:
+                    raise interface.Malformed(f"{name}: nothing is said of setting {unnamed}")
+                line = unread_fields(fields)
             elif command == "@example":
                 line = self.take("example", name, self.examples)
             elif command == "@program":
@@ -94,7 +116,8 @@ class Pages:
     def unused(self):
         """What no page shows."""
         given = {("record", name) for name in self.records} | {("example", name) for name in self.examples}
-        return (given | {("scratch", name) for name in self.scratch}) - self.used
+        given |= {("scratch", name) for name in self.scratch} | {("picture", name) for name in self.pictures}
+        return given - self.used
 
 
 def main():

@@ -40,6 +40,52 @@ static void detection_output(void) {
   //! [detection_output]
 }
 
+static void detection_records(void) {
+  //! [detection_records]
+  enum { kPriors = 2, kClasses = 3, kMost = 5 };  // class 0 is the background
+  const float priors[2 * kPriors][4] = {{0.0f, 0.0f, 0.25f, 0.25f}, {0.5f, 0.5f, 1.0f, 1.0f}};  // variances of 0
+  const float locations[kPriors][4] = {{0.0f}},
+              confidences[kPriors][kClasses] = {{0.25f, 0.0f, 0.75f}, {0.0f, 0.5f, 0.5f}};
+  float out[kMost * kClasses][5];
+  float scratch[((40 + 4 * kClasses + 88) * kPriors + 24 * 4) / sizeof(float)];
+  _NN_DETOUT_PARM layer = {0};
+  layer.loc_addr = (uintptr_t)locations;
+  layer.conf_addr = (uintptr_t)confidences;
+  layer.prior_addr = (uintptr_t)priors;
+  layer.out_addr = (uintptr_t)out;
+  layer.work_buffer = (uintptr_t)scratch;
+  layer.batch = 1;
+  layer.loc_fmt = format(0, 31, 1);  // floats
+  layer.num_classes = kClasses;
+  layer.num_priors = kPriors;
+  layer.share_location = 1;
+  layer.code_type = 1;  // corners
+  layer.keep_top_k = kMost;
+  layer.confidence_threshold = 0.375f;
+  layer.nms_threshold = 0.5f;
+  IS(tarvu_detout_process(&layer), QX_OK);
+  int boxes[kClasses - 1];
+  for (int i = 0; i < kClasses - 1; ++i) {
+    const float(*records)[5] = &out[5 * i];
+    for (boxes[i] = 0; boxes[i] < kMost && records[boxes[i]][4] >= 0.0f;) ++boxes[i];
+  }
+  GIVES(boxes, 1, 2);                                // classes 1 and 2
+  GIVES(out[5], 0.0f, 0.0f, 0.25f, 0.25f, 0.75f);    // the best of class 2
+  GIVES(out[7], -1.0f, -1.0f, -1.0f, -1.0f, -1.0f);  // fills up
+
+  // More than five boxes a class: one class at a time, its confidences one behind the other.
+  const float class_2[kPriors] = {0.75f, 0.5f};
+  layer.conf_addr = (uintptr_t)class_2;
+  layer.num_classes = 1;
+  layer.background_label_id = -1;
+  layer.keep_top_k = 10;
+  IS(tarvu_detout_process(&layer), QX_OK);
+  int count = 0;
+  while (count < 10 && out[count][4] > 0.0f) ++count;
+  IS(count, 2);
+  //! [detection_records]
+}
+
 static void nms(void) {
   //! [nms]
   _NN_NMS_OBJ boxes[3] = {
@@ -57,5 +103,6 @@ static void nms(void) {
 void detection_examples(void) {
   priorbox();
   detection_output();
+  detection_records();
   nms();
 }
