@@ -54,8 +54,89 @@ missing_of() {
   done
 }
 
+# expect_writable <folder below the tree>: makes it if it is not there.
+expect_writable() {
+  mkdir -p "$1" 2>/dev/null && probe=$(mktemp "$1/.writable.XXXXXX" 2>/dev/null) && rm -f "$probe" ||
+    fail "nothing can be written to $root/$1; make it yours, or use a copy of the tree."
+}
+
+# Seconds between two lines that tell how far a step is.
+tell_every=${TARVU_TELL_EVERY:-15}
+
+# tell_progress <command> <log>: tells again and again what the command makes of the log, until it is ended; on a terminal, if
+# nothing else is printed meanwhile, in one line.
+tell_progress() {
+  seconds=0
+  lines=-1
+  while sleep 1 && kill -0 $$ 2>/dev/null; do
+    seconds=$((seconds + 1))
+    if [ -t 1 ] && [ "$alone" = yes ]; then
+      printf '\r   %s, %s s\033[K' "$("$1" "$2")" $seconds
+    elif [ $((seconds % tell_every)) -eq 0 ]; then
+      before=$lines
+      lines=$(wc -l <"$2")
+      [ "$alone" = no ] && [ "$lines" -ne "$before" ] || printf '   %s, %s s\n' "$("$1" "$2")" $seconds
+    fi
+  done
+}
+
+# with_progress <command that tells how far the log is> <log> <command ...>: the status of the latter, which fills the log.
+with_progress() {
+  how_far=$1
+  log=$2
+  shift 2
+  : >"$log"
+  tell_progress "$how_far" "$log" &
+  teller=$!
+  status=0
+  "$@" || status=$?
+  kill $teller 2>/dev/null && wait $teller 2>/dev/null || :
+  if [ -t 1 ] && [ "$alone" = yes ]; then printf '\r\033[K'; fi
+  return $status
+}
+
+# What apt-get has done so far.
+packages_so_far() {
+  awk '
+    /newly installed/ { all = $1 + $3; fetched = 0 }
+    /^Get:/ { ++fetched }
+    /^Unpacking / { ++unpacked }
+    /^Setting up / { ++ready }
+    END {
+      if (!all) print "reading the lists of packages"
+      else if (ready) printf "%d of %d packages are set up\n", ready, all
+      else if (unpacked) printf "%d of %d packages are unpacked\n", unpacked, all
+      else printf "%d of %d packages are fetched\n", fetched, all
+    }' "$1"
+}
+
+# What CTest has done so far, and what is running.
+tests_so_far() {
+  awk '
+    /^ *Start +[0-9]+: / { running[$NF] = 1 }
+    /^ *[0-9]+\/[0-9]+ Test +#[0-9]+: / {
+      split($1, of, "/")
+      sub(/^[^:]*: */, "")
+      delete running[$1]
+      done = of[1]
+      all = of[2]
+    }
+    END {
+      printf "%d of %s tests are done; running:", done, all ? all : "all"
+      for (test in running) printf " %s", test
+      print ""
+    }' "$1"
+}
+
+# install_packages <package ...>, with output in $log
+install_packages() {
+  { $as_root apt-get update -q && $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -q -y \
+    --no-install-recommends "$@"; } >"$log" 2>&1
+}
+
 # install_missing <pairs>
 install_missing() {
+  expect_writable build
   missing=$(missing_of "$@")
   if [ -n "$missing" ]; then
     command -v apt-get >/dev/null 2>&1 || fail "these packages are missing and there is no apt-get to install them: $missing"
@@ -63,16 +144,18 @@ install_missing() {
     if [ "$(id -u)" -ne 0 ]; then
       command -v sudo >/dev/null 2>&1 || fail "these packages are missing and need root or sudo to be installed: $missing"
       as_root=sudo
+      sudo true || fail "these packages are missing and sudo does not let you install them: $missing"
     fi
     say "installing $missing"
+    log=$(mktemp)
+    alone=yes
     # shellcheck disable=SC2086 # a list of words
-    { $as_root apt-get update -q && $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -q -y \
-      --no-install-recommends $missing; } >build_install.log 2>&1 || {
-      tail -n 5 build_install.log >&2
-      rm -f build_install.log
+    with_progress packages_so_far "$log" install_packages $missing || {
+      tail -n 5 "$log" >&2
+      rm -f "$log"
       fail "apt-get could not install $missing"
     }
-    rm -f build_install.log
+    rm -f "$log"
     missing=$(missing_of "$@")
     [ -z "$missing" ] || fail "these packages are installed, but what is needed of them is still not there: $missing"
   fi
@@ -83,12 +166,29 @@ install_missing() {
 build_preset() {
   preset=$1
   shift
+  expect_writable "build/$preset"
   say "$preset: configure"
-  mkdir -p "build/$preset"
-  cmake --preset "$preset" >"build/$preset/configure.log" 2>&1 || {
-    cat "build/$preset/configure.log" >&2
+  log=build/$preset/configure.log
+  rm -f "$log"
+  cmake --preset "$preset" >"$log" 2>&1 || {
+    cat "$log" >&2
     fail "the $preset build could not be configured."
   }
   say "$preset: build"
   cmake --build --preset "$preset" -j "$jobs" "$@" || fail "the $preset build failed."
+}
+
+# run_ctest <preset>: its lines go to standard output and to $log.
+run_ctest() {
+  { ctest --preset "$1" -j "$jobs" 2>&1 || echo "$?" >"$log.status"; } | tee "$log"
+  [ ! -e "$log.status" ]
+}
+
+# test_preset <preset>
+test_preset() {
+  say "$1: test"
+  log=build/$1/test.log
+  rm -f "$log.status"
+  alone=no
+  with_progress tests_so_far "$log" run_ctest "$1" || fail "tests failed in the $1 build; what they printed is in $log."
 }
