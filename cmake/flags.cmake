@@ -64,9 +64,14 @@ target_compile_options(tarvu_product_warnings INTERFACE -Wpedantic -Wcast-qual -
                                                         -Wvla $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>)
 target_link_libraries(tarvu_product_warnings INTERFACE tarvu_warnings)
 
-add_library(tarvu_shared_link INTERFACE)
-target_link_options(tarvu_shared_link INTERFACE -Wl,-Bsymbolic-functions -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack
+# What all shared libraries of this tree are linked with.
+add_library(tarvu_library_link INTERFACE)
+target_link_options(tarvu_library_link INTERFACE -Wl,-Bsymbolic-functions -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack
                     -Wl,--as-needed)
 if(NOT TARVU_INSTRUMENTED)
-  target_link_options(tarvu_shared_link INTERFACE -static-libstdc++ -static-libgcc -Wl,-z,defs)
+  target_link_options(tarvu_library_link INTERFACE -static-libstdc++ -static-libgcc -Wl,-z,defs)
 endif()
+
+# cmake/exports.cmake adds the list of what libtarvu exports.
+add_library(tarvu_shared_link INTERFACE)
+target_link_libraries(tarvu_shared_link INTERFACE tarvu_library_link)
