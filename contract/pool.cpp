@@ -104,6 +104,15 @@ Runs runs_of(const Windows &windows, int64_t displaced) {
   return runs;
 }
 
+/// Columns between windows, and in front of the first one that holds an element, are loaded with their line.
+Run loaded_columns(const Windows &columns, int32_t column_limit, const Runs &runs) {
+  const int32_t reached =
+      columns.has_extra(column_limit) ? columns.extent : columns.inner * columns.stride - columns.pad + columns.kernel;
+  int32_t start = 0;
+  for (uint32_t i = 0; i < runs.count; ++i) start = std::min(start, runs.runs[i].start);
+  return {start, std::min(columns.extent, reached) - start, 1, 0, 0};
+}
+
 /// Kept: the second line of windows starts at a product of 32 bits.
 uint32_t second_line_of(const _NN_POOL_PARM &block) {
   return block.in_line_ofs * static_cast<uint32_t>(block.stride_h - block.pad_top);
@@ -159,24 +168,16 @@ void local_ranges(const _NN_POOL_PARM &block, RangeSink &sink) {
   const Windows lines = lines_of(block);
   const Runs column_runs = runs_of(columns, 0);
   const Runs line_runs = runs_of(lines, int64_t{second_line_of(block)} - true_second_line_of(block));
-  // Columns between windows, and in front of the first one with an element, are loaded with their line.
-  Run all_columns = {0, 0, 1, 0, 0};
-  int32_t end = 0;
-  for (uint32_t i = 0; i < column_runs.count; ++i) {
-    const Run &run = column_runs.runs[i];
-    all_columns.start = std::min(all_columns.start, run.start);
-    end = std::max(end, run.start + (run.windows - 1) * run.stride + run.run);
-  }
-  all_columns.run = end - all_columns.start;
-  const bool has_gaps = column_runs.count > 1 || (column_runs.count == 1 && column_runs.runs[0].run != all_columns.run);
+  const bool clears = clears_output(block);
+  const int32_t column_limit = clears ? block.width + block.pad_right : block.width;
+  const Run all_columns = loaded_columns(columns, column_limit, column_runs);
+  const bool has_gaps = all_columns.run > 0 && (column_runs.count != 1 || column_runs.runs[0].run != all_columns.run);
   for (uint32_t k = 0; k < line_runs.count; ++k) {
     for (uint32_t i = 0; i < column_runs.count; ++i) {
       add_input(sink, block, column_runs.runs[i], line_runs.runs[k], true);
     }
     if (has_gaps) add_input(sink, block, all_columns, line_runs.runs[k], false);
   }
-  const bool clears = clears_output(block);
-  const int32_t column_limit = clears ? block.width + block.pad_right : block.width;
   const int32_t line_limit = clears ? block.height + block.pad_bottom : block.height;
   const uint32_t column_count = columns.count(column_limit);
   const uint32_t line_count = lines.count(line_limit);
