@@ -101,7 +101,7 @@ uint64_t address_of(const std::shared_ptr<T[]> &buffer) {
 /// A call that was refused has nothing to measure.
 inline void expect_ok(_QX_RESULT result) {
   if (result == QX_OK) return;
-  std::fprintf(stderr, "tarvu_bench: a measured call returned %d\n", static_cast<int>(result));
+  std::fprintf(stderr, "a measured call returned %d\n", static_cast<int>(result));
   std::exit(1);
 }
 

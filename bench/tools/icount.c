@@ -8,7 +8,8 @@
 ///   icount total=N vec=N ld=N st=N br=N other=N
 /// by class of the A64 encoding: vec is SIMD and floating-point data processing; ld and st are loads and stores of
 /// any register, one for each instruction; br is branches, exceptions and system. With dump=1 the 40 hottest blocks
-/// follow, with the symbol that each lies in, and with code=1 also the words of their instructions.
+/// follow, with the symbol that each lies in, and with code=1 also the words of their instructions. With counts=1 the line
+/// is "icount total=N" alone, which takes the emulator a fifth of the time.
 ///
 /// Distributions build the emulator with plugins but do not ship the header, so what is used of it is declared here.
 #include <inttypes.h>
@@ -25,6 +26,7 @@ typedef void (*block_translated)(qemu_plugin_id_t, struct qemu_plugin_tb *);
 typedef void (*code_executed)(unsigned, void *);
 void qemu_plugin_register_vcpu_tb_trans_cb(qemu_plugin_id_t, block_translated);
 void qemu_plugin_register_vcpu_tb_exec_cb(struct qemu_plugin_tb *, code_executed, int flags, void *);
+void qemu_plugin_register_vcpu_tb_exec_inline(struct qemu_plugin_tb *, int operation, void *, uint64_t);
 void qemu_plugin_register_vcpu_insn_exec_cb(struct qemu_plugin_insn *, code_executed, int flags, void *);
 size_t qemu_plugin_tb_n_insns(const struct qemu_plugin_tb *);
 struct qemu_plugin_insn *qemu_plugin_tb_get_insn(const struct qemu_plugin_tb *, size_t);
@@ -38,7 +40,7 @@ TARVU_PLUGIN_EXPORT int qemu_plugin_version = 1;
 TARVU_PLUGIN_EXPORT int qemu_plugin_install(qemu_plugin_id_t id, const void *info, int argc, char **argv);
 
 enum { kVector, kLoad, kStore, kBranch, kOther, kClasses };
-enum { kHottestBlocks = 40, kLineBytes = 256, kSymbolBytes = 64 };
+enum { kAddInline = 0, kHottestBlocks = 40, kLineBytes = 256, kSymbolBytes = 64 };
 
 /// A translated run of instructions that is entered at its top only.
 struct block {
@@ -55,9 +57,11 @@ static const char *begin_symbol = "bench_mark_begin";
 static const char *end_symbol = "bench_mark_end";
 static bool dump_blocks;
 static bool keep_code;
+static bool only_counts;
 static bool counting;
 static struct block *all_blocks;
 static uint64_t total;
+static uint64_t executed;  // by only_counts, since the program began
 static uint64_t total_of_class[kClasses];
 
 static uint32_t bits(uint32_t word, unsigned first, unsigned count) { return (word >> first) & ((1u << count) - 1u); }
@@ -125,6 +129,7 @@ static void section_begins(unsigned processor, void *data) {
   (void)processor;
   (void)data;
   counting = true;
+  executed = 0;
 }
 
 static void section_ends(unsigned processor, void *data) {
@@ -133,6 +138,11 @@ static void section_ends(unsigned processor, void *data) {
   if (!counting) return;
   counting = false;
   char line[kLineBytes];
+  if (only_counts) {
+    snprintf(line, sizeof line, "icount total=%" PRIu64 "\n", executed);
+    qemu_plugin_outs(line);
+    return;
+  }
   snprintf(line, sizeof line,
            "icount total=%" PRIu64 " vec=%" PRIu64 " ld=%" PRIu64 " st=%" PRIu64 " br=%" PRIu64 " other=%" PRIu64 "\n",
            total, total_of_class[kVector], total_of_class[kLoad], total_of_class[kStore], total_of_class[kBranch],
@@ -144,8 +154,20 @@ static void section_ends(unsigned processor, void *data) {
   memset(total_of_class, 0, sizeof total_of_class);
 }
 
+static void watch_for_marks(struct qemu_plugin_insn *first) {
+  const char *symbol = qemu_plugin_insn_symbol(first);
+  if (symbol == NULL) return;
+  if (strcmp(symbol, begin_symbol) == 0) qemu_plugin_register_vcpu_insn_exec_cb(first, section_begins, 0, NULL);
+  if (strcmp(symbol, end_symbol) == 0) qemu_plugin_register_vcpu_insn_exec_cb(first, section_ends, 0, NULL);
+}
+
 static void block_is_translated(qemu_plugin_id_t id, struct qemu_plugin_tb *translated) {
   (void)id;
+  if (only_counts) {
+    watch_for_marks(qemu_plugin_tb_get_insn(translated, 0));
+    qemu_plugin_register_vcpu_tb_exec_inline(translated, kAddInline, &executed, qemu_plugin_tb_n_insns(translated));
+    return;
+  }
   struct block *b = calloc(1, sizeof *b);
   if (b == NULL) abort();
   const size_t count = qemu_plugin_tb_n_insns(translated);
@@ -162,11 +184,8 @@ static void block_is_translated(qemu_plugin_id_t id, struct qemu_plugin_tb *tran
   struct qemu_plugin_insn *first = qemu_plugin_tb_get_insn(translated, 0);
   b->address = qemu_plugin_insn_vaddr(first);
   const char *symbol = qemu_plugin_insn_symbol(first);
-  if (symbol != NULL) {
-    strncpy(b->symbol, symbol, sizeof b->symbol - 1);
-    if (strcmp(symbol, begin_symbol) == 0) qemu_plugin_register_vcpu_insn_exec_cb(first, section_begins, 0, NULL);
-    if (strcmp(symbol, end_symbol) == 0) qemu_plugin_register_vcpu_insn_exec_cb(first, section_ends, 0, NULL);
-  }
+  if (symbol != NULL) strncpy(b->symbol, symbol, sizeof b->symbol - 1);
+  watch_for_marks(first);
   qemu_plugin_register_vcpu_tb_exec_cb(translated, block_executed, 0, b);
 }
 
@@ -179,6 +198,8 @@ int qemu_plugin_install(qemu_plugin_id_t id, const void *info, int argc, char **
       end_symbol = strdup(argv[i] + 4);
     } else if (strcmp(argv[i], "dump=1") == 0 || strcmp(argv[i], "dump=on") == 0) {
       dump_blocks = true;
+    } else if (strcmp(argv[i], "counts=1") == 0 || strcmp(argv[i], "counts=on") == 0) {
+      only_counts = true;
     } else if (strcmp(argv[i], "code=1") == 0 || strcmp(argv[i], "code=on") == 0) {
       keep_code = true;
     } else {

@@ -36,7 +36,7 @@ Made by `scripts/bench`; do not edit. Each workload is held against a plain scal
 - arm64: instructions executed for each unit, counted under the emulator between two marks round the second of two
   calls. The count is exact and repeatable.
 
-`bench/goals.csv` holds the goals and the figures that they come from. The host's goal is the ratio of the best peer to
+[The sweep](sweep.md) counts many small shapes of every operator. `bench/goals.csv` holds the goals and the figures that they come from. The host's goal is the ratio of the best peer to
 the plain loop where the peer's layout is the same, twice that where it is another; there is none where one of the two
 is not known.
 """
