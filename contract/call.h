@@ -115,6 +115,9 @@ inline void add(FindingSink &sink, const Refusal &refusal) {
   add(sink, *refusal.id, refusal.field, refusal.value, refusal.line, refusal.result);
 }
 
+/// Says what is wrong with the address of a range: null, not aligned, or too near the end of memory.
+void check_address(FindingSink &sink, const Range &range);
+
 /// A growing text; what has no room is counted all the same.
 struct Text {
   char *to;

@@ -47,17 +47,6 @@ size_t ranges_of(const Question &question, size_t first, Range *ranges, size_t r
 /// Numbers in findings have 64 bits.
 int64_t saturated(Wide number) { return static_cast<int64_t>(std::clamp(number, Wide{INT64_MIN}, Wide{INT64_MAX})); }
 
-void check_address(FindingSink &sink, const Range &range) {
-  const Wide span = span_of(range);
-  const Wide start = start_of(range);
-  const auto value = static_cast<int64_t>(range.address);
-  if (range.address == 0) return add(sink, kNullAddress, range.field, 0, {saturated(span), 0, 0});
-  if (range.alignment > 1 && range.address % range.alignment != 0) {
-    add(sink, kMisaligned, range.field, value, {range.alignment, 0, 0});
-  }
-  if (start < 0 || start + span > Wide{UINT64_MAX} + 1) add(sink, kEndOfMemory, range.field, value);
-}
-
 void check_steps(FindingSink &sink, const Range &range) {
   Wide bytes;
   const tarvu_contract_extent *extent = folded_extent(range, bytes);
@@ -118,6 +107,17 @@ void check_records(FindingSink &sink, const Question &question) {
 }
 
 }  // namespace
+
+void check_address(FindingSink &sink, const Range &range) {
+  const Wide span = span_of(range);
+  const Wide start = start_of(range);
+  const auto value = static_cast<int64_t>(range.address);
+  if (range.address == 0) return add(sink, kNullAddress, range.field, 0, {saturated(span), 0, 0});
+  if (range.alignment > 1 && range.address % range.alignment != 0) {
+    add(sink, kMisaligned, range.field, value, {range.alignment, 0, 0});
+  }
+  if (start < 0 || start + span > Wide{UINT64_MAX} + 1) add(sink, kEndOfMemory, range.field, value);
+}
 
 void check_reformat(FindingSink &sink, const _NN_FMT &in, const _NN_FMT &out) {
   if (std::memcmp(&in, &out, sizeof in) == 0) return;

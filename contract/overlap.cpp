@@ -94,19 +94,36 @@ Overlap overlap_of(const Range &a, const Range &b) {
   return compare(places_of(a), places_of(b), left);
 }
 
-const tarvu_contract_extent *folded_extent(const Range &range, Wide &bytes) {
-  const tarvu_contract_extent *sorted[TARVU_CONTRACT_EXTENTS];
-  uint32_t count = 0;
+namespace {
+
+/// Whether some place lies within another one, taken by the length of the steps.
+bool is_folded(const Range &range) {
+  const Places places = places_of(range);
+  Wide elements = 1;
   for (uint32_t i = 0; i < range.extent_count; ++i) {
-    if (range.extents[i].count == 1) continue;
-    uint32_t at = count++;
-    for (; at != 0 && sorted[at - 1]->step > range.extents[i].step; --at) sorted[at] = sorted[at - 1];
-    sorted[at] = range.extents + i;
+    if (range.extents[i].count != 1 && range.extents[i].step == 0) return true;
+    elements *= range.extents[i].count;
   }
+  Wide runs = 1;
+  for (uint32_t i = 0; i < places.count; ++i) runs *= places.extents[i].count;
+  if (elements * range.element_bytes != runs * places.element) return true;
+  Wide bytes = places.element;
+  for (uint32_t i = 0; i < places.count; ++i) {
+    if (places.extents[i].step < bytes) return true;
+    bytes += (places.extents[i].count - 1) * places.extents[i].step;
+  }
+  return false;
+}
+
+}  // namespace
+
+const tarvu_contract_extent *folded_extent(const Range &range, Wide &bytes) {
   bytes = range.element_bytes;
-  for (uint32_t i = 0; i < count; ++i) {
-    if (sorted[i]->step < bytes) return sorted[i];
-    bytes += Wide{sorted[i]->count - 1} * sorted[i]->step;
+  for (uint32_t i = 0; i < range.extent_count; ++i) {
+    const tarvu_contract_extent &extent = range.extents[i];
+    // A step may be shorter than the inner ones together and step between their places, as in a permuted tensor.
+    if (extent.count != 1 && extent.step < bytes) return is_folded(range) ? &extent : nullptr;
+    bytes += Wide{extent.count - 1} * extent.step;
   }
   return nullptr;
 }

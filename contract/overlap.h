@@ -19,7 +19,8 @@ enum class Overlap { kNone, kPossible, kCertain };
 /// lie apart; kPossible where finding out would take long.
 Overlap overlap_of(const Range &a, const Range &b);
 
-/// The extent whose step is smaller than what one place of it holds, the inner extents together; null if there is none.
+/// The innermost extent whose step is smaller than what the extents inside it hold together, `bytes`, so that places lie over
+/// each other; null if none do.
 const tarvu_contract_extent *folded_extent(const Range &range, Wide &bytes);
 
 }  // namespace contract

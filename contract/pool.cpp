@@ -75,6 +75,12 @@ void add_run(Runs &to, const Run &run) {
       last.run = end - last.start;
       return;
     }
+    const bool follows = last.start + run.stride == run.start && last.run == run.run;
+    if (follows && run.stride > 0 && last.windows == 1 && run.displaced == last.displaced) {
+      last.windows += run.windows;
+      last.stride = run.stride;
+      return;
+    }
   }
   to.runs[to.count++] = run;
 }

@@ -40,8 +40,9 @@ inline std::string ids_of(const tarvu_contract_call &call) {
   return ids;
 }
 
-#define EXPECT_FOUND(call, id) EXPECT_STREQ(contract_test::finding_of(call, id).id, id) << contract_test::ids_of(call)
-#define EXPECT_NOT_FOUND(call, id) EXPECT_STREQ(contract_test::finding_of(call, id).id, "none") << "found: " << id
+#define EXPECT_FOUND(call, wanted) \
+  EXPECT_STREQ(contract_test::finding_of(call, wanted).id, wanted) << contract_test::ids_of(call)
+#define EXPECT_NOT_FOUND(call, unwanted) EXPECT_STREQ(contract_test::finding_of(call, unwanted).id, "none")
 
 }  // namespace contract_test
 
