@@ -1,28 +1,28 @@
-# Debian packages, made by CPack from any build: `libtarvu<soname version>` with the library alone, `libtarvu-dev` with all
-# that it takes to build against it. The library lies in the folder of its architecture, so that a machine can hold both.
+# Debian packages, made by CPack from any build: `libtarvu<soname version>` with the library alone, in the folder of its
+# architecture, and `libtarvu-dev` with all that it takes to build against it, the reference and examples.
 
 if(TARVU_ARM64)
   set(architecture arm64)
-  set(processor "")
+  set(processor "any 64-bit Arm processor")
   set(triplet aarch64-linux-gnu)
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
   set(architecture amd64)
-  set(processor " It needs a processor of the level ${TARVU_HOST_LEVEL}.")
+  set(processor "processors of the level ${TARVU_HOST_LEVEL}")
   set(triplet x86_64-linux-gnu)
 else()
   return()
 endif()
 
-tarvu_install_rules(lib/${triplet} deb_ EXCLUDE_FROM_ALL)
-
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME libtarvu)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "libtarvu developers <developers@tarvu.invalid>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_COMPONENTS_ALL deb_runtime deb_development)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ
+                                                WORLD_EXECUTE)
+set(CPACK_COMPONENTS_ALL "")
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
@@ -30,21 +30,101 @@ set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${architecture})
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-# Debian's own tool for dependencies knows this machine's libraries only. The C library's version is that of its youngest
-# function that the library calls; a test holds it against the packed file.
+# Debian's own tool for dependencies knows this machine's libraries only, and CPack's own list of shared libraries comes with
+# scripts that run ldconfig, in place of the trigger.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS OFF)
 
+# What every package says of its changes and its licence. The date is that of the list of changes.
+set(generated ${PROJECT_BINARY_DIR}/install/packages)
+file(TIMESTAMP ${PROJECT_SOURCE_DIR}/CHANGELOG.md changed "%a, %d %b %Y %H:%M:%S +0000" UTC)
+file(WRITE ${generated}/changelog "libtarvu (${PROJECT_VERSION}) unstable; urgency=medium
+
+  * The operators of version ${PROJECT_VERSION}, with the interface libtarvu.so.${PROJECT_VERSION_MAJOR}.
+
+ -- ${CPACK_PACKAGE_CONTACT}  ${changed}
+")
+find_program(TARVU_gzip gzip REQUIRED)
+execute_process(COMMAND ${TARVU_gzip} --best --no-name --stdout ${generated}/changelog OUTPUT_FILE ${generated}/changelog.gz
+                COMMAND_ERROR_IS_FATAL ANY)
+
+# tarvu_package(<component> <name> SECTION <section> SUMMARY <line> DESCRIPTION <line> ... [DEPENDS <packages>]
+#               [CONTROL <file> ...])
+# makes a package of what is installed for the component. `DEPENDS` is the field of that name, `CONTROL` are further files for the
+# package manager.
+function(tarvu_package component name)
+  cmake_parse_arguments(PARSE_ARGV 2 arg "" "SECTION;SUMMARY;DEPENDS" "DESCRIPTION;CONTROL")
+  install(FILES ${PROJECT_SOURCE_DIR}/cmake/packages/copyright ${generated}/changelog.gz DESTINATION share/doc/${name}
+          COMPONENT ${component} EXCLUDE_FROM_ALL)
+  list(APPEND CPACK_COMPONENTS_ALL ${component})
+  set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} PARENT_SCOPE)
+  string(TOUPPER ${component} upper)
+  string(REPLACE ";" "\n" description "${arg_SUMMARY};${arg_DESCRIPTION}")
+  set(CPACK_DEBIAN_${upper}_DESCRIPTION "${description}" PARENT_SCOPE)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${arg_SECTION} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${arg_DEPENDS}" PARENT_SCOPE)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_CONTROL_EXTRA "${arg_CONTROL}" PARENT_SCOPE)
+endfunction()
+
+# tarvu_shared_library_control(<package> <library> <soname version> <exported names> <result>)
+# writes what the package manager has to know of a shared library, and puts the list of these files into `result`.
+function(tarvu_shared_library_control package library major names result)
+  set(folder ${generated}/${package})
+  set(symbols "${library}.so.${major} ${package} (>= ${PROJECT_VERSION})\n* Build-Depends-Package: ${library}-dev\n")
+  list(SORT names)
+  foreach(name IN LISTS names)
+    string(APPEND symbols " ${name}@Base ${PROJECT_VERSION}\n")
+  endforeach()
+  file(WRITE ${folder}/symbols "${symbols}")
+  file(WRITE ${folder}/shlibs "${library} ${major} ${package} (>= ${PROJECT_VERSION})\n")
+  file(WRITE ${folder}/triggers "activate-noawait ldconfig\n")
+  set(${result} ${folder}/symbols ${folder}/shlibs ${folder}/triggers PARENT_SCOPE)
+endfunction()
+
+tarvu_install_rules(lib/${triplet} deb_ EXCLUDE_FROM_ALL)
+install(CODE "execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --remove-section=.comment
+  \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/lib/${triplet}/libtarvu.so.${PROJECT_VERSION}\" COMMAND_ERROR_IS_FATAL ANY)"
+        COMPONENT deb_runtime EXCLUDE_FROM_ALL)
 set(runtime_package libtarvu${PROJECT_VERSION_MAJOR})
-set(CPACK_DEBIAN_DEB_RUNTIME_PACKAGE_NAME ${runtime_package})
-set(CPACK_DEBIAN_DEB_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_DEB_RUNTIME_PACKAGE_DEPENDS "libc6 (>= 2.29)")
-set(CPACK_COMPONENT_DEB_RUNTIME_DESCRIPTION "The shared library, for programs that are linked with it.${processor}")
-set(CPACK_DEBIAN_DEB_DEVELOPMENT_PACKAGE_NAME libtarvu-dev)
-set(CPACK_DEBIAN_DEB_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEB_DEVELOPMENT_PACKAGE_DEPENDS "${runtime_package} (= ${PROJECT_VERSION})")
-set(CPACK_COMPONENT_DEB_DEVELOPMENT_DESCRIPTION
-    "The header, and what CMake and pkg-config need to find the library.")
+tarvu_shared_library_control(${runtime_package} libtarvu ${PROJECT_VERSION_MAJOR} "${TARVU_EXPORTED_NAMES}" control)
+# The C library's version is that of its youngest function that the library calls; a test holds it against the packed file.
+tarvu_package(
+  deb_runtime ${runtime_package}
+  SECTION libs
+  SUMMARY "neural-network layer operators for embedded 64-bit Arm Linux"
+  DESCRIPTION "A graph runtime that executes a compiled, mostly fixed-point network calls"
+              "this library for the layers that have to run on the processor: pooling,"
+              "softmax, the tails of detectors, conversions and re-arrangement of tensors,"
+              "109 functions in all. Results are defined bit by bit."
+              "."
+              "This package holds the shared library, for ${processor}."
+  DEPENDS "libc6 (>= 2.29)"
+  CONTROL ${control})
+
+# The reference is made when the package is, by a build of its own: only then its tools have to be there.
+install(CODE "execute_process(
+  COMMAND \"${CMAKE_COMMAND}\" -S \"${PROJECT_SOURCE_DIR}\" -B \"${PROJECT_BINARY_DIR}/reference\" -G \"${CMAKE_GENERATOR}\"
+          \"-DCMAKE_TOOLCHAIN_FILE=${CMAKE_TOOLCHAIN_FILE}\" \"-DCMAKE_C_COMPILER=${CMAKE_C_COMPILER}\"
+          \"-DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER}\" -DBUILD_TESTING=OFF -DTARVU_EXAMPLES=OFF -DTARVU_DOCS=ON
+  COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
+execute_process(COMMAND \"${CMAKE_COMMAND}\" --build \"${PROJECT_BINARY_DIR}/reference\" --target docs
+  COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)"
+        COMPONENT deb_development EXCLUDE_FROM_ALL)
+install(DIRECTORY ${PROJECT_BINARY_DIR}/reference/docs/html DESTINATION share/doc/libtarvu-dev COMPONENT deb_development
+        EXCLUDE_FROM_ALL)
+set(examples one_layer.c pooling_layer.c softmax_layer.c detector_tail.c padded_lines.c largest_scores.cpp)
+list(TRANSFORM examples PREPEND ${PROJECT_SOURCE_DIR}/examples/)
+install(FILES ${examples} DESTINATION share/doc/libtarvu-dev/examples COMPONENT deb_development EXCLUDE_FROM_ALL)
+install(FILES ${PROJECT_SOURCE_DIR}/cmake/packages/reference.doc-base DESTINATION share/doc-base
+        RENAME libtarvu-dev.reference COMPONENT deb_development EXCLUDE_FROM_ALL)
+tarvu_package(
+  deb_development libtarvu-dev
+  SECTION libdevel
+  SUMMARY "neural-network layer operators - development files"
+  DESCRIPTION "All that it takes to build a program against libtarvu: the header, what CMake"
+              "and pkg-config need to find the library, the reference as pages for a browser"
+              "and example programs in C and C++."
+  DEPENDS "${runtime_package} (= ${PROJECT_VERSION})")
 
 include(CPack)

@@ -28,6 +28,7 @@ test_tools="
   dpkg-deb dpkg
   abidiff abigail-tools
   doxygen doxygen
+  lintian lintian
 "
 
 say() {

@@ -2,11 +2,23 @@
 Debian packages."""
 
 import argparse
+import gzip
 import os
 import re
 import shutil
 import subprocess
 import sys
+
+
+# The examples of the development package, and what their output begins with.
+EXAMPLES = {
+    "one_layer.c": "8 6 4 2\n",
+    "pooling_layer.c": " 7  4.0000 | ",
+    "softmax_layer.c": "class 0:    31, 0.00095\n",
+    "detector_tail.c": "0.900 at ",
+    "padded_lines.c": "11 21 --\n",
+    "largest_scores.cpp": "element 2: 5.8125\n",
+}
 
 
 class Finding(Exception):
@@ -168,6 +180,50 @@ def check_make_project(arguments):
                        os.path.join(arguments.scratch, "make_project_build"))
 
 
+def wanted_documents(name):
+    """What a package has below share, but for the pages of the reference."""
+    documents = {f"share/doc/{name}/{file}" for file in ("changelog.gz", "copyright")}
+    if name == "libtarvu-dev":
+        documents |= {f"share/doc/{name}/examples/{source}" for source in EXAMPLES} | {f"share/doc-base/{name}.reference"}
+    return documents
+
+
+def check_documents(arguments, name, usr):
+    """The licence says that there is none; the development package has the reference, and examples that can be built."""
+    folder = os.path.join(usr, "share/doc", name)
+    with open(os.path.join(folder, "copyright"), encoding="ascii") as file:
+        text = " ".join(file.read().split())
+    if "No licence has been granted" not in text or "ask its owner" not in text:
+        raise Finding(f"{name}: its copyright file does not say that there is no licence, and whom to ask")
+    with gzip.open(os.path.join(folder, "changelog.gz"), "rt", encoding="ascii") as file:
+        expect_equal("changes of", file.readline().split(";")[0], f"libtarvu ({arguments.version}) unstable")
+    if name != "libtarvu-dev":
+        return
+    pages = set(os.listdir(os.path.join(folder, "html")))
+    missing = {"index.html", "formats.html", "layouts.html", "group__pooling.html", "group__softmax.html"} - pages
+    if missing:
+        raise Finding(f"the reference lacks {sorted(missing)}")
+    for page in pages:
+        path = os.path.join(folder, "html", page)
+        if os.path.isfile(path):
+            with open(path, "rb") as file:
+                if os.path.dirname(os.path.dirname(arguments.readme)).encode() in file.read():
+                    raise Finding(f"{page} names a folder of this machine")
+
+
+def build_examples(arguments, tree, libdir, build):
+    """Builds the packed examples against the packed library and runs them."""
+    fresh(build)
+    examples = os.path.join(tree, "share/doc/libtarvu-dev/examples")
+    for source, start in EXAMPLES.items():
+        compiler = arguments.compiler if source.endswith(".c") else arguments.cxx_compiler
+        program = os.path.join(build, source.split(".", maxsplit=1)[0])
+        run([compiler, os.path.join(examples, source), "-I", os.path.join(tree, "include"), "-L", os.path.join(tree, libdir),
+             "-ltarvu", "-o", program])
+        output = run([*arguments.emulator.split(), program], env=dict(os.environ, LD_LIBRARY_PATH=os.path.join(tree, libdir)))
+        expect_equal(source, output[:len(start)], start)
+
+
 def fields_of(arguments, package):
     return dict(re.findall(r"^([A-Z][\w-]*): (.*)$", run([arguments.dpkg_deb, "-f", package]), flags=re.MULTILINE))
 
@@ -178,8 +234,12 @@ def youngest_c_library(arguments, library):
     return max(versions, key=lambda version: [int(part) for part in version.split(".")])
 
 
+def packages_folder(arguments):
+    return os.path.join(arguments.scratch, "packages")
+
+
 def check_packages(arguments):
-    folder = fresh(os.path.join(arguments.scratch, "packages"))
+    folder = fresh(packages_folder(arguments))
     run([arguments.cpack, "--config", os.path.join(arguments.build, "CPackConfig.cmake"), "-B", folder])
     major = arguments.version.split(".", maxsplit=1)[0]
     names = {f"libtarvu{major}", "libtarvu-dev"}
@@ -193,13 +253,14 @@ def check_packages(arguments):
         package = os.path.join(folder, file)
         content = os.path.join(folder, name)
         run([arguments.dpkg_deb, "-x", package, content])
-        held = listing(os.path.join(content, "usr"))
+        held = {path for path in listing(os.path.join(content, "usr")) if not path.startswith(f"share/doc/{name}/html/")}
         expect_equal("outside of /usr", os.listdir(content), ["usr"])
+        check_documents(arguments, name, os.path.join(content, "usr"))
         if name == "libtarvu-dev":
-            expect_equal(name, without_build_type(held, libdir), development)
+            expect_equal(name, without_build_type(held, libdir), development | wanted_documents(name))
             needed = f"libtarvu{major} (= {arguments.version})"
         else:
-            expect_equal(name, held, runtime)
+            expect_equal(name, held, runtime | wanted_documents(name))
             library = os.path.join(content, "usr", libdir, f"libtarvu.so.{arguments.version}")
             check_stripped(arguments, library)
             needed = f"libc6 (>= {youngest_c_library(arguments, library)})"
@@ -214,27 +275,58 @@ def check_packages(arguments):
     run([arguments.dpkg_deb, "-e", os.path.join(folder, files[f"libtarvu{major}"]), control])
     with open(os.path.join(control, "shlibs"), encoding="ascii") as file:
         expect_equal("shlibs", file.read().strip(), f"libtarvu {major} libtarvu{major} (>= {arguments.version})")
+    with open(os.path.join(control, "triggers"), encoding="ascii") as file:
+        expect_equal("triggers", file.read(), "activate-noawait ldconfig\n")
+    with open(os.path.join(control, "symbols"), encoding="ascii") as file:
+        symbols = file.read().splitlines()
+    with open(arguments.names, encoding="ascii") as file:
+        exported = sorted(re.findall(r"^\+ (\w+)$", file.read(), flags=re.MULTILINE))
+    expect_equal("symbols", "\n".join(symbols), "\n".join(
+        [f"libtarvu.so.{major} libtarvu{major} (>= {arguments.version})", "* Build-Depends-Package: libtarvu-dev",
+         *(f" {symbol}@Base {arguments.version}" for symbol in exported)]))
+    expect_equal("control files", sorted(os.listdir(control)), ["control", "md5sums", "shlibs", "symbols", "triggers"])
     # Both packages in one root make a whole.
     tree = os.path.join(folder, "root", "usr")
     for name in names:
         shutil.copytree(os.path.join(folder, name), os.path.join(folder, "root"), symlinks=True, dirs_exist_ok=True)
     build_make_project(arguments, tree, libdir, os.path.join(folder, "make_project_build"))
     build_cmake_project(arguments, tree, libdir, os.path.join(folder, "cmake_project_build"))
+    build_examples(arguments, tree, libdir, os.path.join(folder, "examples_build"))
 
     machine = {"amd64": "Advanced Micro Devices X86-64", "arm64": "AArch64"}[arguments.architecture]
     if f"Machine:{machine}" not in re.sub(r"Machine:\s+", "Machine:", run([arguments.readelf, "-hW", library])):
         raise Finding(f"the library is not for {arguments.architecture}")
 
 
-CHECKS = {"tree": check_tree, "cmake_project": check_cmake_project, "make_project": check_make_project,
+def check_lintian(arguments):
+    """Debian's own checks of packages find nothing but what is allowed with a reason."""
+    allowed = {}
+    with open(os.path.join(arguments.sources, "lintian_allowed.txt"), encoding="ascii") as file:
+        for line in file:
+            if not line.startswith("#"):
+                tag, reason = line.split(": ", maxsplit=1)
+                allowed[tag] = reason.strip()
+    folder = packages_folder(arguments)
+    packages = sorted(os.path.join(folder, name) for name in os.listdir(folder) if name.endswith(".deb"))
+    expect_equal("packages", len(packages), 2)
+    output = run([arguments.lintian, "--allow-root", "--no-cfg", "--fail-on", "none", "--display-info", "--tag-display-limit",
+                  "0", *packages])
+    found = re.findall(r"^[A-Z]: \S+: (\S+)", output, flags=re.MULTILINE)
+    print(output)
+    if set(found) - set(allowed):
+        raise Finding(f"lintian finds {sorted(set(found) - set(allowed))}")
+    expect_equal("tags that are allowed, but do not come", sorted(set(allowed) - set(found)), [])
+
+
+CHECKS = {"lintian": check_lintian, "tree": check_tree, "cmake_project": check_cmake_project, "make_project": check_make_project,
           "packages": check_packages}
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("check", choices=sorted(CHECKS))
-    for option in ("cmake", "cpack", "make", "pkg-config", "dpkg-deb", "readelf", "compiler", "build", "sources", "header",
-                   "readme", "scratch", "libdir", "version", "system", "architecture", "triplet"):
+    for option in ("cmake", "cpack", "make", "pkg-config", "dpkg-deb", "readelf", "compiler", "cxx-compiler", "lintian",
+                   "names", "build", "sources", "header", "readme", "scratch", "libdir", "version", "system", "architecture", "triplet"):
         parser.add_argument("--" + option, required=True)
     parser.add_argument("--emulator", default="", help="command that runs the programs, if this machine cannot")
     arguments = parser.parse_args()

@@ -74,7 +74,7 @@ class Tree:
 
 def unwritable_tree(tree):
     (tree.root / "build").write_text("no folder")
-    for script in ("demo", "docs", "lint", "test"):
+    for script in ("demo", "docs", "lint", "packages", "test"):
         status, told, errors = tree.run(f"scripts/{script}")
         yield status == 1 and not told, f"scripts/{script} goes on"
         wanted = f"scripts/{script}: nothing can be written to {tree.root}/build; make it yours, or use a copy of the tree."
