@@ -308,7 +308,7 @@ def check_lintian(arguments):
                 allowed[tag] = reason.strip()
     folder = packages_folder(arguments)
     packages = sorted(os.path.join(folder, name) for name in os.listdir(folder) if name.endswith(".deb"))
-    expect_equal("packages", len(packages), 2)
+    expect_equal("packages are there", bool(packages), True)
     output = run([arguments.lintian, "--allow-root", "--no-cfg", "--fail-on", "none", "--display-info", "--tag-display-limit",
                   "0", *packages])
     found = re.findall(r"^[A-Z]: \S+: (\S+)", output, flags=re.MULTILINE)

@@ -45,35 +45,38 @@ def run_recipe(heading, lines, tree, environment):
         raise Finding(f"the recipe '{heading}' does not end with what the program prints:\n{output}")
 
 
-def found_package(arguments, machine, prefixes, scratch):
-    """The folder of the package that a project of that machine finds."""
+def found_package(arguments, options, prefixes, scratch):
+    """The folder of the package that a project finds which is configured with these options."""
     shutil.rmtree(scratch, ignore_errors=True)
-    command = [arguments.cmake, "-S", str(pathlib.Path(__file__).parent / "cmake_project"), "-B", str(scratch), "-G", "Ninja",
-               f"-DCMAKE_PREFIX_PATH={';'.join(map(str, prefixes))}"]
-    if machine == "tarvu-arm64":
-        command += [f"-DCMAKE_C_COMPILER={arguments.compiler}", "-DCMAKE_SYSTEM_NAME=Linux",
-                    f"-DCMAKE_SYSTEM_PROCESSOR={arguments.processor}"]
-    run(command)
+    run([arguments.cmake, "-S", str(pathlib.Path(__file__).parent / "cmake_project"), "-B", str(scratch), "-G", "Ninja",
+         f"-DCMAKE_PREFIX_PATH={';'.join(map(str, prefixes))}", *options])
     cache = (scratch / "CMakeCache.txt").read_text(encoding="utf-8")
-    return pathlib.Path(re.search(r"^tarvu_DIR:PATH=(.*)$", cache, flags=re.MULTILINE).group(1))
+    return pathlib.Path(re.search(r"^tarvu_DIR:\w+=(.*)$", cache, flags=re.MULTILINE).group(1))
 
 
 def check_side_by_side(arguments, home, scratch):
     trees = [home / tree for tree in RECIPES.values()]
+    options = {"tarvu-pc": [], "tarvu-arm64": [f"-DCMAKE_C_COMPILER={arguments.compiler}", "-DCMAKE_SYSTEM_NAME=Linux",
+                                               f"-DCMAKE_SYSTEM_PROCESSOR={arguments.processor}"]}
     for prefixes in itertools.permutations(trees):
         for tree in trees:
-            found = found_package(arguments, tree.name, prefixes, scratch)
+            found = found_package(arguments, options[tree.name], prefixes, scratch)
             if found != tree / "lib/cmake/tarvu":
                 raise Finding(f"in {prefixes} a project for {tree.name} finds {found}")
             run([arguments.cmake, "--build", str(scratch)])
     for tree, other in itertools.permutations(trees):
         try:
-            found_package(arguments, tree.name, [other], scratch)
+            found_package(arguments, options[tree.name], [other], scratch)
         except Finding as finding:
             if not re.search(r"2\.19\.0 \(for \S+, not for \S+\)", str(finding)):
                 raise
         else:
             raise Finding(f"a project for {tree.name} takes {other}")
+    # A toolchain file that keeps the search to its own root, and the word that names the tree all the same.
+    folder = home / "tarvu-arm64/lib/cmake/tarvu"
+    found_package(arguments, [f"-DCMAKE_TOOLCHAIN_FILE={arguments.root}/cmake/aarch64-linux-gnu.cmake", f"-Dtarvu_DIR={folder}"],
+                  [], scratch)
+    run([arguments.cmake, "--build", str(scratch)])
 
 
 def check_recipes(arguments):
