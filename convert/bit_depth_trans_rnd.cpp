@@ -177,7 +177,7 @@ void convert_rounded(const float *source, T *destination, int frac_bits, uint32_
   }
   for (uint32_t i = in_blocks; i < count; ++i) {
     const float y = load<float>(source + i) * multiplier;
-    const float clamped = y > kMost<T> ? kMost<T> : y < kLeast<T> ? kLeast<T> : y;
+    const float clamped = smaller(larger(y, kLeast<T>), kMost<T>);
     store(destination + i, saturate<T>(to_word<T>(round_in_tail(clamped, code))));
   }
 }

@@ -26,6 +26,7 @@ test_tools="
   make make
   pkg-config pkg-config
   dpkg-deb dpkg
+  file file
   abidiff abigail-tools
   doxygen doxygen
   lintian lintian

@@ -24,7 +24,8 @@ inline V with_default_nan(V result, [[maybe_unused]] V a, [[maybe_unused]] V b) 
 #endif
 }
 
-/// a + b. In assembly on Arm, since compilers take the operands of a sum in any order, and the first NaN is to count.
+/// a + b and a * b. In assembly on Arm, since compilers take the operands of a sum and of a product in any order, and the first
+/// NaN is to count.
 template <class V>
 inline V add_default_nan(V a, V b) {
 #if TARVU_NEON
@@ -40,12 +41,23 @@ inline V add_default_nan(V a, V b) {
 #endif
 }
 template <class V>
+inline V multiply_default_nan(V a, V b) {
+#if TARVU_NEON
+  V product;
+  if constexpr (kLanes<V> == 1) {
+    __asm__("fmul %s0, %s1, %s2" : "=w"(product) : "w"(a), "w"(b));
+  } else {
+    __asm__("fmul %0.4s, %1.4s, %2.4s" : "=w"(product) : "w"(a), "w"(b));
+  }
+  return product;
+#else
+  return with_default_nan(a * b, a, b);
+#endif
+}
+
+template <class V>
 inline V subtract_default_nan(V a, V b) {
   return with_default_nan(a - b, a, b);
-}
-template <class V>
-inline V multiply_default_nan(V a, V b) {
-  return with_default_nan(a * b, a, b);
 }
 
 }  // namespace tarvu

@@ -36,9 +36,9 @@ inline void load_as_floats(const T *from, float multiplier, f32xn *floats) {
     load_words<T>(from, words);
     for (uint32_t k = 0; k < kFloatBlockVectors; ++k) floats[k] = to_f32(words[k]) * fill<f32xn>(multiplier);
 #else
-    for (uint32_t i = 0; i < kFloatBlock; ++i) {
-      floats[i / kLanes<f32xn>][i % kLanes<f32xn>] = load_as_float(from + i, multiplier);
-    }
+    float elements[kFloatBlock];
+    for (uint32_t i = 0; i < kFloatBlock; ++i) elements[i] = load_as_float(from + i, multiplier);
+    for (uint32_t k = 0; k < kFloatBlockVectors; ++k) floats[k] = load<f32xn>(elements + kLanes<f32xn> * k);
 #endif
   }
 }

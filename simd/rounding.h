@@ -17,9 +17,27 @@ inline float round_to_zero(float x) { return std::trunc(x); }
 inline float round_by_environment(float x) { return std::rint(x); }
 inline float absolute(float x) { return std::fabs(x); }
 
-/// The larger and the smaller; NaN if either is. The sign of a zero result is not fixed.
-inline float larger(float a, float b) { return a > b || a != a ? a : b; }
-inline float smaller(float a, float b) { return a < b || a != a ? a : b; }
+/// The larger and the smaller; NaN if `a` is, quiet or signalling. The sign of a zero result is not fixed. In lanes `b` must not
+/// be NaN; of one float it may, and the result is NaN. On Arm in assembly: of a comparison and a selection a compiler may make
+/// the other maximum, which drops a quiet NaN.
+inline float larger(float a, float b) {
+#if TARVU_NEON
+  float result;
+  __asm__("fmax %s0, %s1, %s2" : "=w"(result) : "w"(a), "w"(b));
+  return result;
+#else
+  return a > b || a != a ? a : b;
+#endif
+}
+inline float smaller(float a, float b) {
+#if TARVU_NEON
+  float result;
+  __asm__("fmin %s0, %s1, %s2" : "=w"(result) : "w"(a), "w"(b));
+  return result;
+#else
+  return a < b || a != a ? a : b;
+#endif
+}
 
 /// To nearest, ties away from zero, whatever the rounding environment.
 inline float round_half_away(float x) {

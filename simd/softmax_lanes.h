@@ -11,16 +11,8 @@
 
 namespace tarvu {
 
-/// The larger of two, one float or lanes; NaN if either is. The sign of a zero result is not fixed.
-inline float larger_or_nan(float a, float b) {
-#if TARVU_NEON
-  float result;
-  __asm__("fmax %s0, %s1, %s2" : "=w"(result) : "w"(a), "w"(b));
-  return result;
-#else
-  return larger(a, b);
-#endif
-}
+/// The larger of two, one float or lanes; NaN if either is, quiet or signalling. The sign of a zero result is not fixed.
+inline float larger_or_nan(float a, float b) { return larger(a, b); }
 #if TARVU_NEON
 inline f32x4 larger_or_nan(f32x4 a, f32x4 b) { return larger(a, b); }
 #else

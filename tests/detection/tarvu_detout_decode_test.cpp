@@ -137,7 +137,7 @@ TEST(DecodeBBoxes, ClippingMakesZeroOfEverySignallingNan) {
   for (const uint32_t nan : {0x7F800001u, 0xFF800001u, 0x7FBFFFFFu, 0xFFBFFFFFu}) {
     std::fill(one.decoded.begin(), one.decoded.begin() + 4, std::bit_cast<float>(nan));
     one.decode(7);
-    for (int k = 0; k < 4; ++k) EXPECT_EQ(std::bit_cast<uint32_t>(one.decoded[k]), 0u) << std::hex << nan;
+    for (size_t k = 0; k < 4; ++k) EXPECT_EQ(std::bit_cast<uint32_t>(one.decoded[k]), 0u) << std::hex << nan;
   }
 }
 

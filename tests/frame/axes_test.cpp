@@ -30,7 +30,7 @@ std::vector<Place<tensors>> places_of(const Axes<tensors> &axes) {
     for (int d = 0; d < axes.count; ++d) {
       const auto k = static_cast<ptrdiff_t>(rest % axes.axis[d].extent);
       rest /= axes.axis[d].extent;
-      for (int t = 0; t < tensors; ++t) places[n][t] += k * axes.axis[d].step[t];
+      for (int t = 0; t < tensors; ++t) places[n][static_cast<size_t>(t)] += k * axes.axis[d].step[t];
     }
   }
   return places;
@@ -133,7 +133,7 @@ std::vector<Place<tensors>> visited(const Axes<tensors> &axes, int first) {
   std::vector<Place<tensors>> places;
   for_each_place(axes, first, [&](const tarvu::Offsets<tensors> &at) {
     Place<tensors> place;
-    for (int t = 0; t < tensors; ++t) place[t] = at.of[t];
+    for (int t = 0; t < tensors; ++t) place[static_cast<size_t>(t)] = at.of[t];
     places.push_back(place);
   });
   return places;

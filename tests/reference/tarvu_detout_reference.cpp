@@ -218,7 +218,9 @@ void DecodeBBoxes(const float *prior_bboxes, const float *prior_variances, int32
       }
       if (clip_bbox == 1) {
         for (float &x : result) {
-          if (x >= 1.0f) {
+          if (x != x) {
+            x = 0.0f;  // a compiler may make a maximum of the comparisons below, which keeps a signalling NaN
+          } else if (x >= 1.0f) {
             x = 1.0f;
           } else if (!(x > 0.0f)) {
             x = 0.0f;

@@ -89,6 +89,7 @@ float clamp_that_keeps_nan(float x) {
 }
 
 float clamp_that_drops_nan(float x) {
+  if (x != x) return 0.0f;  // before any comparison that a compiler may make a maximum of, which keeps a signalling NaN
   if (x >= 1.0f) return 1.0f;
   return x > 0.0f ? x : 0.0f;
 }
