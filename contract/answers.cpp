@@ -1,4 +1,6 @@
 // Ranges, findings and texts as a family puts them together.
+#include <iterator>
+
 #include "contract/call.h"
 
 namespace contract {
@@ -60,9 +62,12 @@ void put_line(Text &text, const Line &line) {
     put(text, line.function);
     put(text, "() ");
   }
+  const int32_t *next = line.more;
+  int32_t number = line.number;
   for (const char *at = line.format; *at != 0; ++at) {
     if (at[0] == '%' && at[1] == 'd') {
-      put(text, line.number);
+      put(text, number);
+      if (next != std::end(line.more)) number = *next++;
       ++at;
     } else {
       put_character(text, *at);

@@ -91,12 +91,13 @@ struct Numbers {
 
 void add(FindingSink &sink, const Id &id, const char *field, int64_t value, Numbers numbers = {});
 
-/// A line that the function prints, with one number: `format` holds one %d. `function` is the name in front; null for a plain
-/// line, else the line is red.
+/// A line that the function prints: `format` holds a %d for each number. `function` is the name in front; null for a plain line,
+/// else the line is red.
 struct Line {
   const char *function;
   const char *format;
   int32_t number;
+  int32_t more[11] = {};  ///< numbers behind the first one
 };
 
 /// Adds a finding with a printed line: a refusal with its result code, or a line that the function prints and goes on.
@@ -139,6 +140,8 @@ struct Description {
   void (*words)(const Call &call, Text &text);            ///< lines behind those of the fields, or null
   /// Whether two ranges of different fields may overlap, the second one written; null: never.
   bool (*may_overlap)(const Call &call, const Range &other, const Range &written);
+  /// What a call that is refused touches before; null: nothing. Its scratch bytes are then asked for, too.
+  void (*ranges_before_refusal)(const Call &call, RangeSink &sink) = nullptr;
 };
 
 /// Every description that functions.inc names.

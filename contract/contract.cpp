@@ -40,7 +40,11 @@ Question question_of(const tarvu_contract_call *call, uint32_t options) {
 size_t ranges_of(const Question &question, size_t first, Range *ranges, size_t room) {
   RangeSink sink = {ranges, first, room, 0};
   if (question.description == nullptr || question.description->ranges == nullptr) return 0;
-  if (question.refusal.id == nullptr) question.description->ranges(question.call, sink);
+  if (question.refusal.id == nullptr) {
+    question.description->ranges(question.call, sink);
+  } else if (question.description->ranges_before_refusal != nullptr) {
+    question.description->ranges_before_refusal(question.call, sink);
+  }
   return sink.count;
 }
 
@@ -77,7 +81,10 @@ void check_overlap(FindingSink &sink, const Question &question, const Range *ran
   }
 }
 
-void check_ranges(FindingSink &sink, const Question &question) {
+/// Looks at whole tensors, not at the places that indices name: those may be as many as there are indices.
+void check_ranges(FindingSink &sink, const Question &asked) {
+  Question question = asked;
+  question.call.options &= ~uint32_t{TARVU_CONTRACT_READ_CONTENTS};
   Range ranges[kPage];
   size_t count = kPage;
   for (size_t first = 0; first < count; first += kPage) {
@@ -149,7 +156,8 @@ uint64_t tarvu_contract_scratch_bytes(const tarvu_contract_call *call) {
   const contract::Function *function = contract::function_of(call->function);
   if (function == nullptr || function->description->scratch_bytes == nullptr) return 0;
   const contract::Question question = contract::question_of(call, 0);
-  if (question.description == nullptr || question.refusal.id != nullptr) return 0;
+  if (question.description == nullptr) return 0;
+  if (question.refusal.id != nullptr && question.description->ranges_before_refusal == nullptr) return 0;
   return question.description->scratch_bytes(question.call);
 }
 

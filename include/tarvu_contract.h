@@ -10,6 +10,8 @@
 /// - Results go into arrays of the caller. The functions return how many results there are, as snprintf does, which may be more
 ///   than the array has room for; with a room of 0 the array may be null.
 /// - Addresses within a block may be 0, as long as memory has not been laid out. The ranges are then relative to their fields.
+///   Where a null address means something, that an output is not wanted, it means that; TARVU_CONTRACT_WITHOUT_ADDRESSES takes all
+///   outputs to be wanted.
 /// - What a block holds does not matter: random bytes give answers, too. Only two things must be so: the block itself, and the
 ///   formats, scales, shapes and strides that a function takes by address, are null or readable; and so are the tensors of
 ///   indices, grids and scores, where TARVU_CONTRACT_READ_CONTENTS is given.
@@ -170,8 +172,8 @@ typedef struct tarvu_contract_range {
   tarvu_contract_extent extents[TARVU_CONTRACT_EXTENTS];  ///< the innermost first
 } tarvu_contract_range;
 
-/// The ranges of a call. None for a call that touches nothing, is refused before it touches anything, or whose function is not
-/// described. The order is the same in every call with the same arguments.
+/// The ranges of a call, for one that will be refused what it touches before. None for a call that touches nothing or whose
+/// function is not described. Unless contents are read, indices and grid values are taken to lie inside the tensor. The order is the same in every call with the same arguments.
 /// \param call the call
 /// \param options of TARVU_CONTRACT_READ_CONTENTS and its like
 /// \param first number of the range to start with, so that many ranges can be had page by page
@@ -212,7 +214,7 @@ typedef struct tarvu_contract_finding {
   int32_t result;      ///< what the function returns, where it refuses; else 0
   const char *field;   ///< field or argument that it is about
   int64_t value;       ///< what that field holds; of an address the bits
-  char line[160];      ///< what the function prints, with escapes, where it refuses or tells; else empty
+  char line[320];      ///< what the function prints, with escapes, where it refuses or tells; else empty
   char sentence[320];  ///< what would happen
 } tarvu_contract_finding;
 

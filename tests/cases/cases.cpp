@@ -80,6 +80,32 @@ std::vector<Piece> pieces_of(const std::vector<tarvu_contract_range> &ranges) {
   return pieces;
 }
 
+bool hold_contents(Case &made) {
+  const std::vector<Piece> pieces = pieces_of(ranges_of(made.call, 0));
+  for (const Piece &piece : pieces) {
+    for (Contents &contents : made.contents) {
+      if (std::strcmp(piece.field, contents.field) != 0) continue;
+      if (piece.low < 0 || piece.high > kTooMuch) return false;
+      if (contents.bytes.size() < static_cast<size_t>(piece.high))
+        contents.bytes.resize(static_cast<size_t>(piece.high));
+    }
+  }
+  for (Contents &contents : made.contents) {
+    contents.bytes.resize(contents.bytes.size() + 64);  // never empty, and more than one record
+    set_address(made, contents.field, reinterpret_cast<uintptr_t>(contents.bytes.data()));
+  }
+  return true;
+}
+
+void put_contents(const Case &made, const Piece &piece, uint8_t *data) {
+  for (const Contents &contents : made.contents) {
+    if (std::strcmp(piece.field, contents.field) != 0) continue;
+    const int64_t low = std::max<int64_t>(piece.low, 0);
+    const int64_t high = std::min(piece.high, static_cast<int64_t>(contents.bytes.size()));
+    if (low < high) std::memcpy(data + (low - piece.low), contents.bytes.data() + low, static_cast<size_t>(high - low));
+  }
+}
+
 void set_address(Case &made, const char *field, uint64_t address) {
   const tarvu_contract_function_info *info = tarvu_contract_function_info_of(made.call.function);
   if (info->block != nullptr) {
@@ -101,8 +127,9 @@ void set_address(Case &made, const char *field, uint64_t address) {
 void set_unused_addresses(Case &made, const std::vector<Piece> &used, uint64_t address) {
   const tarvu_contract_function_info *info = tarvu_contract_function_info_of(made.call.function);
   const auto is_used = [&](const char *name) {
-    return std::any_of(used.begin(), used.end(),
-                       [=](const Piece &piece) { return std::strcmp(piece.field, name) == 0; });
+    const auto is_it = [=](const char *field) { return std::strcmp(field, name) == 0; };
+    return std::any_of(used.begin(), used.end(), [=](const Piece &piece) { return is_it(piece.field); }) ||
+           std::any_of(made.null_fields.begin(), made.null_fields.end(), is_it);
   };
   for (uint32_t i = 0; i < info->field_count; ++i) {
     const tarvu_contract_field &field = info->fields[i];

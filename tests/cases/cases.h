@@ -18,12 +18,21 @@ namespace cases {
 
 using fuzz::Source;
 
+/// What a tensor of indices, grid positions or scores holds, from the address in `field` on. Whatever else is read there is filled
+/// at random.
+struct Contents {
+  const char *field;
+  std::vector<uint8_t> bytes;
+};
+
 /// A call with the records that its arguments point to: the block, formats, scales, shapes.
 struct Case {
   tarvu_contract_call call = {};
   std::deque<std::vector<uint64_t>> records;  ///< of 8 bytes each, so that every record is aligned
   const char *in_place = nullptr;             ///< field whose memory lies where that of `in_place_of` lies
   const char *in_place_of = nullptr;
+  std::deque<Contents> contents;
+  std::vector<const char *> null_fields;  ///< addresses that stay null: outputs that are not wanted
 };
 
 /// The address of a copy of the record that lives as long as the case.
@@ -74,7 +83,17 @@ struct Piece {
   uint32_t alignment;
 };
 
-/// All ranges of a call, with contents read.
+/// The least memory that no test lays out.
+inline constexpr int64_t kTooMuch = int64_t{1} << 22;
+
+/// Sets the addresses of tensors with contents to copies that live as long as the case, so that ranges can be asked for with
+/// contents read. False if there would be too much.
+bool hold_contents(Case &made);
+
+/// Copies the contents of a field to its piece, laid out at `data`.
+void put_contents(const Case &made, const Piece &piece, uint8_t *data);
+
+/// All ranges of a call.
 std::vector<tarvu_contract_range> ranges_of(const tarvu_contract_call &call, uint32_t options);
 std::vector<tarvu_contract_finding> findings_of(const tarvu_contract_call &call, uint32_t options);
 

@@ -16,7 +16,6 @@ namespace {
 
 using support::GuardedMemory;
 
-constexpr int64_t kMostBytes = int64_t{1} << 22;
 constexpr uint64_t kSeed = 20240611;
 
 /// Named on standard error if the call faults.
@@ -36,8 +35,10 @@ struct Laid {
 
 Laid lay_out(cases::Case &made, fuzz::Source &source) {
   Laid laid;
+  laid.fits = cases::hold_contents(made);
+  if (!laid.fits) return laid;
   laid.pieces = cases::pieces_of(cases::ranges_of(made.call, TARVU_CONTRACT_READ_CONTENTS));
-  for (const cases::Piece &piece : laid.pieces) laid.fits &= piece.high - piece.low <= kMostBytes;
+  for (const cases::Piece &piece : laid.pieces) laid.fits &= piece.high - piece.low <= cases::kTooMuch;
   if (!laid.fits) return laid;
   cases::set_unused_addresses(made, laid.pieces, support::unreadable_address());
   for (const cases::Piece &piece : laid.pieces) {
@@ -45,6 +46,7 @@ Laid lay_out(cases::Case &made, fuzz::Source &source) {
     const support::Placement placement{fault, piece.alignment, 0};
     laid.memories.emplace_back(static_cast<size_t>(piece.high - piece.low), placement);
     support::Random(fuzz::below(source, 1000)).fill(laid.memories.back().data(), laid.memories.back().size());
+    cases::put_contents(made, piece, laid.memories.back().data());
     cases::set_address(made, piece.field, laid.memories.back().address() - static_cast<uint64_t>(piece.low));
   }
   return laid;

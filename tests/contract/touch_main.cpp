@@ -35,6 +35,7 @@ constexpr size_t kGap = 96;
 
 /// Lays the pieces out one behind the other; 0 if they do not fit, else the bytes of the window that are used.
 size_t lay_out(cases::Case &made, fuzz::Source &source, const Window &window) {
+  if (!cases::hold_contents(made)) return 0;
   const auto ranges = cases::ranges_of(made.call, TARVU_CONTRACT_READ_CONTENTS);
   for (const auto &range : ranges) {
     if (cases::element_count(range, 8u << 20) > 8u << 20) return 0;
@@ -60,6 +61,7 @@ size_t lay_out(cases::Case &made, fuzz::Source &source, const Window &window) {
     cases::set_address(made, piece.field, address);
     if (shares) cases::set_address(made, made.in_place, address);
     support::Random(fuzz::below(source, 1000)).fill(window.data + at, bytes);
+    cases::put_contents(made, {piece.field, low, high, piece.alignment}, window.data + at);
     at += bytes + kGap;
   }
   return at;
