@@ -147,6 +147,26 @@ def check_zero_point(library, _, row):
     return [value, zero_point, str(out.raw[0]), str(out.raw[8])]
 
 
+def check_quantised(library, _, row):
+    """From a float scale and a zero point to records and back, with no fraction bits and unsigned bytes."""
+    scale, zero_point, in_record, stored, _, out_record, value, _ = row
+    fmt = fmt_bytes("(0, 8, 0)")
+    stands_for, becomes = buffer(4), buffer(1)
+    library.call("tarvu_fixtofloat_1d_neon", bytes([int(stored)]), stands_for, 1, fmt, scale_bytes(in_record), int(zero_point))
+    library.call("tarvu_floattofix_1d_neon", struct.pack("<f", float(value)), becomes, 1, fmt, scale_bytes(out_record),
+                 int(zero_point))
+    return [scale, zero_point, record_of(float(scale), in_record), stored, f"{struct.unpack('<f', stands_for.raw)[0]:.6g}",
+            record_of(1 / float(scale), out_record), value, str(becomes.raw[0])]
+
+
+def record_of(scale, record):
+    """The record itself, if it holds the scale to within half a unit and its shift is 30 or leaves no fraction."""
+    value, _, shift = numbers(record)
+    nearest = round(scale * 2**shift)
+    greatest = shift == 30 or nearest * 2 >= 2**31 or nearest == scale * 2**shift
+    return record if value == nearest and value < 2**31 and greatest else f"{nearest} / 2^{shift}"
+
+
 def check_pool(library, _, row):
     element, in_scale, out_scale, post_shift, _ = row
     out = buffer(1)
@@ -174,6 +194,54 @@ def check_columns(library, _, row):
         written |= {at for at, byte in enumerate(out.raw) if byte != filling}
     assert written == set(range(len(written)))
     return row[:5] + [str(len(written))]
+
+
+def left_out_blocks(library):
+    """A sensible call of each operator over four signed bytes 32, 32, -128, -128 with four fraction bits."""
+    elements, kept = struct.pack("4b", 32, 32, -128, -128), buffer(256)
+    one, fmt, shares = scale_bytes("1/2^0"), fmt_bytes("(4, 3, 1)"), fmt_bytes("(8, 0, 0)")
+
+    def block(record, **fields):
+        return Block(library.layouts, record, **{"width": 4, "height": 1, **fields})
+
+    common = {"in_addr": buffer(elements), "in_fmt": fmt, "out_fmt": fmt, "in_scale": one, "out_scale": one, "channel": 1,
+              "batch": 1}
+    return {
+        "pooling": ("tarvu_pool_process", block("_NN_POOL_PARM", **common, kernel_w=1, kernel_h=1, stride_w=1, stride_h=1)),
+        "softmax": ("tarvu_softmax_process",
+                    block("_NN_SOFTMAX_PARM", **{**common, "out_fmt": shares}, work_buffer=kept, axis=3)),
+        "lrn": ("tarvu_lrn_process", block("_NN_LRN_PARM", **common, work_buffer=kept, local_size=1, lrn_k=1, alpha=1.0, beta=0.5)),
+        "norm": ("tarvu_norm_process", block("_NN_NORM_PARM", **common, work_buffer=kept, scale_addr=buffer(struct.pack("<f", 1.0)),
+                                             norm_whole_item=1, shared_scale=1, eps=1.0)),
+        "prelu": ("tarvu_prelu_process", block("_NN_PRELU_PARM", in_addr=buffer(elements), weight_addr=buffer(b"\1"), in_fmt=fmt,
+                                               channels=1, num=1)),
+        "eltwise": ("tarvu_eltwise_process",
+                    block("_NN_ELTWISE_PARM", in0_addr=buffer(elements), in1_addr=buffer(elements), work_buffer=kept, channel=1,
+                          batch=1, in0_fmt=fmt, in1_fmt=fmt, out_fmt=fmt, in0_scale=one, in1_scale=one, out_scale=one, op=1,
+                          coeff0=1.0, coeff1=0.5)),
+        "fc_post": ("tarvu_fc_post_process",
+                    block("_NN_FC_POST_PARM", in_addr=buffer(elements), bias_addr=buffer(16), batch=1, in_fmt=fmt, out_fmt=fmt,
+                          mul_a=one, mul_b=one, neg_mul=one)),
+    }
+
+
+def check_left_out(library, _, row):
+    """What a call writes, with a field as it should be and with the field left 0; a byte that both fillings leave is not written."""
+    name, field = row[0].split()[-1], row[1].strip("`")
+    found = []
+    for left_out in (False, True):
+        results = []
+        for filling in (0x5A, 0xC3):
+            function, block = left_out_blocks(library)[name]
+            out = buffer(bytes([filling]) * 64)
+            block.set("out_addr", out)
+            if left_out:
+                block.set(field, bytes(block.places[field][1]))
+            assert library.call(function, block.memory) == 0
+            results.append(out.raw[:4])
+        code = "4B" if name == "softmax" else "4b"
+        found.append(", ".join(map(str, struct.unpack(code, results[0]))) if results[0] == results[1] else "not written")
+    return row[:2] + found
 
 
 def layout_bytes(library, settings):
@@ -345,7 +413,8 @@ def check_scratch(library, _, row):
 
 CHECKS = {"value": check_value, "type": check_type, "reformat": check_reformat, "to_integer": check_to_integer,
           "rounding": check_rounding, "zero_point": check_zero_point, "pool": check_pool, "layout": check_layout,
-          "columns": check_columns, "scratch": check_scratch}
+          "quantised": check_quantised, "columns": check_columns,
+          "left_out": check_left_out, "scratch": check_scratch}
 
 
 def main():

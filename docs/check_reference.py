@@ -47,7 +47,7 @@ def main():
     sizes = interface.record_layouts(interface.read(arguments.layouts))
     findings += [f"no table of {record}" for record, (size, _) in sizes.items() if f"{record}, {size} bytes" not in together]
     findings += [f"a page of a file of docs: {os.path.basename(page)}" for page in glob.glob(os.path.join(arguments.html, "md_*"))]
-    for page in ("index", "formats", "layouts", "messages", "scratch", "text_search", "unchecked"):
+    for page in ("index", "formats", "layouts", "messages", "onnx_tflite", "scratch", "text_search", "unchecked"):
         if not os.path.exists(os.path.join(arguments.html, page + ".html")):
             findings.append(f"no page {page}")
     if not os.path.exists(os.path.join(arguments.html, "layout.svg")):

@@ -19,15 +19,17 @@ function words_of(text) {
   return (text.replace(escapes, ' ').toLowerCase().match(/[a-z_][a-z0-9_]*/g) || []).map(stem);
 }
 
-// The places of the query's words, the weightiest first: a sum over its different words.
+// The places of the query's words, the weightiest first: the sum over its different words, times how many of them are there.
 function places_of(query, index) {
-  const weights = new Map();
+  const found = new Map();
   for (const word of new Set(words_of(query))) {
     for (const [place, weight] of Object.hasOwn(index.words, word) ? index.words[word] : []) {
-      weights.set(place, (weights.get(place) || 0) + weight);
+      const [sum, words] = found.get(place) || [0, 0];
+      found.set(place, [sum + weight, words + 1]);
     }
   }
-  return [...weights].sort((a, b) => b[1] - a[1] || a[0] - b[0]).slice(0, most_places).map(([place]) => index.places[place]);
+  const weights = [...found].map(([place, [sum, words]]) => [place, sum * words]);
+  return weights.sort((a, b) => b[1] - a[1] || a[0] - b[0]).slice(0, most_places).map(([place]) => index.places[place]);
 }
 
 if (typeof document !== 'undefined') {

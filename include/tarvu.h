@@ -13,7 +13,7 @@
 ///   check: the byte counts below are what the caller must provide. What it holds after a call is unspecified; only the work
 ///   area of LSTM and the decoded boxes of detection output are told.
 /// - A reported failure prints one line on standard output with `printf` and returns a negative code. What is not told as a
-///   failure passes in silence.
+///   failure passes in silence. A crash loses lines kept back for a file or pipe: `fflush(stdout)`, or `setvbuf` at the start.
 #ifndef TARVU_H
 #define TARVU_H
 
@@ -40,12 +40,12 @@ extern "C" {
 /// Number format of a tensor. The element width in bits is `frac_bits + int_bits + sign_bits`; legal sums are 8, 16 and 32.
 typedef struct _NN_FMT {
   int8_t frac_bits;      ///< fraction bits: one stored unit is worth 2^-frac_bits; may be negative
-  int8_t int_bits;       ///< integer bits
+  int8_t int_bits;       ///< integer bits; where the three do not add up, many operators say nothing: see their fields
   int8_t sign_bits;      ///< 1 signed, 0 unsigned; any other: signed to the type queries, unknown to the conversions
   uint8_t fmt_reserved;  ///< no meaning; Permute alone compares it, together with the other three bytes
 } _NN_FMT;
 
-/// Scale of a tensor: `scale_value / 2^scale_shift`.
+/// Scale of a tensor: `scale_value / 2^scale_shift`. Left {0} it multiplies by 0, in silence; {1, 0} leaves values as they are.
 typedef struct _NN_SCALE {
   int32_t scale_value;    ///< numerator
   int8_t scale_shift;     ///< binary logarithm of the divisor
@@ -513,7 +513,7 @@ typedef struct _NN_PRELU_PARM {
   uint32_t height;       ///< extent, lines
   uint32_t channels;     ///< extent, planes
   uint32_t num;          ///< extent, batch items: must not be 0, but only the first item is computed
-  _NN_FMT in_fmt;        ///< format of both tensors; its width alone counts, elements are always read as signed
+  _NN_FMT in_fmt;        ///< format of both tensors: its width, 8 or 16, else nothing is written; always read as signed
   uint32_t reserved_0;   ///< not read
   int8_t shift;          ///< right shift of every product, bits; 0 to 31 by design
 } _NN_PRELU_PARM;
@@ -598,10 +598,10 @@ typedef struct _NN_SOFTMAX_PARM {
   uint32_t out_line_ofs;     ///< not read
   uint32_t out_channel_ofs;  ///< not read
   uint32_t out_batch_ofs;    ///< bytes between batch items of the output
-  _NN_FMT in_fmt;            ///< format of the input; a signed one of 32 bits means floats
+  _NN_FMT in_fmt;            ///< format of the input; signed 32-bit means floats; other sums: silently not read
   _NN_FMT out_fmt;           ///< format of the output; a width other than 8 and 16 means floats
-  _NN_SCALE in_scale;        ///< scale of the input; no effect on floats
-  _NN_SCALE out_scale;       ///< multiplier of the output; no effect on floats
+  _NN_SCALE in_scale;        ///< scale of the input, {0}: all inputs are 0; no effect on floats
+  _NN_SCALE out_scale;       ///< multiplier of the output, {0}: all outputs are 0; no effect on floats
   int8_t axis;               ///< 1 channel, 2 height, 3 width; below 0 the whole batch item
 } _NN_SOFTMAX_PARM;
 
@@ -723,10 +723,10 @@ typedef struct _NN_SOFTMAX_ASYM_PARM {
   uint32_t out_line_ofs;     ///< not read
   uint32_t out_channel_ofs;  ///< not read
   uint32_t out_batch_ofs;    ///< bytes between batch items of the output
-  _NN_FMT in_fmt;            ///< format of the input; a signed one of 32 bits means floats
+  _NN_FMT in_fmt;            ///< format of the input; signed 32-bit means floats; other sums: silently not read
   _NN_FMT out_fmt;           ///< format of the output; a width other than 8 and 16 means floats
-  _NN_SCALE in_scale;        ///< scale of the input; no effect on floats
-  _NN_SCALE out_scale;       ///< multiplier of the output; no effect on floats
+  _NN_SCALE in_scale;        ///< scale of the input, {0}: all inputs are 0; no effect on floats
+  _NN_SCALE out_scale;       ///< multiplier of the output, {0}: all are the zero point; no effect on floats
   uint32_t reserved_0;       ///< not read
   int32_t in_zero_point;     ///< integer that stands for 0.0 in the input, and in a signed 8-bit output
   uint32_t reserved_1;       ///< not read
@@ -834,8 +834,8 @@ typedef struct _NN_LRN_PARM {
   uint32_t out_batch_ofs;    ///< bytes between batch items of the output
   _NN_FMT in_fmt;            ///< format of the input: signed is any `sign_bits` but 0; a width but 8 and 16 is floats
   _NN_FMT out_fmt;           ///< format of the output, as the input's
-  _NN_SCALE in_scale;        ///< scale of the input; no effect on floats
-  _NN_SCALE out_scale;       ///< multiplier of the output; no effect on floats
+  _NN_SCALE in_scale;        ///< scale of the input, {0}: all inputs are 0; no effect on floats
+  _NN_SCALE out_scale;       ///< multiplier of the output, {0}: all outputs are 0; no effect on floats
   uint32_t reserved_0;       ///< not read
   uint32_t local_size;       ///< channels in the window; must be odd
   int32_t lrn_k;             ///< constant k of the formula
@@ -932,11 +932,11 @@ typedef struct _NN_NORM_PARM {
   uint32_t out_line_ofs;     ///< not read
   uint32_t out_channel_ofs;  ///< not read
   uint32_t out_batch_ofs;    ///< bytes between batch items of the output
-  _NN_FMT in_fmt;            ///< format of the input; a width of 32 bits is a float tensor
-  _NN_FMT out_fmt;           ///< format of the output; a width of 32 bits is a float tensor
+  _NN_FMT in_fmt;            ///< format of the input; 32 bits is a float tensor; other sums: silently not read
+  _NN_FMT out_fmt;           ///< format of the output; 32 bits is a float tensor; other sums: silently not written
   uint32_t reserved_0;       ///< not read
-  _NN_SCALE in_scale;        ///< scale of the input, for its conversion to float
-  _NN_SCALE out_scale;       ///< scale of the output, for its conversion from float
+  _NN_SCALE in_scale;        ///< scale of the input, for its conversion to float; {0}: all inputs are 0
+  _NN_SCALE out_scale;       ///< scale of the output, for its conversion from float; {0}: all outputs are 0
   uint8_t norm_whole_item;   ///< not 0: one norm for a whole batch item; 0: one for each position, across channels
   uint8_t shared_scale;      ///< not 0: `scale_addr` holds one value for all channels
   float eps;                 ///< added to the sum of squares
@@ -999,11 +999,11 @@ typedef struct _NN_LAYERNORM_PARM {
   uint32_t out_line_ofs;     ///< not read
   uint32_t out_channel_ofs;  ///< not read
   uint32_t out_batch_ofs;    ///< not read
-  _NN_FMT in_fmt;            ///< format of the input; a width of 32 bits is a float tensor
-  _NN_FMT out_fmt;           ///< format of the output; a width of 32 bits is a float tensor
+  _NN_FMT in_fmt;            ///< format of the input; 32 bits is a float tensor; other sums: silently not read
+  _NN_FMT out_fmt;           ///< format of the output; 32 bits is a float tensor; other sums: silently not written
   uint8_t reserved_0[8];     ///< not read
-  _NN_SCALE in_scale;        ///< scale of the input, for its conversion to float
-  _NN_SCALE out_scale;       ///< scale of the output, for its conversion from float
+  _NN_SCALE in_scale;        ///< scale of the input, for its conversion to float; {0}: all inputs are 0
+  _NN_SCALE out_scale;       ///< scale of the output, for its conversion from float; {0}: all outputs are 0
   uint32_t outer_size;       ///< written: runs in a batch item
   uint32_t inner_size;       ///< written: elements of a run
   uint8_t reserved_1[20];    ///< not read
@@ -1081,12 +1081,12 @@ typedef struct _NN_ELTWISE_PARM {
   uint32_t out_line_ofs;     ///< bytes between lines of the output, if it is a float tensor
   uint32_t out_channel_ofs;  ///< bytes between channels of the output
   uint32_t out_batch_ofs;    ///< bytes between batch items of the output
-  _NN_FMT in0_fmt;           ///< format of the first input
-  _NN_FMT in1_fmt;           ///< format of the second input
-  _NN_FMT out_fmt;           ///< format of the output
-  _NN_SCALE in0_scale;       ///< scale of the first input, for its conversion to float
-  _NN_SCALE in1_scale;       ///< scale of the second input, for its conversion to float
-  _NN_SCALE out_scale;       ///< scale of the output, for its conversion from float
+  _NN_FMT in0_fmt;           ///< format of the first input; other sums than 8, 16 and 32: silently not read
+  _NN_FMT in1_fmt;           ///< format of the second input, likewise
+  _NN_FMT out_fmt;           ///< format of the output; other sums: silently not written
+  _NN_SCALE in0_scale;       ///< scale of the first input, for its conversion to float; {0}: it is 0
+  _NN_SCALE in1_scale;       ///< scale of the second input, for its conversion to float; {0}: it is 0
+  _NN_SCALE out_scale;       ///< scale of the output, for its conversion from float; {0}: all outputs are 0
   int32_t op;                ///< 0 product, 1 weighted sum
   float coeff0;              ///< weight of the first input in the sum
   float coeff1;              ///< weight of the second input in the sum
@@ -1137,9 +1137,9 @@ typedef struct _NN_LSTM_PARM {
   uint16_t channel;               ///< N, parallel sequences
   uint16_t batch;                 ///< T, time steps
   uint8_t reserved_0[44];         ///< not read
-  _NN_FMT in_fmt;                 ///< format of the input and of the static input
+  _NN_FMT in_fmt;                 ///< format of both inputs; other sums than 8 and 16: floats in the work area
   uint8_t reserved_1[4];          ///< not read
-  _NN_FMT out_fmt;                ///< format of the output
+  _NN_FMT out_fmt;                ///< format of the output; other sums than 8 and 16: silently not written
   uint8_t reserved_2[24];         ///< not read
   int32_t use_static;             ///< not 0: the static input takes part
   uint32_t hidden_size;           ///< D, hidden units
@@ -1207,11 +1207,11 @@ typedef struct _NN_FC_POST_PARM {
   uint32_t out_line_ofs;     ///< not read
   uint32_t out_channel_ofs;  ///< not read
   int32_t out_batch_ofs;     ///< bytes between batch items of the output; may be negative
-  _NN_FMT in_fmt;            ///< format of the partial results; its bytes are read as unsigned
-  _NN_FMT out_fmt;           ///< format of the output; its bytes are read as unsigned
-  _NN_SCALE mul_a;           ///< first multiplier and shift
-  _NN_SCALE mul_b;           ///< second multiplier and shift
-  _NN_SCALE neg_mul;         ///< further multiplier and shift for negative totals
+  _NN_FMT in_fmt;            ///< format of the partial results, unsigned bytes; other sums: signed 32-bit elements
+  _NN_FMT out_fmt;           ///< format of the output, likewise
+  _NN_SCALE mul_a;           ///< first multiplier and shift; {0} multiplies by 0
+  _NN_SCALE mul_b;           ///< second multiplier and shift; {0} multiplies by 0
+  _NN_SCALE neg_mul;         ///< further multiplier and shift for negative totals; {0} multiplies these by 0
 } _NN_FC_POST_PARM;
 
 /// Requantises the partial results of a fully-connected layer, with a leaky rectifier (Maas, Hannun and Ng, 2013) for
@@ -1377,9 +1377,9 @@ typedef struct _NN_DETOUT_PARM {
   uint32_t prior_batch_ofs;     ///< bytes between batch items of the priors
   uint32_t reserved_4[2];       ///< not read
   uint32_t out_batch_ofs;       ///< bytes between batch items of the output
-  _NN_FMT loc_fmt;              ///< format of the locations: a width of 8 is read as signed 8-bit, any other as float
+  _NN_FMT loc_fmt;              ///< format of the locations: a width of 8 is signed 8-bit, any other float, 16 too
   uint32_t reserved_5[3];       ///< not read
-  _NN_SCALE loc_scale;          ///< scale of 8-bit locations; not used for any other width
+  _NN_SCALE loc_scale;          ///< scale of 8-bit locations, {0}: all are 0; not used for any other width
   uint32_t reserved_6[6];       ///< not read
   int32_t num_classes;          ///< C, classes, the background included
   int32_t num_priors;           ///< P, prior boxes
@@ -1588,16 +1588,16 @@ typedef struct _NN_POOL_PARM {
   uint32_t out_batch_ofs;    ///< bytes between batch items of the output
   _NN_FMT in_fmt;            ///< format of the input; its type code chooses the element type, 0 to 3
   _NN_FMT out_fmt;           ///< format of the output, likewise; no `frac_bits` enters the arithmetic
-  _NN_SCALE in_scale;        ///< input multiplier and right shift, bits
-  _NN_SCALE out_scale;       ///< output multiplier and right shift, bits
+  _NN_SCALE in_scale;        ///< input multiplier and right shift, bits; {0} multiplies by 0
+  _NN_SCALE out_scale;       ///< output multiplier and right shift, bits; {0} multiplies by 0
   uint32_t mode;             ///< 0 local maximum, 1 local average, 2 global maximum, 3 global average
   uint8_t kernel_w;          ///< KW, window columns, elements
   uint8_t kernel_h;          ///< KH, window lines
   uint8_t stride_w;          ///< SW, step of the window along a line, elements
   uint8_t stride_h;          ///< SH, step of the window across lines
-  uint8_t pad_top;           ///< lines of padding above the input; keep it at most `stride_h`
+  uint8_t pad_top;           ///< lines of padding above the input; more than `stride_h` reads outside, silently
   uint8_t pad_bottom;        ///< lines of padding below the input
-  uint8_t pad_left;          ///< columns of padding in front of a line; keep it at most `stride_w`
+  uint8_t pad_left;          ///< columns of padding in front of a line; more than `stride_w` reads outside, silently
   uint8_t pad_right;         ///< columns of padding behind a line
   uint32_t reserved_0;       ///< not read
   uint32_t floor_mode;       ///< local modes: 0 keeps a partial window at the far end, any other value drops it
@@ -1642,8 +1642,8 @@ typedef struct _NN_POOL_PARM {
 /// A window holds only elements of the input; padding is never read, and no element outside a plane is read as long
 /// as `pad_left` is at most `stride_w` and `pad_top` at most `stride_h`. A larger `pad_left` reads in front of a
 /// line, a larger `pad_top` at `(uint32_t)(in_line_ofs * (stride_h - pad_top))` bytes behind the plane's start;
-/// neither is checked. An empty window's maximum is -2147483648 and its sum 0; both pass through the output
-/// arithmetic and are written.
+/// neither is checked; \ref pooling tells a way round for a maximum. An empty window's maximum is -2147483648 and its sum
+/// 0; both pass through the output arithmetic and are written.
 ///
 /// Divisor of mode 1: d is columns times lines, and `half` is `d / 2`. What counts as a column, and likewise as a line:
 ///
@@ -1698,7 +1698,7 @@ typedef struct _NN_REVERSE_PARM {
   uint32_t out_channel_ofs;  ///< bytes between channels of the output
   uint32_t out_batch_ofs;    ///< bytes between batch items of the output
   _NN_FMT in_fmt;            ///< format of the input; its width alone chooses the element size
-  _NN_FMT out_fmt;           ///< format of the output, of equal or smaller width
+  _NN_FMT out_fmt;           ///< format of the output, of equal or smaller width; other sums: silently not converted
   _NN_SCALE in_scale;        ///< no effect
   _NN_SCALE out_scale;       ///< no effect
   int8_t axis;               ///< axis to reverse: 0 batch, 1 channel, 2 height, 3 width; not checked
@@ -1744,7 +1744,7 @@ typedef struct _NN_PERMUTE_PARM {
   uint32_t out_channel_ofs;  ///< bytes between steps of output axis 1
   uint32_t out_batch_ofs;    ///< bytes between steps of output axis 0
   _NN_FMT in_fmt;            ///< format of the input
-  _NN_FMT out_fmt;           ///< format of the output
+  _NN_FMT out_fmt;           ///< format of the output; where lines move, sums but 8 and 16: written only if as `in_fmt`
   _NN_SCALE in_scale;        ///< no effect
   _NN_SCALE out_scale;       ///< no effect
   int8_t order[4];  ///< order[i] is the input axis (0 batch .. 3 width) that becomes output axis i; not checked
@@ -1861,7 +1861,7 @@ typedef struct _NN_GATHER_PARM {
   uint32_t out_batch_ofs;    ///< bytes between batch items of the output
   _NN_FMT in_fmt;            ///< format of the input
   _NN_FMT ind_fmt;           ///< format of the indices: tells width and signedness; its `frac_bits` scale nothing
-  _NN_FMT out_fmt;           ///< format of the output
+  _NN_FMT out_fmt;           ///< format of the output; other sums than 8 and 16: silently not written
   _NN_SCALE in_scale;        ///< no effect
   _NN_SCALE out_scale;       ///< no effect
   uint8_t axis;              ///< axis gathered on, counted from the slowest dimension of the input's rank, which is 0
@@ -1933,8 +1933,8 @@ typedef struct _NN_GATHERND_PARM {
   uint16_t ind_batch;    ///< index extent, items
   uint32_t reserved_0[6];  ///< not read
   _NN_FMT in_fmt;          ///< format of the input
-  _NN_FMT ind_fmt;         ///< format of the indices; its `frac_bits` count unless its width is 32
-  _NN_FMT out_fmt;         ///< format of the output; not checked
+  _NN_FMT ind_fmt;         ///< format of the indices; its `frac_bits` count below a width of 32; other sums: unread
+  _NN_FMT out_fmt;         ///< format of the output; not checked: other sums than 8 and 16 are not written
   _NN_SCALE in_scale;      ///< no effect
   _NN_SCALE out_scale;     ///< no effect
   uint32_t batch_dims;     ///< leading dimensions that input and indices share; not checked
@@ -2024,7 +2024,7 @@ typedef struct _NN_GATHERELEMENT_PARM {
   uint32_t reserved_0[3];    ///< not read
   _NN_FMT in_fmt;            ///< format of the input
   _NN_FMT ind_fmt;           ///< format of the indices: tells width and signedness; its `frac_bits` scale nothing
-  _NN_FMT out_fmt;           ///< format of the output
+  _NN_FMT out_fmt;           ///< format of the output; other sums than 8 and 16: silently not written
   _NN_SCALE in_scale;        ///< no effect
   _NN_SCALE out_scale;       ///< no effect
   uint8_t axis;  ///< axis of the indices, counted from the slowest dimension of the input's rank, which is 0
@@ -2084,10 +2084,10 @@ typedef struct _NN_ONEHOT_PARM {
   uint32_t out_line_ofs;     ///< bytes between steps of output axis 2
   uint32_t out_channel_ofs;  ///< bytes between steps of output axis 1
   uint32_t out_batch_ofs;    ///< bytes between steps of output axis 0
-  _NN_FMT in_fmt;            ///< format of the indices
+  _NN_FMT in_fmt;            ///< format of the indices; other sums than 8 and 16: every index is 0, silently
   _NN_FMT out_fmt;           ///< format of the output
-  _NN_FMT values_fmt;        ///< format of the value pair
-  _NN_SCALE in_scale;        ///< scale of the indices
+  _NN_FMT values_fmt;        ///< format of the value pair; other sums than 8 and 16: both are 0, silently
+  _NN_SCALE in_scale;        ///< scale of the indices; {0}: every index is 0
   _NN_SCALE out_scale;       ///< no effect
   _NN_SCALE values_scale;    ///< no effect
   uint32_t reserved_1;       ///< not read
@@ -2140,7 +2140,7 @@ typedef struct _NN_GRIDSAMPLE_PARM {
   uint32_t reserved_1[9];  ///< not read
   _NN_FMT in_fmt;          ///< format of the input
   _NN_FMT out_fmt;         ///< format of the output; its signedness has no effect
-  _NN_FMT grid_fmt;        ///< format of the grid; only its `frac_bits` are read, and not checked
+  _NN_FMT grid_fmt;        ///< format of the grid; only its `frac_bits` are read, and nothing of it is checked
   uint32_t reserved_2[9];  ///< not read
   uint32_t row_group;      ///< interleaved layout: rows of output and grid to a row step; 1 for a plain tensor
   uint32_t row_offset;     ///< interleaved layout: the row of each group that this call computes; 0 for a plain tensor
