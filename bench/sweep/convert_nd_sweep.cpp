@@ -5,8 +5,8 @@
 namespace sweep {
 namespace {
 
-/// A tensor of lines: dense, or with lines apart by the next multiple of 64 elements. A dense line shorter than a block is
-/// written over by the next one, so its elements are the work; a padded one stays, so its whole block is.
+/// A tensor of lines: dense, or with lines apart by the next multiple of 64 elements. A dense line shorter than a block
+/// is written over by the next one, so its elements are the work; a padded one stays, so its whole block is.
 Case lines(const Type &type, bool to_float, uint32_t width, bool is_padded) {
   const uint32_t block = type.bits == 8 ? 8 : 16;
   const uint32_t height = std::max(1u, 4096 / width);

@@ -5,8 +5,8 @@ namespace {
 
 constexpr uint32_t kLong = 8192;
 
-/// Runs of one call; `make(arena, count)` returns the call. Callers by line and by plane multiply what a call costs, so a
-/// call itself may cost little.
+/// Runs of one call; `make(arena, count)` returns the call. Callers by line and by plane multiply what a call costs, so
+/// a call itself may cost little.
 Case run(const std::string &kind, uint32_t count, const std::function<Call(Arena &, uint32_t)> &make) {
   Case what;
   what.kind = kind;

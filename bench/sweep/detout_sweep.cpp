@@ -15,7 +15,8 @@ Case detout(uint32_t priors, uint32_t classes, uint32_t rarity, bool floats) {
   what.unit = "score";
   what.units = static_cast<double>(priors) * classes;
   what.figure = 4.5;
-  // The lists of records are set to nothing first; a candidate is decoded, sorted, held against those kept, and written.
+  // The lists of records are set to nothing first; a candidate is decoded, sorted, held against those kept, and
+  // written.
   const double candidates = static_cast<double>(priors) * (classes - 1) / rarity;
   what.fixed = 400 + 150 * classes;
   what.extra = 300 * candidates;

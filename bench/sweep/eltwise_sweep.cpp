@@ -12,19 +12,21 @@ struct Kind {
   Type out;
 };
 
-enum class Planes { kDense, kApart };
+enum class Planes { kDense, kApart, kPaddedLines };
 
-/// Scales that are no powers of two. Planes that are apart have 16 bytes between them.
+/// Scales that are no powers of two. Planes that are apart have 16 bytes between them; padded lines, of floats, 64
+/// bytes.
 Case eltwise(const Kind &kind, const Shape &shape, Planes planes) {
   Case what;
   what.kind = std::string(kind.op == 0 ? "product " : "sum ") + kind.first.name + " " + kind.second.name + " to " +
               kind.out.name;
-  what.shape = name_of(shape) + (planes == Planes::kApart ? " apart" : "");
+  what.shape = name_of(shape) + (planes == Planes::kApart ? " apart" : planes == Planes::kPaddedLines ? " padded" : "");
   what.extent = u32(shape.plane());
   what.unit = "output";
   what.units = static_cast<double>(shape.elements());
   what.make = [=](Arena &arena) {
-    const size_t gap = planes == Planes::kApart ? 16 : 0;
+    const size_t line_gap = planes == Planes::kPaddedLines ? 64 : 0;
+    const size_t gap = planes == Planes::kApart ? 16 : line_gap * shape.height;
     const auto channel_ofs = [&](const Type &type) { return u32(shape.plane() * type.bytes() + gap); };
     const auto tensor = [&](const Type &type) {
       return address(random_elements(arena, (shape.elements() * 4 + gap * shape.channels * shape.batch) / type.bytes(),
@@ -39,9 +41,9 @@ Case eltwise(const Kind &kind, const Shape &shape, Planes planes) {
     parm.height = u16(shape.height);
     parm.channel = u16(shape.channels);
     parm.batch = u16(shape.batch);
-    parm.in0_line_ofs = shape.width * kind.first.bytes();
-    parm.in1_line_ofs = shape.width * kind.second.bytes();
-    parm.out_line_ofs = shape.width * kind.out.bytes();
+    parm.in0_line_ofs = u32(shape.width * kind.first.bytes() + line_gap);
+    parm.in1_line_ofs = u32(shape.width * kind.second.bytes() + line_gap);
+    parm.out_line_ofs = u32(shape.width * kind.out.bytes() + line_gap);
     parm.in0_channel_ofs = channel_ofs(kind.first);
     parm.in1_channel_ofs = channel_ofs(kind.second);
     parm.out_channel_ofs = channel_ofs(kind.out);
@@ -87,6 +89,14 @@ void add_eltwise_cases(Cases &cases) {
       what.extra = 40.0 * planes_of(side, side).channels;
       what.why = "and 40 instructions for each plane, which stands alone";
       add(cases, std::move(what));
+    }
+    if (kind.first.bits == 32 && kind.second.bits == 32 && kind.out.bits == 32) {
+      for (const uint32_t side : {7u, 14u, 28u, 56u}) {
+        Case what = make(planes_of(side, side), Planes::kPaddedLines);
+        what.extra = 8.0 * planes_of(side, side).channels * side;
+        what.why = "and 8 instructions for each line, which stands alone";
+        add(cases, std::move(what));
+      }
     }
     add(cases, make({512, 1, 1, 10}, Planes::kDense));
     add(cases, make({8, 16, 7, 7}, Planes::kDense));

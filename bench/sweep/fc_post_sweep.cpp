@@ -15,6 +15,7 @@ Case fc_post(const Type &in, const Type &out, uint32_t parts, uint32_t width, ui
   what.unit = "output";
   what.units = static_cast<double>(width) * batch;
   what.figure = parts == 1 ? 6.5 : 10 + 1.5 * (parts - 2);
+  if (parts == 1 || parts == 2 || parts == 4) what.limit = in.bits == 32 && out.bits == 8 ? 1 : 1.5;
   what.why = "4 lanes of totals, then the workload's arithmetic";
   what.make = [=](Arena &arena) {
     _NN_FC_POST_PARM parm{};

@@ -6,8 +6,8 @@
 namespace sweep {
 namespace {
 
-/// Tuples of 1 to 3 coordinates into 16 planes of 20 lines; what they name is a plane, a line or an element. What the operator
-/// leaves on the heap goes back after each call.
+/// Tuples of 1 to 3 coordinates into 16 planes of 20 lines; what they name is a plane, a line or an element. What the
+/// operator leaves on the heap goes back after each call.
 Case tuples(const Type &type, const Type &index_type, uint32_t coordinates, uint32_t width, uint32_t count) {
   const uint32_t slice = coordinates == 1 ? 20 * width : coordinates == 2 ? width : 1;
   Case what;

@@ -66,6 +66,7 @@ void add_norm_cases(Cases &cases) {
           if (side == 1 && !whole_item) {
             what.neighbour.clear();
             what.figure = 10;
+            what.limit = 1;
             what.why = "a chain over the channels, then one factor for all";
           }
           add(cases, std::move(what));

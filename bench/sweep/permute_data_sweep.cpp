@@ -29,6 +29,7 @@ void add_permute_data_cases(Cases &cases) {
         Case what = permute(in, lanes, lanes * groups);
         if (lanes == 3 && groups > 49) {
           what.figure = in ? 0.23 : 0.36;
+          what.limit = 1;
           what.why = "loads and stores that split three ways";
         } else {
           what.neighbour = wide.name();

@@ -21,7 +21,10 @@ struct Formats {
 constexpr Formats kSame8 = {"8 bits", kS8, 4, kS8, 4};
 constexpr Formats kSame16 = {"16 bits", kS16, 4, kS16, 4};
 
-_NN_PERMUTE_PARM block(const Formats &formats, const Order &order, const Shape &shape) {
+enum class Lines { kDense, kPadded };
+
+/// Padded lines are apart by the next multiple of 64 bytes, at least one byte more, on both sides.
+_NN_PERMUTE_PARM block(const Formats &formats, const Order &order, const Shape &shape, Lines lines) {
   const uint32_t extents[4] = {shape.batch, shape.channels, shape.height, shape.width};
   const auto out_extent = [&](size_t axis) { return extents[static_cast<size_t>(order[axis])]; };
   _NN_PERMUTE_PARM parm{};
@@ -29,10 +32,11 @@ _NN_PERMUTE_PARM block(const Formats &formats, const Order &order, const Shape &
   parm.channel = u16(shape.channels);
   parm.height = u16(shape.height);
   parm.width = u16(shape.width);
-  parm.in_line_ofs = shape.width * formats.in.bytes();
+  const auto apart = [&](uint32_t line) { return lines == Lines::kPadded ? u32(round_up(line + 1, 64)) : line; };
+  parm.in_line_ofs = apart(shape.width * formats.in.bytes());
   parm.in_channel_ofs = shape.height * parm.in_line_ofs;
   parm.in_batch_ofs = shape.channels * parm.in_channel_ofs;
-  parm.out_line_ofs = out_extent(3) * formats.out.bytes();
+  parm.out_line_ofs = apart(out_extent(3) * formats.out.bytes());
   parm.out_channel_ofs = out_extent(2) * parm.out_line_ofs;
   parm.out_batch_ofs = out_extent(1) * parm.out_channel_ofs;
   parm.in_fmt = format(formats.in, formats.in_frac_bits);
@@ -47,17 +51,19 @@ std::string digits(const Order &order) {
   return text;
 }
 
-Case permute(const Formats &formats, const Order &order, const Shape &shape) {
+Case permute(const Formats &formats, const Order &order, const Shape &shape, Lines lines = Lines::kDense) {
   Case what;
   what.kind = "order " + digits(order) + ", " + formats.name;
-  what.shape = name_of(shape);
+  what.shape = name_of(shape) + (lines == Lines::kPadded ? " padded" : "");
   what.extent = shape.width;
   what.unit = "element";
   what.units = static_cast<double>(shape.elements());
   what.make = [=](Arena &arena) {
-    _NN_PERMUTE_PARM parm = block(formats, order, shape);
-    parm.in_addr = address(random_bytes(arena, shape.elements() * formats.in.bytes()));
-    parm.out_addr = address(zero_bytes(arena, shape.elements() * formats.out.bytes()));
+    _NN_PERMUTE_PARM parm = block(formats, order, shape, lines);
+    parm.in_addr = address(random_bytes(arena, size_t{shape.batch} * parm.in_batch_ofs));
+    const uint32_t out_batch =
+        std::array{shape.batch, shape.channels, shape.height, shape.width}[static_cast<size_t>(order[0])];
+    parm.out_addr = address(zero_bytes(arena, size_t{out_batch} * parm.out_batch_ofs));
     return call_of(tarvu_permute_process, parm);
   };
   return what;
@@ -68,7 +74,7 @@ Maker two_passes(const Formats &formats, const Order &order, const Shape &shape)
   return [=](Arena &arena) -> Call {
     const size_t count = shape.elements();
     const Formats same = {"", formats.out, formats.out_frac_bits, formats.out, formats.out_frac_bits};
-    _NN_PERMUTE_PARM parm = block(same, order, shape);
+    _NN_PERMUTE_PARM parm = block(same, order, shape, Lines::kDense);
     const uint8_t *in = random_bytes(arena, count * formats.in.bytes());
     uint8_t *between = zero_bytes(arena, count * formats.out.bytes());
     parm.in_addr = address(between);
@@ -117,6 +123,23 @@ void add_orders(Cases &cases, const Formats &formats) {
   } while (std::next_permutation(order.begin(), order.end()));
 }
 
+/// Lines that an accelerator has aligned.
+void add_padded(Cases &cases, const Formats &formats) {
+  for (const Order &order :
+       {Order{0, 2, 3, 1}, Order{0, 3, 1, 2}, Order{0, 2, 1, 3}, Order{1, 0, 2, 3}, Order{0, 1, 3, 2}}) {
+    for (const Shape &shape : {Shape{1, 3, 56, 56}, Shape{2, 16, 14, 14}, Shape{1, 64, 7, 7}, Shape{8, 4, 10, 28}}) {
+      Case what = permute(formats, order, shape, Lines::kPadded);
+      what.neighbour =
+          std::string("order ") + (moves_lines(order) ? "0213, " : "0231, ") + formats.name + ", 1x64x56x56";
+      if (moves_lines(order)) {
+        what.extra = std::min(4.0 * static_cast<double>(shape.elements() / shape.width), 0.6 * what.units);
+        what.why = "and 4 instructions for each line, or 0.6 for each element";
+      }
+      add(cases, std::move(what));
+    }
+  }
+}
+
 /// Sides of a plain transpose.
 void add_transposes(Cases &cases, const Formats &formats) {
   for (const uint32_t side : kExtents) {
@@ -129,6 +152,7 @@ void add_transposes(Cases &cases, const Formats &formats) {
       what.extent = side;
       if (side == 3 && formats.in.bits == 8) {
         what.figure = to_pixels ? 0.38 : 0.31;
+        what.limit = 1;
         what.why = "loads and stores that split three ways";
       } else {
         what.neighbour = "order 0231, " + std::string(formats.name) + ", 1x64x56x56";
@@ -147,6 +171,8 @@ void add_permute_cases(Cases &cases) {
   add_orders(cases, {"u8 to s8, equal fraction bits", kU8, 4, kS8, 4});
   add_orders(cases, {"s16 to s8", kS16, 8, kS8, 4});
   add_orders(cases, {"u8 to u16", kU8, 4, kU16, 8});
+  add_padded(cases, kSame8);
+  add_padded(cases, kSame16);
   add_transposes(cases, kSame8);
   add_transposes(cases, kSame16);
   for (const Order &order : {Order{0, 2, 3, 1}, Order{0, 3, 1, 2}, Order{0, 2, 1, 3}, Order{1, 2, 3, 0}}) {

@@ -97,6 +97,7 @@ void add_prelu_cases(Cases &cases) {
       if (side == 1) {
         what.neighbour.clear();
         what.figure = type.bits == 8 ? 1.1 : 1.6;
+        what.limit = type.bits == 8 ? 1 : 1.5;
         what.why = "slopes loaded as the elements are, eight to a vector";
       }
       add(cases, std::move(what));

@@ -18,22 +18,29 @@ constexpr Formats kSame16 = {"16 bits", kS16, 4, kS16, 4};
 constexpr Formats kShifted8 = {"s8 to s8, shifted", kS8, 3, kS8, 5};
 constexpr Formats kShifted16 = {"s16 to s16, shifted", kS16, 3, kS16, 5};
 
-Case reverse(const Formats &formats, int8_t axis, const Shape &shape) {
+enum class Lines { kDense, kPadded };
+
+/// Padded lines are apart by the next multiple of 64 bytes, at least one byte more; the padding moves with what lies
+/// within a slice.
+Case reverse(const Formats &formats, int8_t axis, const Shape &shape, Lines lines = Lines::kDense) {
+  const size_t line = shape.width * formats.in.bytes();
+  const size_t line_ofs = lines == Lines::kPadded ? round_up(line + 1, 64) : line;
+  const size_t all_bytes = size_t{shape.batch} * shape.channels * shape.height * line_ofs;
   Case what;
   what.kind = "axis " + std::to_string(axis) + ", " + formats.name;
-  what.shape = name_of(shape);
+  what.shape = name_of(shape) + (lines == Lines::kPadded ? " padded" : "");
   what.extent = shape.width;
   what.unit = "element";
-  what.units = static_cast<double>(shape.elements());
+  what.units = axis == 3 ? static_cast<double>(shape.elements()) : static_cast<double>(all_bytes / formats.in.bytes());
   what.make = [=](Arena &arena) {
     _NN_REVERSE_PARM parm{};
-    parm.in_addr = address(random_bytes(arena, shape.elements() * formats.in.bytes()));
-    parm.out_addr = address(zero_bytes(arena, shape.elements() * formats.in.bytes()));
+    parm.in_addr = address(random_bytes(arena, all_bytes));
+    parm.out_addr = address(zero_bytes(arena, all_bytes));
     parm.width = u16(shape.width);
     parm.height = u16(shape.height);
     parm.channel = u16(shape.channels);
     parm.batch = u16(shape.batch);
-    parm.in_line_ofs = parm.out_line_ofs = shape.width * formats.in.bytes();
+    parm.in_line_ofs = parm.out_line_ofs = u32(line_ofs);
     parm.in_channel_ofs = parm.out_channel_ofs = shape.height * parm.in_line_ofs;
     parm.in_batch_ofs = parm.out_batch_ofs = shape.channels * parm.in_channel_ofs;
     parm.in_fmt = format(formats.in, formats.in_frac_bits);
@@ -55,7 +62,8 @@ void add_reverse_cases(Cases &cases) {
       for (const uint32_t width : kExtents) {
         if (width == 1000 || width == 21 || width == 49) continue;
         const uint32_t height = std::clamp(256 / width, 2u, 16u);
-        Case what = make({4, 4, height, width});
+        const bool is_padded = width == 3 || width == 13 || width == 24;
+        Case what = reverse(formats, axis, {4, 4, height, width}, is_padded ? Lines::kPadded : Lines::kDense);
         // The slices that change places hold a line, a plane or an item: each takes some instructions of its own.
         const double slices = axis == 3 ? 0 : axis == 2 ? 16.0 * height : axis == 1 ? 16.0 : 4.0;
         what.extra = std::min(10 * slices, 1.5 * what.units);

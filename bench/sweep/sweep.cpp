@@ -66,7 +66,8 @@ void add_doublings(Cases &cases, const std::function<Case(const Shape &)> &make,
     if (shape.*extent == 1) continue;
     Shape doubled = shape;
     doubled.*extent *= 2;
-    const Case twice = make(doubled);
+    Case twice = make(doubled);
+    if (twice.neighbour.empty() && !twice.calls && twice.figure == 0) twice.neighbour = once.name();
     add(cases, twice);
     cases.doublings.push_back({axis, once.name(), twice.name()});
   }

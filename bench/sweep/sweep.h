@@ -1,5 +1,6 @@
 /// \file sweep.h
-/// The sweep: small blocks of every operator over types, axes and shapes, each held against what its work costs elsewhere.
+/// The sweep: small blocks of every operator over types, axes and shapes, each held against what its work costs
+/// elsewhere.
 #ifndef TARVU_BENCH_SWEEP_SWEEP_H
 #define TARVU_BENCH_SWEEP_SWEEP_H
 
@@ -22,7 +23,8 @@ struct Arena {
   uint64_t seed = 1;
 };
 
-/// `count` zeros on a cache line of their own. Behind every piece there is room for what operators read and write past a run.
+/// `count` zeros on a cache line of their own. Behind every piece there is room for what operators read and write past
+/// a run.
 uint8_t *zero_bytes(Arena &arena, size_t count);
 /// `count` bytes of any value.
 uint8_t *random_bytes(Arena &arena, size_t count);
@@ -53,6 +55,7 @@ struct Case {
   Maker calls;            ///< other calls, or a plain loop, that come to the same result; or
   double figure = 0;      ///< instructions a unit
   std::string why;        ///< what the reference is, in words, where its name does not tell
+  double limit = 1.5;  ///< the most that the case may cost in proportion to all this; 1 for a figure that must be met
 
   std::string name() const { return kind + ", " + shape; }
 };
@@ -85,7 +88,8 @@ std::string name_of(const Shape &shape);
 
 /// Adds the case unless one of this name is there.
 void add(Cases &cases, Case what);
-/// Adds `make(shape)` and the same with each extent above 1 doubled, and the doublings. `make` returns a Case.
+/// Adds `make(shape)` and the same with each extent above 1 doubled, and the doublings. What `make` holds against
+/// nothing is held against the case of once the extent.
 void add_doublings(Cases &cases, const std::function<Case(const Shape &)> &make, const Shape &shape);
 
 /// The extents that networks have.

@@ -1,7 +1,7 @@
 /// \file sweep_main.cpp
-/// The sweep's command: calls every case once between the marks of the instruction counter, which writes one line for each
-/// pair of marks, and prints one line of tab-separated fields in the same order:
-///   case OPERATOR KIND SHAPE EXTENT UNIT UNITS FIXED EXTRA NEIGHBOUR FACTOR FIGURE WHY
+/// The sweep's command: calls every case once between the marks of the instruction counter, which writes one line for
+/// each pair of marks, and prints one line of tab-separated fields in the same order:
+///   case OPERATOR KIND SHAPE EXTENT UNIT UNITS FIXED EXTRA NEIGHBOUR FACTOR FIGURE LIMIT WHY
 ///   calls                                  the case before, by its other calls
 ///   doubling OPERATOR AXIS ONCE TWICE      nothing is called
 #include <fcntl.h>
@@ -75,9 +75,9 @@ void run(FILE *out, const char *name, const sweep::Case &what) {
     sweep::Arena arena;
     count(what.make(arena));
   }
-  std::fprintf(out, "case\t%s\t%s\t%s\t%u\t%s\t%.9g\t%.9g\t%.9g\t%s\t%.9g\t%.9g\t%s\n", name, what.kind.c_str(),
+  std::fprintf(out, "case\t%s\t%s\t%s\t%u\t%s\t%.9g\t%.9g\t%.9g\t%s\t%.9g\t%.9g\t%.9g\t%s\n", name, what.kind.c_str(),
                what.shape.c_str(), what.extent, what.unit.c_str(), what.units, what.fixed, what.extra,
-               what.neighbour.c_str(), what.factor, what.figure, what.why.c_str());
+               what.neighbour.c_str(), what.factor, what.figure, what.limit, what.why.c_str());
   if (what.calls) {
     sweep::Arena arena;
     count(what.calls(arena));

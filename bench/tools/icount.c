@@ -6,10 +6,15 @@
 ///
 /// The program must keep its symbol table. Every section from one marker to the other adds a line to the report:
 ///   icount total=N vec=N ld=N st=N br=N other=N
-/// by class of the A64 encoding: vec is SIMD and floating-point data processing; ld and st are loads and stores of
-/// any register, one for each instruction; br is branches, exceptions and system. With dump=1 the 40 hottest blocks
-/// follow, with the symbol that each lies in, and with code=1 also the words of their instructions. With counts=1 the line
-/// is "icount total=N" alone, which takes the emulator a fifth of the time.
+/// by class of the A64 encoding: vec is SIMD and floating-point data processing; ld and st are loads and stores of any
+/// register, one for each instruction; br is branches, exceptions and system. With dump=1 the 40 hottest blocks follow,
+/// with the symbol that each lies in. With counts=1 the line is "icount total=N" alone, which takes the emulator a fifth
+/// of the time.
+///
+/// With windows=N, N stretches of the sequence of blocks that was executed follow instead, spread evenly over the
+/// section, and the blocks that they are made of:
+///   block NUMBER hits=N symbol=NAME code=WORD,WORD,..
+///   window NUMBER NUMBER .. | NUMBER NUMBER ..     blocks that warm a processor up, then those to be measured
 ///
 /// Distributions build the emulator with plugins but do not ship the header, so what is used of it is declared here.
 #include <inttypes.h>
@@ -40,14 +45,17 @@ TARVU_PLUGIN_EXPORT int qemu_plugin_version = 1;
 TARVU_PLUGIN_EXPORT int qemu_plugin_install(qemu_plugin_id_t id, const void *info, int argc, char **argv);
 
 enum { kVector, kLoad, kStore, kBranch, kOther, kClasses };
-enum { kAddInline = 0, kHottestBlocks = 40, kLineBytes = 256, kSymbolBytes = 64 };
+enum { kAddInline = 0, kWarmUp = 256, kMeasured = 768 };  // instructions
+enum { kHottestBlocks = 40, kLineBytes = 512, kSymbolBytes = 384 };
 
 /// A translated run of instructions that is entered at its top only.
 struct block {
   uint64_t address;
   uint32_t instructions;
   uint32_t of_class[kClasses];
-  uint64_t hits;   // since the section began
+  uint64_t hits;  // since the section began
+  uint32_t number;
+  bool is_in_window;
   uint32_t *code;  // null if it is not wanted
   char symbol[kSymbolBytes];
   struct block *next;
@@ -56,10 +64,15 @@ struct block {
 static const char *begin_symbol = "bench_mark_begin";
 static const char *end_symbol = "bench_mark_end";
 static bool dump_blocks;
-static bool keep_code;
 static bool only_counts;
+static int windows_wanted;
 static bool counting;
 static struct block *all_blocks;
+static struct block **by_number;
+static uint32_t block_count;
+static uint32_t *sequence;  // numbers of the blocks executed since the section began, if windows are wanted
+static size_t sequence_length;
+static size_t sequence_room;
 static uint64_t total;
 static uint64_t executed;  // by only_counts, since the program began
 static uint64_t total_of_class[kClasses];
@@ -82,6 +95,20 @@ static unsigned classify(uint32_t word) {
   return bits(word, 22, 1) ? kLoad : kStore;  // exclusive, and structures
 }
 
+static void *larger(void *memory, size_t bytes) {
+  void *grown = realloc(memory, bytes);
+  if (grown == NULL) abort();
+  return grown;
+}
+
+static void append_to_sequence(uint32_t number) {
+  if (sequence_length == sequence_room) {
+    sequence_room = sequence_room == 0 ? 1u << 20 : 2 * sequence_room;
+    sequence = larger(sequence, sequence_room * sizeof *sequence);
+  }
+  sequence[sequence_length++] = number;
+}
+
 static void block_executed(unsigned processor, void *data) {
   struct block *b = data;
   (void)processor;
@@ -89,6 +116,7 @@ static void block_executed(unsigned processor, void *data) {
   ++b->hits;
   total += b->instructions;
   for (int i = 0; i < kClasses; ++i) total_of_class[i] += b->of_class[i];
+  if (windows_wanted != 0) append_to_sequence(b->number);
 }
 
 static int hotter_first(const void *a, const void *b) {
@@ -97,6 +125,15 @@ static int hotter_first(const void *a, const void *b) {
   const uint64_t of_x = x->hits * x->instructions;
   const uint64_t of_y = y->hits * y->instructions;
   return of_x < of_y ? 1 : of_x > of_y ? -1 : 0;
+}
+
+static void print_code(const struct block *b) {
+  char word[16];
+  for (uint32_t k = 0; b->code != NULL && k < b->instructions; ++k) {
+    snprintf(word, sizeof word, "%s%08" PRIx32, k == 0 ? " code=" : ",", b->code[k]);
+    qemu_plugin_outs(word);
+  }
+  qemu_plugin_outs("\n");
 }
 
 static void report_blocks(void) {
@@ -113,16 +150,61 @@ static void report_blocks(void) {
     const struct block *b = sorted[i];
     const double share = 100.0 * (double)(b->hits * b->instructions) / (double)total;
     char line[kLineBytes];
-    snprintf(line, sizeof line, "  %5.2f%% %#" PRIx64 " insns=%" PRIu32 " hits=%" PRIu64 " %s", share, b->address,
+    snprintf(line, sizeof line, "  %5.2f%% %#" PRIx64 " insns=%" PRIu32 " hits=%" PRIu64 " %s\n", share, b->address,
              b->instructions, b->hits, b->symbol);
     qemu_plugin_outs(line);
-    for (uint32_t k = 0; b->code != NULL && k < b->instructions; ++k) {
-      snprintf(line, sizeof line, "%s%08" PRIx32, k == 0 ? " code=" : ",", b->code[k]);
-      qemu_plugin_outs(line);
-    }
-    qemu_plugin_outs("\n");
   }
   free(sorted);
+}
+
+/// One window from `first` of the sequence on; returns where it ends and adds its instructions to `*executed_so_far`.
+static size_t report_window(size_t first, uint64_t *executed_so_far) {
+  char number[16];
+  uint64_t length = 0;
+  bool warm = false;
+  qemu_plugin_outs("window");
+  for (; first < sequence_length && length < kWarmUp + kMeasured; ++first) {
+    struct block *b = by_number[sequence[first]];
+    if (!warm && length >= kWarmUp) {
+      qemu_plugin_outs(" |");
+      warm = true;
+    }
+    snprintf(number, sizeof number, " %" PRIu32, b->number);
+    qemu_plugin_outs(number);
+    b->is_in_window = true;
+    length += b->instructions;
+  }
+  qemu_plugin_outs("\n");
+  *executed_so_far += length;
+  return first;
+}
+
+/// One window in each of as many equal parts of the section, at a place that is the same in every run.
+static void report_windows(void) {
+  const uint64_t part = total / (uint64_t)windows_wanted;
+  const uint64_t room = part > kWarmUp + kMeasured ? part - kWarmUp - kMeasured : 1;
+  uint64_t seed = 88172645463325252u;  // xorshift
+  uint64_t executed_so_far = 0;
+  size_t at = 0;
+  for (int i = 0; i < windows_wanted && at < sequence_length; ++i) {
+    seed ^= seed << 13;
+    seed ^= seed >> 7;
+    seed ^= seed << 17;
+    const uint64_t start = (uint64_t)i * part + seed % room;
+    for (; at < sequence_length && executed_so_far < start; ++at) {
+      executed_so_far += by_number[sequence[at]]->instructions;
+    }
+    at = report_window(at, &executed_so_far);
+  }
+  for (struct block *b = all_blocks; b != NULL; b = b->next) {
+    if (!b->is_in_window) continue;
+    char line[kLineBytes];
+    snprintf(line, sizeof line, "block %" PRIu32 " hits=%" PRIu64 " symbol=%s", b->number, b->hits, b->symbol);
+    qemu_plugin_outs(line);
+    print_code(b);
+    b->is_in_window = false;
+  }
+  sequence_length = 0;
 }
 
 static void section_begins(unsigned processor, void *data) {
@@ -149,6 +231,7 @@ static void section_ends(unsigned processor, void *data) {
            total_of_class[kOther]);
   qemu_plugin_outs(line);
   if (dump_blocks) report_blocks();
+  if (windows_wanted != 0) report_windows();
   for (struct block *b = all_blocks; b != NULL; b = b->next) b->hits = 0;
   total = 0;
   memset(total_of_class, 0, sizeof total_of_class);
@@ -172,9 +255,15 @@ static void block_is_translated(qemu_plugin_id_t id, struct qemu_plugin_tb *tran
   if (b == NULL) abort();
   const size_t count = qemu_plugin_tb_n_insns(translated);
   b->instructions = (uint32_t)count;
+  b->number = block_count;
+  if (windows_wanted != 0) {
+    by_number = larger(by_number, (block_count + 1u) * sizeof *by_number);
+    by_number[block_count] = b;
+  }
+  ++block_count;
   b->next = all_blocks;
   all_blocks = b;
-  if (keep_code) b->code = malloc(count * sizeof *b->code);
+  if (windows_wanted != 0) b->code = malloc(count * sizeof *b->code);
   for (size_t i = 0; i < count; ++i) {
     uint32_t word;
     memcpy(&word, qemu_plugin_insn_data(qemu_plugin_tb_get_insn(translated, i)), sizeof word);
@@ -200,8 +289,8 @@ int qemu_plugin_install(qemu_plugin_id_t id, const void *info, int argc, char **
       dump_blocks = true;
     } else if (strcmp(argv[i], "counts=1") == 0 || strcmp(argv[i], "counts=on") == 0) {
       only_counts = true;
-    } else if (strcmp(argv[i], "code=1") == 0 || strcmp(argv[i], "code=on") == 0) {
-      keep_code = true;
+    } else if (strncmp(argv[i], "windows=", 8) == 0) {
+      windows_wanted = atoi(argv[i] + 8);
     } else {
       fprintf(stderr, "icount: unknown argument %s\n", argv[i]);
       return 1;
