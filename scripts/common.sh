@@ -17,6 +17,7 @@ build_tools="
   qemu-aarch64 qemu-user
 "
 example_tools="
+  pkg-config pkg-config
   /usr/include/stb/stb_image.h libstb-dev
   /usr/include/CLI/CLI.hpp libcli11-dev
 "
@@ -24,7 +25,6 @@ test_tools="
   python3 python3
   /usr/src/googletest/CMakeLists.txt googletest
   make make
-  pkg-config pkg-config
   dpkg-deb dpkg
   file file
   abidiff abigail-tools
