@@ -106,8 +106,7 @@ packages_so_far() {
     /^Setting up / { ++ready }
     END {
       if (!all) print "reading the lists of packages"
-      else if (ready) printf "%d of %d packages are set up\n", ready, all
-      else if (unpacked) printf "%d of %d packages are unpacked\n", unpacked, all
+      else if (unpacked) printf "%d of %d packages are unpacked, %d set up\n", unpacked, all, ready
       else printf "%d of %d packages are fetched\n", fetched, all
     }' "$1"
 }

@@ -101,7 +101,7 @@ def install(tree):
     status, told, errors = tree.run_functions(f"install_missing {made} a-package cmake cmake\nsay installed")
     yield status == 0 and not errors, "the installation fails"
     yield told[0] == "== installing a-package " and told[-1] == "== installed", "it does not say what it does"
-    so_far = [line for line in told if re.fullmatch(r"   2 of 3 packages are unpacked, [123] s", line)]
+    so_far = [line for line in told if re.fullmatch(r"   2 of 3 packages are unpacked, 0 set up, [123] s", line)]
     yield so_far, "it does not say how far it is"
     yield len(told) == 2 + len(so_far), "it says more than that"
     yield not list(tree.temporary.iterdir()) and not list((tree.root / "build").iterdir()), "a log is left"
