@@ -1,7 +1,8 @@
 // Flat conversion between integer runs and floats with one multiplier, and two shuffles of interleaved bytes.
 #include "convert/multiplier.h"
+#include "frame/memory.h"
 #include "simd/conversion.h"
-#include "simd/rearrange.h"
+#include "simd/transpose.h"
 #include "tarvu.h"
 
 namespace tarvu {
@@ -44,6 +45,11 @@ void to_floats(const T *source, float *destination, int frac_bits, uint32_t coun
     const auto as_float = to_f32(x);
     return as_float * fill<std::remove_cv_t<decltype(as_float)>>(multiplier);
   });
+}
+
+/// Kept: bytes move one after the other, lane by lane, where the destination overlaps the source.
+bool bytes_lie_apart(const uint8_t *source, const uint8_t *destination, size_t bytes) {
+  return lie_apart(memory_of(source, bytes), memory_of(destination, bytes));
 }
 
 }  // namespace
@@ -89,10 +95,22 @@ void int8tofloat_neon(const int8_t *source, float *destination, int16_t frac_bit
 
 void permute_data_in(const uint8_t *source, uint8_t *destination, uint32_t lanes, uint32_t total_bytes) {
   const uint32_t groups = tarvu::divide(total_bytes, lanes);
-  tarvu::transpose<uint8_t>(source, lanes, destination, groups, groups, lanes);
+  if (tarvu::bytes_lie_apart(source, destination, size_t{lanes} * groups)) {
+    tarvu::transpose<uint8_t>(source, lanes, destination, groups, groups, lanes);
+    return;
+  }
+  for (size_t lane = 0; lane < lanes; ++lane) {
+    for (size_t group = 0; group < groups; ++group) destination[lane * groups + group] = source[group * lanes + lane];
+  }
 }
 
 void permute_data_out(const uint8_t *source, uint8_t *destination, uint32_t lanes, uint32_t total_bytes) {
   const uint32_t groups = tarvu::divide(total_bytes, lanes);
-  tarvu::transpose<uint8_t>(source, groups, destination, lanes, lanes, groups);
+  if (tarvu::bytes_lie_apart(source, destination, size_t{lanes} * groups)) {
+    tarvu::transpose<uint8_t>(source, groups, destination, lanes, lanes, groups);
+    return;
+  }
+  for (size_t lane = 0; lane < lanes; ++lane) {
+    for (size_t group = 0; group < groups; ++group) destination[group * lanes + lane] = source[lane * groups + group];
+  }
 }

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "convert/format_entry.h"
+#include "convert/reformat.h"
 #include "frame/memory.h"
 #include "simd/saturating_shift.h"
 
@@ -23,42 +24,46 @@ void reformat(const uint8_t *from, uint8_t *to, uint32_t count, int shift) {
   }
 }
 
-/// Signedness of both sides is the output's.
-template <class Byte, class Half>
-void reformat_between(int in_width, int out_width, const uint8_t *from, uint8_t *to, uint32_t count, int shift) {
-  if (in_width == 8) {
-    out_width == 8 ? reformat<Byte, Byte>(from, to, count, shift) : reformat<Byte, Half>(from, to, count, shift);
-  } else {
-    out_width == 8 ? reformat<Half, Byte>(from, to, count, shift) : reformat<Half, Half>(from, to, count, shift);
-  }
+void copy_elements(const uint8_t *from, uint8_t *to, uint32_t count, int element_bytes) {
+  if (from != to) std::memmove(to, from, size_t{count} * static_cast<size_t>(element_bytes));
 }
 
 }  // namespace
+
+Reformat reformat_between(const _NN_FMT &in_fmt, const _NN_FMT &out_fmt) {
+  // Kept: widths are sums of a byte, modulo 256.
+  const int in_width = static_cast<int8_t>(width_bits(in_fmt));
+  const int out_width = static_cast<int8_t>(width_bits(out_fmt));
+  const bool in_narrow = in_width == 8 || in_width == 16;
+  const bool out_narrow = out_width == 8 || out_width == 16;
+  if (!in_narrow || !out_narrow) return {};
+  Reformat reformat{static_cast<uint32_t>(in_width / 8), static_cast<uint32_t>(out_width / 8), false, 0, nullptr};
+  const int right = in_fmt.frac_bits - out_fmt.frac_bits;
+  if (in_width == out_width && right == 0) {
+    // Kept: a copy whatever the signs, with no clamp.
+    reformat.copies = true;
+    reformat.shift = in_width / 8;
+    reformat.run = copy_elements;
+    return reformat;
+  }
+  reformat.shift = right >= 0 ? -(right & 31) : (-right & 31);
+  // Signedness of both sides is the output's.
+  static constexpr decltype(reformat.run) kRuns[2][2][2] = {
+      {{tarvu::reformat<uint8_t, uint8_t>, tarvu::reformat<uint8_t, uint16_t>},
+       {tarvu::reformat<uint16_t, uint8_t>, tarvu::reformat<uint16_t, uint16_t>}},
+      {{tarvu::reformat<int8_t, int8_t>, tarvu::reformat<int8_t, int16_t>},
+       {tarvu::reformat<int16_t, int8_t>, tarvu::reformat<int16_t, int16_t>}}};
+  reformat.run = kRuns[out_fmt.sign_bits != 0 ? 1 : 0][in_width / 16][out_width / 16];
+  return reformat;
+}
+
 }  // namespace tarvu
 
 void tarvu_convert_fmt_c(const void *source, void *destination, uint32_t count, const _NN_FMT *in_fmt,
                          const _NN_FMT *out_fmt, const _NN_SCALE *, const _NN_SCALE *) {
   if (count == 0) return;
-  // Kept: widths are sums of a byte, modulo 256.
-  const int in_width = static_cast<int8_t>(tarvu::width_bits(*in_fmt));
-  const int out_width = static_cast<int8_t>(tarvu::width_bits(*out_fmt));
-  const bool in_narrow = in_width == 8 || in_width == 16;
-  const bool out_narrow = out_width == 8 || out_width == 16;
-  if (!in_narrow || !out_narrow) return;
-  const int right = in_fmt->frac_bits - out_fmt->frac_bits;
-  if (in_width == out_width && right == 0) {
-    // Kept: a copy whatever the signs, with no clamp.
-    if (source != destination) std::memmove(destination, source, size_t{count} * static_cast<size_t>(in_width / 8));
-    return;
-  }
-  const int shift = right >= 0 ? -(right & 31) : (-right & 31);
-  const auto *from = static_cast<const uint8_t *>(source);
-  auto *to = static_cast<uint8_t *>(destination);
-  if (out_fmt->sign_bits != 0) {
-    tarvu::reformat_between<int8_t, int16_t>(in_width, out_width, from, to, count, shift);
-  } else {
-    tarvu::reformat_between<uint8_t, uint16_t>(in_width, out_width, from, to, count, shift);
-  }
+  tarvu::reformat_run(tarvu::reformat_between(*in_fmt, *out_fmt), static_cast<const uint8_t *>(source),
+                      static_cast<uint8_t *>(destination), count);
 }
 
 void tarvu_fixtofloat_neon(const void *source, float *destination, uint32_t count, const _NN_FMT *fmt,

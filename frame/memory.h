@@ -26,9 +26,10 @@ inline bool lie_apart(const Memory &a, const Memory &b) {
 inline bool are_same(const Memory &a, const Memory &b) { return a.address == b.address && a.bytes == b.bytes; }
 
 /// Whether ascending work on blocks, each loaded whole before it is stored, reads nothing that it has written: the two lie apart,
-/// or the destination starts no later than the source and takes no more bytes for the same elements.
+/// or the destination, with the same number of elements, neither starts nor ends behind the source.
 inline bool no_store_precedes_its_load(const Memory &source, const Memory &destination) {
-  return lie_apart(source, destination) || (destination.address <= source.address && destination.bytes <= source.bytes);
+  return lie_apart(source, destination) || (destination.address <= source.address &&
+                                            destination.address + destination.bytes <= source.address + source.bytes);
 }
 
 }  // namespace tarvu

@@ -1,5 +1,5 @@
 /// \file rearrange.h
-/// Moves of 8-bit and 16-bit elements: reversed runs, short copies, transposed blocks. Sources and destinations lie apart.
+/// Moves of 8-bit and 16-bit elements: reversed runs and short copies. Sources and destinations lie apart.
 #ifndef TARVU_SIMD_REARRANGE_H
 #define TARVU_SIMD_REARRANGE_H
 
@@ -66,59 +66,6 @@ inline void copy_run(const uint8_t *from, uint8_t *to, size_t bytes) {
   } else {
     copy_vectors<1>(from, to);
     copy_vectors<1>(from + bytes - 16, to + bytes - 16);
-  }
-}
-
-/// Transposes a square block of as many rows as a vector has lanes: row r of the source becomes column r of the destination.
-template <class Lanes>
-inline void transpose_block(const uint8_t *from, size_t from_step, uint8_t *to, size_t to_step) {
-  constexpr int kRows = kLanes<Lanes>;
-  Lanes rows[kRows];
-  for (int r = 0; r < kRows; ++r, from += from_step) rows[r] = load<Lanes>(from);
-  // Each round of zips of rows r and r + kRows / 2 rotates the bits of (row, column) by one; log2(kRows) rounds swap them.
-  for (int round = 1; round < kRows; round *= 2) {
-    Lanes zipped[kRows];
-    for (int r = 0; r < kRows / 2; ++r) {
-      zipped[2 * r] = zip_low(rows[r], rows[r + kRows / 2]);
-      zipped[2 * r + 1] = zip_high(rows[r], rows[r + kRows / 2]);
-    }
-    for (int r = 0; r < kRows; ++r) rows[r] = zipped[r];
-  }
-  for (int r = 0; r < kRows; ++r, to += to_step) store(to, rows[r]);
-}
-
-/// Transposes: element (row, column) at from[row * from_step + column] goes to to[column * to_step + row]; both steps in bytes.
-template <class Element>
-inline void transpose(const uint8_t *from, size_t from_step, uint8_t *to, size_t to_step, uint32_t rows,
-                      uint32_t columns) {
-  using Lanes = LanesOfBytes<sizeof(Element)>;
-  constexpr uint32_t kSide = kLanes<Lanes>;
-  if (rows < kSide || columns < kSide) {
-    for (uint32_t r = 0; r < rows; ++r) {
-      const uint8_t *source = from + r * from_step;
-      uint8_t *destination = to + r * sizeof(Element);
-      for (uint32_t c = 0; c < columns; ++c, destination += to_step) {
-        store(destination, load<Element>(source + c * sizeof(Element)));
-      }
-    }
-    return;
-  }
-  // Blocks at the lower and right edges are moved back to lie inside; what they write twice is the same.
-  const auto block_at = [=](uint32_t r, uint32_t c) {
-    const uint32_t row = r + kSide <= rows ? r : rows - kSide;
-    const uint32_t column = c + kSide <= columns ? c : columns - kSide;
-    transpose_block<Lanes>(from + row * from_step + column * sizeof(Element), from_step,
-                           to + column * to_step + row * sizeof(Element), to_step);
-  };
-  // The shorter side inside, so that the lines of both tensors are still in the cache when the next block needs their rest.
-  if (columns <= rows) {
-    for (uint32_t r = 0; r < rows; r += kSide) {
-      for (uint32_t c = 0; c < columns; c += kSide) block_at(r, c);
-    }
-  } else {
-    for (uint32_t c = 0; c < columns; c += kSide) {
-      for (uint32_t r = 0; r < rows; r += kSide) block_at(r, c);
-    }
   }
 }
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "simd/lanes.h"
+#include "simd/part.h"
 
 namespace tarvu {
 
@@ -31,25 +31,25 @@ struct ShiftedBlock {
   uint8x16_t vectors[sizeof(Out)];
 };
 
-/// Loads 16 elements and shifts them by a count in every lane (right if negative), saturated to Out.
+/// 16 elements shifted by a count in every lane (right if negative), saturated to Out. Of 8-bit elements `second` is not read.
 template <class In, class Out>
-inline ShiftedBlock<Out> shift_block(const uint8_t *from, int8x16_t shift) {
+inline ShiftedBlock<Out> shift_vectors(uint8x16_t first, [[maybe_unused]] uint8x16_t second, int8x16_t shift) {
   const int16x8_t wide_shift = vmovl_s8(vget_low_s8(shift));
   if constexpr (sizeof(In) == 1 && sizeof(Out) == 1) {
     if constexpr (std::is_signed_v<In>) {
-      return {{vreinterpretq_u8_s8(vqshlq_s8(vreinterpretq_s8_u8(vld1q_u8(from)), shift))}};
+      return {{vreinterpretq_u8_s8(vqshlq_s8(vreinterpretq_s8_u8(first), shift))}};
     } else {
-      return {{vqshlq_u8(vld1q_u8(from), shift)}};
+      return {{vqshlq_u8(first, shift)}};
     }
   } else if constexpr (std::is_signed_v<In>) {
     int16x8_t low, high;
     if constexpr (sizeof(In) == 1) {
-      const int8x16_t narrow = vreinterpretq_s8_u8(vld1q_u8(from));
+      const int8x16_t narrow = vreinterpretq_s8_u8(first);
       low = vmovl_s8(vget_low_s8(narrow));
       high = vmovl_high_s8(narrow);
     } else {
-      low = vreinterpretq_s16_u8(vld1q_u8(from));
-      high = vreinterpretq_s16_u8(vld1q_u8(from + 16));
+      low = vreinterpretq_s16_u8(first);
+      high = vreinterpretq_s16_u8(second);
     }
     low = vqshlq_s16(low, wide_shift);
     high = vqshlq_s16(high, wide_shift);
@@ -61,12 +61,11 @@ inline ShiftedBlock<Out> shift_block(const uint8_t *from, int8x16_t shift) {
   } else {
     uint16x8_t low, high;
     if constexpr (sizeof(In) == 1) {
-      const uint8x16_t narrow = vld1q_u8(from);
-      low = vmovl_u8(vget_low_u8(narrow));
-      high = vmovl_high_u8(narrow);
+      low = vmovl_u8(vget_low_u8(first));
+      high = vmovl_high_u8(first);
     } else {
-      low = vreinterpretq_u16_u8(vld1q_u8(from));
-      high = vreinterpretq_u16_u8(vld1q_u8(from + 16));
+      low = vreinterpretq_u16_u8(first);
+      high = vreinterpretq_u16_u8(second);
     }
     low = vqshlq_u16(low, wide_shift);
     high = vqshlq_u16(high, wide_shift);
@@ -76,6 +75,27 @@ inline ShiftedBlock<Out> shift_block(const uint8_t *from, int8x16_t shift) {
       return {{vreinterpretq_u8_u16(low), vreinterpretq_u8_u16(high)}};
     }
   }
+}
+
+/// The same from memory.
+template <class In, class Out>
+inline ShiftedBlock<Out> shift_block(const uint8_t *from, int8x16_t shift) {
+  const uint8x16_t first = vld1q_u8(from);
+  return shift_vectors<In, Out>(first, sizeof(In) == 2 ? vld1q_u8(from + 16) : first, shift);
+}
+
+/// Less than 16 elements: loaded and stored as parts of vectors.
+template <class In, class Out>
+inline void shift_part(const uint8_t *from, uint8_t *to, uint32_t count, int8x16_t shift) {
+  const size_t in_bytes = count * sizeof(In);
+  const size_t out_bytes = count * sizeof(Out);
+  const bool two_in = in_bytes > 16;
+  const u8x16 first = two_in ? load<u8x16>(from) : load_part(from, in_bytes);
+  const u8x16 second = two_in ? load_part(from + 16, in_bytes - 16) : first;
+  const ShiftedBlock<Out> shifted = shift_vectors<In, Out>(first, second, shift);
+  if (out_bytes <= 16) return store_part(to, shifted.vectors[0], out_bytes);
+  store(to, shifted.vectors[0]);
+  store_part(to + 16, shifted.vectors[sizeof(Out) - 1], out_bytes - 16);
 }
 
 template <class Out>
@@ -150,26 +170,30 @@ inline void shift_bytes_block(const uint8_t *from, uint8_t *to, int shift) {
 #endif
 
 /// shift_and_clamp() over a run, for shifts that cannot wrap: -31 to kLongestExactShift. Either the two runs lie apart, or the
-/// destination starts at or below the source and Out is no wider than In.
+/// destination neither starts nor ends behind the source.
 template <class In, class Out>
 inline void shift_and_clamp_run(const uint8_t *from, uint8_t *to, uint32_t count, int shift) {
-  uint32_t i = 0;
 #if TARVU_NEON
   const int8x16_t lanes_shift = vdupq_n_s8(static_cast<int8_t>(shift));
+  if (count < 16) return shift_part<In, Out>(from, to, count, lanes_shift);
   const auto two_blocks = [=](const uint8_t *source, uint8_t *destination) {
     const ShiftedBlock<Out> first = shift_block<In, Out>(source, lanes_shift);
     const ShiftedBlock<Out> second = shift_block<In, Out>(source + 16 * sizeof(In), lanes_shift);
     store_block(first, destination);
     store_block(second, destination + 16 * sizeof(Out));
   };
-  for (; count - i >= 128; i += 128, from += 128 * sizeof(In), to += 128 * sizeof(Out)) {
+  // The last block begins early enough to end with the run. It is loaded ahead of all stores, of which some may reach it.
+  const ShiftedBlock<Out> last = shift_block<In, Out>(from + (count - 16) * sizeof(In), lanes_shift);
+  uint8_t *const last_to = to + (count - 16) * sizeof(Out);
+  for (; count > 128; count -= 128, from += 128 * sizeof(In), to += 128 * sizeof(Out)) {
     for (size_t k = 0; k < 128; k += 32) two_blocks(from + k * sizeof(In), to + k * sizeof(Out));
   }
-  for (; count - i >= 16; i += 16, from += 16 * sizeof(In), to += 16 * sizeof(Out)) {
+  for (; count > 16; count -= 16, from += 16 * sizeof(In), to += 16 * sizeof(Out)) {
     store_block(shift_block<In, Out>(from, lanes_shift), to);
   }
-#endif
-#if !TARVU_NEON
+  store_block(last, last_to);
+#else
+  uint32_t i = 0;
   if constexpr (sizeof(In) == 1 && sizeof(Out) == 1) {
     for (; shift >= -7 && shift <= 7 && count - i >= 32; i += 32, from += 32, to += 32) {
       shift_bytes_block<In>(from, to, shift);
@@ -180,15 +204,14 @@ inline void shift_and_clamp_run(const uint8_t *from, uint8_t *to, uint32_t count
 #endif
     for (; shift >= -15 && count - i >= 16; i += 16, from += 32, to += 16) narrow_block<In, Out>(from, to, shift);
   }
-#endif
   const auto *source = reinterpret_cast<const Unaligned<In> *>(from);
   auto *destination = reinterpret_cast<Unaligned<Out> *>(to);
   const uint32_t rest = count - i;
   TARVU_INDEPENDENT_ITERATIONS
   for (uint32_t k = 0; k < rest; ++k) {
-    if constexpr (TARVU_NEON) keep_scalar();
     destination[k].value = shift_and_clamp<In, Out>(source[k].value, shift);
   }
+#endif
 }
 
 }  // namespace tarvu

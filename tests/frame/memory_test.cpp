@@ -78,6 +78,7 @@ TEST(Memory, NoStorePrecedesItsLoadWhereBlocksInAscendingOrderNeverMeetTheirOwnR
   }
   EXPECT_TRUE(no_store_precedes_its_load(Memory{100, 8}, Memory{100, 8}));
   EXPECT_TRUE(no_store_precedes_its_load(Memory{100, 8}, Memory{97, 4}));
+  EXPECT_TRUE(no_store_precedes_its_load(Memory{104, 4}, Memory{100, 8}));
   EXPECT_FALSE(no_store_precedes_its_load(Memory{100, 8}, Memory{101, 8}));
   EXPECT_FALSE(no_store_precedes_its_load(Memory{100, 4}, Memory{100, 8}));
 }

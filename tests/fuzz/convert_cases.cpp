@@ -168,9 +168,14 @@ std::string run_interleave_case(Source &source) {
   const uint32_t lanes = one_in(source, 3) ? some_size(source, 70) : below(source, 9);
   const uint32_t total = one_in(source, 3) ? below(source, 600) : lanes * some_size(source, 33) + below(source, 3);
   const size_t moved = lanes == 0 ? 0 : total / lanes * lanes;
-  const GuardedMemory &from = make_tensor(trial, "source", moved);
-  const GuardedMemory &to = make_tensor(trial, "destination", moved);
-  const auto call = [&](auto function) { return [&, function] { function(from.data(), to.data(), lanes, total); }; };
+  // Now and then they overlap.
+  const bool overlaps = one_in(source, 8);
+  const size_t distance = overlaps ? below(source, 40) : 0;
+  const bool forwards = overlaps && one_in(source, 2);
+  const GuardedMemory &from = make_tensor(trial, "source", moved + distance);
+  const uint8_t *start = from.data() + (forwards ? distance : 0);
+  uint8_t *to = overlaps ? from.data() + (forwards ? 0 : distance) : make_tensor(trial, "destination", moved).data();
+  const auto call = [=](auto function) { return [=] { function(start, to, lanes, total); }; };
   const auto run = [&](const char *name, auto product, auto twin) {
     return compare_calls(trial, name, call(product), call(twin));
   };

@@ -36,13 +36,17 @@ _NN_FMT format_beside(Source &source, const _NN_FMT &in) {
 
 uint32_t some_padding(Source &source) { return one_of(source, {0u, 0u, 1u, below(source, 17)}); }
 
-/// Extents slowest first, most of them small, and one that may be long.
+/// Extents slowest first, most of them small, and one or two that may be long.
 std::array<uint16_t, 4> some_extents(Source &source) {
   std::array<uint16_t, 4> extents{};
   const uint32_t longest = below(source, 4);
   for (uint32_t i = 0; i < 4; ++i) {
     extents[i] = i == longest ? some_extent(source, 140) : static_cast<uint16_t>(1 + below(source, 4));
     if (one_in(source, 24)) extents[i] = 0;
+  }
+  if (one_in(source, 2)) {
+    extents[longest] = some_extent(source, 40);
+    extents[below(source, 4)] = some_extent(source, 40);
   }
   return extents;
 }
