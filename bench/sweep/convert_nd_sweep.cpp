@@ -7,9 +7,8 @@ namespace {
 
 /// A tensor of lines: dense, or with lines apart by the next multiple of 64 elements. A dense line shorter than a block
 /// is written over by the next one, so its elements are the work; a padded one stays, so its whole block is.
-Case lines(const Type &type, bool to_float, uint32_t width, bool is_padded) {
+Case lines(const Type &type, bool to_float, uint32_t height, uint32_t width, bool is_padded) {
   const uint32_t block = type.bits == 8 ? 8 : 16;
-  const uint32_t height = std::max(1u, 4096 / width);
   const uint32_t stride = is_padded ? u32(round_up(width + 1, 64)) : width;
   Case what;
   what.kind = to_float ? std::string(type.name) + " to float" : std::string("float to ") + type.name;
@@ -43,15 +42,17 @@ Case lines(const Type &type, bool to_float, uint32_t width, bool is_padded) {
 void add_convert_nd_cases(Cases &cases) {
   for (const Type &type : {kS8, kU8, kS16, kU16}) {
     for (const bool to_float : {true, false}) {
-      const Case wide = lines(type, to_float, 1024, false);
+      const Case wide = lines(type, to_float, 4, 1024, false);
       add(cases, wide);
       for (const uint32_t width : {1u, 2u, 3u, 4u, 7u, 8u, 10u, 13u, 14u, 20u, 21u, 24u, 28u, 49u, 56u, 100u, 112u}) {
         for (const bool is_padded : {false, true}) {
-          Case what = lines(type, to_float, width, is_padded);
+          Case what = lines(type, to_float, std::max(1u, 4096 / width), width, is_padded);
           what.neighbour = wide.name();
           add(cases, std::move(what));
         }
       }
+      add_doublings(cases, [&](const Shape &shape) { return lines(type, to_float, shape.height, shape.width, false); },
+                    {1, 1, 14, 28});
     }
   }
 }

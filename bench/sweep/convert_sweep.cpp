@@ -25,6 +25,7 @@ void add_runs(Cases &cases, const std::string &kind, const std::function<Call(Ar
   for (const uint32_t count : {1u, 2u, 4u, 7u, 10u, 14u, 21u, 28u, 49u, 100u, 224u, 1000u}) {
     add(cases, run(kind, count, make));
   }
+  add_doublings(cases, [&](const Shape &shape) { return run(kind, shape.width, make); }, {1, 1, 1, 128});
 }
 
 template <class T>

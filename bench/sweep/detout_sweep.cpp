@@ -68,6 +68,8 @@ void add_detout_cases(Cases &cases) {
     }
     add(cases, detout(100, classes, 100, true));
   }
+  add_doublings(cases, [](const Shape &shape) { return detout(shape.height, shape.width, 100, false); },
+                {1, 1, 300, 21});
 }
 
 }  // namespace sweep

@@ -104,6 +104,9 @@ void add_gather_cases(Cases &cases) {
                 {1, 1, 50, 28});
   add_doublings(cases, [](const Shape &shape) { return matrix(kSame8, 1, shape.height, 64, 0, shape.width, 16); },
                 {1, 1, 50, 28});
+  add_doublings(cases,
+                [](const Shape &shape) { return matrix(kSame8, 0, 50, shape.width, shape.channels, shape.height, 16); },
+                {1, 2, 50, 28});
 }
 
 }  // namespace sweep

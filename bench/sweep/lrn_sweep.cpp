@@ -67,6 +67,7 @@ void add_lrn_cases(Cases &cases) {
         add(cases, std::move(what));
       }
       add_doublings(cases, held, {1, 16, 14, 14});
+      add_doublings(cases, held, {2, 16, 14, 14});
     }
   }
 }
