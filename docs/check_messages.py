@@ -64,7 +64,8 @@ class Sources:
                     elif name.startswith('"'):
                         found.append(shown.replace("%s", name.strip('"')))
                     else:
-                        helper = re.findall(r"^(?:inline |static )?\w+ (\w+)\([^;{]*\) \{", text[:match.start()], flags=re.MULTILINE)[-1]
+                        helper = re.findall(r"^(?:inline |static )?\w+ (\w+)\([^;{]*\) \{", text[:match.start()],
+                                            flags=re.MULTILINE)[-1]
                         found += [shown.replace("%s", passed) for passed in self.names_passed_to(helper)]
             if len(re.findall(r"\bprintf\(", text)) != len(re.findall(rf"\bprintf\(\s*(?:k\w+|{LITERALS})", text)):
                 raise interface.Malformed(f"{path}: a text that this check cannot read")

@@ -186,8 +186,8 @@ def check_columns(library, _, row):
     for filling in (0x5A, 0xC3):
         out = buffer(bytes([filling]) * 256)
         line = buffer(bytes(range(256)))
-        block = Block(library.layouts, "_NN_POOL_PARM", in_addr=line, out_addr=out, width=int(width), height=1, channel=1, batch=1,
-                      in_fmt=fmt_bytes("(0, 8, 0)"), out_fmt=fmt_bytes("(0, 8, 0)"), in_scale=scale_bytes("1/2^0"),
+        block = Block(library.layouts, "_NN_POOL_PARM", in_addr=line, out_addr=out, width=int(width), height=1, channel=1,
+                      batch=1, in_fmt=fmt_bytes("(0, 8, 0)"), out_fmt=fmt_bytes("(0, 8, 0)"), in_scale=scale_bytes("1/2^0"),
                       out_scale=scale_bytes("1/2^0"), kernel_w=int(kernel), kernel_h=1, stride_w=int(step), stride_h=1,
                       pad_left=left, pad_right=right, floor_mode=int(floor_mode))
         assert library.call("tarvu_pool_process", block.memory) == 0
@@ -210,9 +210,11 @@ def left_out_blocks(library):
         "pooling": ("tarvu_pool_process", block("_NN_POOL_PARM", **common, kernel_w=1, kernel_h=1, stride_w=1, stride_h=1)),
         "softmax": ("tarvu_softmax_process",
                     block("_NN_SOFTMAX_PARM", **{**common, "out_fmt": shares}, work_buffer=kept, axis=3)),
-        "lrn": ("tarvu_lrn_process", block("_NN_LRN_PARM", **common, work_buffer=kept, local_size=1, lrn_k=1, alpha=1.0, beta=0.5)),
-        "norm": ("tarvu_norm_process", block("_NN_NORM_PARM", **common, work_buffer=kept, scale_addr=buffer(struct.pack("<f", 1.0)),
-                                             norm_whole_item=1, shared_scale=1, eps=1.0)),
+        "lrn": ("tarvu_lrn_process",
+                block("_NN_LRN_PARM", **common, work_buffer=kept, local_size=1, lrn_k=1, alpha=1.0, beta=0.5)),
+        "norm": ("tarvu_norm_process",
+                 block("_NN_NORM_PARM", **common, work_buffer=kept, scale_addr=buffer(struct.pack("<f", 1.0)), norm_whole_item=1,
+                       shared_scale=1, eps=1.0)),
         "prelu": ("tarvu_prelu_process", block("_NN_PRELU_PARM", in_addr=buffer(elements), weight_addr=buffer(b"\1"), in_fmt=fmt,
                                                channels=1, num=1)),
         "eltwise": ("tarvu_eltwise_process",
@@ -226,7 +228,7 @@ def left_out_blocks(library):
 
 
 def check_left_out(library, _, row):
-    """What a call writes, with a field as it should be and with the field left 0; a byte that both fillings leave is not written."""
+    """What a call writes, with a field as it should be and with the field left 0."""
     name, field = row[0].split()[-1], row[1].strip("`")
     found = []
     for left_out in (False, True):

@@ -10,8 +10,8 @@ import sys
 
 import interface
 
-PARTS = ["Formula", "In short", "Computes", "Scratch bytes", "Blocks and tails", "Refuses", "What to set", "If it stays 0", "Output",
-         "Element types", "Offset", "Example"]
+PARTS = ["Formula", "In short", "Computes", "Scratch bytes", "Blocks and tails", "Refuses", "What to set", "If it stays 0",
+         "Output", "Element types", "Offset", "Example"]
 
 
 def words_of(page):
@@ -21,7 +21,7 @@ def words_of(page):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    for option in ("header", "names", "layouts", "html"):
+    for option in ("header", "names", "layouts", "messages", "html"):
         parser.add_argument("--" + option, required=True)
     arguments = parser.parse_args()
     groups = interface.header_groups(interface.read(arguments.header))
@@ -46,7 +46,14 @@ def main():
             findings += [f"{name}: no part '{part}'" for part in PARTS if part not in text]
     sizes = interface.record_layouts(interface.read(arguments.layouts))
     findings += [f"no table of {record}" for record, (size, _) in sizes.items() if f"{record}, {size} bytes" not in together]
-    findings += [f"a page of a file of docs: {os.path.basename(page)}" for page in glob.glob(os.path.join(arguments.html, "md_*"))]
+    findings += [f"a blank page: {os.path.basename(page)}" for page in glob.glob(os.path.join(arguments.html, "md_*"))]
+    for path in sorted(glob.glob(os.path.join(arguments.html, "*.html"))):
+        if re.search(r"\*\*", words_of(path)):
+            findings.append(f"{os.path.basename(path)}: asterisks that are no emphasis")
+    shown = "".join(words_of(os.path.join(arguments.html, "messages.html")).split())
+    for line in re.findall(r"^\| `(.+?)` \|", interface.read(arguments.messages), flags=re.MULTILINE):
+        if "".join(line.split()) not in shown:
+            findings.append(f"messages: no {line}")
     for page in ("index", "formats", "layouts", "messages", "onnx_tflite", "scratch", "text_search", "unchecked"):
         if not os.path.exists(os.path.join(arguments.html, page + ".html")):
             findings.append(f"no page {page}")

@@ -34,7 +34,10 @@ def examples(folder):
 def unread_fields(fields):
     """What a caller need not set, in one sentence. Fields without a name of their own go without saying."""
     names = [f"`{name}`" for _, name, _, comment in fields if is_unread(name, comment) and not name.startswith("reserved")]
-    return f"Not read, so that anything may stand there, 0 too: {', '.join(names)}." if names else "Every field is read."
+    if names:
+        return f"Not read, so that anything may stand there, 0 too: {', '.join(names)}."
+    reserved = any(name.startswith("reserved") for _, name, _, _ in fields)
+    return "Every field but those named reserved is read." if reserved else "Every field is read."
 
 
 def is_unread(name, comment):
@@ -111,7 +114,8 @@ class Pages:
         return "".join(f"/// {line}".rstrip() + "\n" for line in lines)
 
     def page(self, path):
-        return self.expand(interface.read(path))
+        """Doxygen takes a single per cent sign away, in code as well."""
+        return self.expand(interface.read(path)).replace("%", "%%")
 
     def unused(self):
         """What no page shows."""

@@ -1,5 +1,5 @@
-"""Draws the pictures of the operators' pages. With --check it draws nothing and compares: the pictures are checked in, so that the
-reference needs no other tool than Doxygen."""
+"""Draws the pictures of the operators' pages. With --check it draws nothing and compares: the pictures are checked in, so that
+the reference needs no other tool than Doxygen."""
 
 import argparse
 import glob
@@ -113,7 +113,10 @@ def pooling_far_end():
             p.box(left + first * CELL, y, (clipped - first) * CELL, 14, PICKED)
             if last > clipped:
                 p.box(left + max(first, clipped) * CELL, y, (last - max(first, clipped)) * CELL, 14, dashed=True, stroke=FAINT)
-            p.text(left + last * CELL + 8, y + 11, words, "start") if last < 9 else p.text(left + first * CELL - 8, y + 11, words, "end")
+            if last < 9:
+                p.left(left + last * CELL + 8, y + 11, words)
+            else:
+                p.text(left + first * CELL - 8, y + 11, words, "end")
 
     line(16, 60, "width 6, window 3, step 2: span 3, rest 1", 6, 0,
          ((0, 3, 3, "column 0"), (2, 5, 5, "column 1"), (4, 7, 6, "column 2, if floor_mode is 0")))
@@ -161,8 +164,8 @@ def lrn_window():
         for c in range(-2, 10):
             there = 0 <= c < 8
             if there or abs(c - centre) <= 2:
-                p.cell(70 + (c + 2) * CELL, top, c if there else 0, (PICKED if abs(c - centre) <= 2 else INPUT) if there else PADDING,
-                       dashed=not there)
+                fill = PADDING if not there else PICKED if abs(c - centre) <= 2 else INPUT
+                p.cell(70 + (c + 2) * CELL, top, c if there else 0, fill, dashed=not there)
         p.box(70 + centre * CELL, top - 2, 5 * CELL, CELL + 4, thick=2)
     return p
 
