@@ -44,6 +44,22 @@ inline int32_t index_at(NN_AI_IO_TYPE code, uint64_t address) {
   }
 }
 
+/// Truncated towards zero and saturated; 0 for a NaN.
+inline int32_t truncated(float value) {
+  if (value != value) return 0;
+  if (value >= 0x1p31f) return INT32_MAX;
+  if (value < -0x1p31f) return INT32_MIN;
+  return static_cast<int32_t>(value);
+}
+
+/// What an integer of `frac_bits` fraction bits is multiplied by to be a float, where the scale is 1. The power of two is made by a
+/// shift, modulo 32 for up to 30 bits and modulo 64 beyond.
+inline float float_of_unit(int frac_bits) {
+  const uint64_t shift = static_cast<uint64_t>(frac_bits < 0 ? -frac_bits : frac_bits) % 64;
+  const auto power = static_cast<float>(static_cast<int64_t>(uint64_t{1} << shift));
+  return frac_bits < 0 ? power : static_cast<float>(1.0 / static_cast<double>(power));
+}
+
 static_assert(TARVU_CONTRACT_U32 - TARVU_CONTRACT_S8 == NN_AI_IO_TYPE_UINT32);
 
 }  // namespace contract

@@ -151,4 +151,53 @@ void draw_gatherelement(Source &source, Case &made) {
   set_block(made, "tarvu_gatherelement_process", block);
 }
 
+void draw_gathernd(Source &source, Case &made) {
+  _NN_GATHERND_PARM block{};
+  fill_bytes(source, &block, sizeof block);
+  block.in_addr = block.out_addr = block.ind_addr = block.work_buffer = 0;
+  block.in_fmt = some_integer_format(source);
+  block.out_fmt = one_in(source, 3) ? block.in_fmt : some_format_beside(source, block.in_fmt);
+  block.ind_fmt = some_index_format(source);
+  block.ind_fmt.frac_bits = static_cast<int8_t>(one_of(source, {0, 0, 2, -1, 1}));
+  const int width = one_of(source, {8, 16, 32});
+  block.ind_fmt.int_bits = static_cast<int8_t>(width - block.ind_fmt.frac_bits - block.ind_fmt.sign_bits);
+  const uint32_t rank = 1 + below(source, 4);
+  const uint32_t shared = below(source, rank + 1);
+  const uint32_t coordinates = one_in(source, 8) ? below(source, 8) : below(source, rank - shared + 1);
+  const uint32_t per_batch = one_in(source, 3) ? std::max(some_size(source, 70), 1u) : 1 + below(source, 6);
+  uint32_t shape[4] = {};
+  uint32_t batches = 1;
+  uint32_t slice = 1;
+  for (uint32_t i = 0; i < rank; ++i) {
+    shape[i] = 1 + below(source, 5);
+    if (i < shared) batches *= shape[i];
+    if (i >= shared + coordinates) slice *= shape[i];
+  }
+  Extents in = {};
+  for (uint32_t i = 0; i < rank; ++i) in[rank - 1 - i] = shape[i];
+  const uint32_t tuples = batches * per_batch;
+  set_shapes(block, in, {coordinates, batches, per_batch, 0}, {slice, tuples, 0, 0});
+  if (one_in(source, 20)) block.out_height = static_cast<uint16_t>(block.out_height + pick(source, -1, 2));
+  block.batch_dims = one_in(source, 40) ? word(source) : shared;
+  const uint32_t count = tuples * std::max(coordinates, 1u);
+  Contents &indices = made.contents.emplace_back("ind_addr", std::vector<uint8_t>());
+  for (uint32_t i = 0; i < count; ++i) {
+    const uint32_t dimension = coordinates == 0 ? 4 : shared + i % coordinates;
+    int64_t coordinate = dimension < rank ? below(source, shape[dimension]) : 0;
+    if (one_in(source, 300)) coordinate = pick(source, -2, 7);
+    if (width == 32) {
+      const float value = static_cast<float>(coordinate) + (coordinate < 0 ? 0.0f : 0.25f);
+      int32_t bits;
+      std::memcpy(&bits, &value, sizeof bits);
+      store_index(indices.bytes, size_t{i} * 4, block.ind_fmt, bits);
+    } else {
+      const int frac_bits = block.ind_fmt.frac_bits;
+      const int64_t stored = frac_bits < 0 ? coordinate / 2 : coordinate * (1 << frac_bits);
+      store_index(indices.bytes, size_t{i} * static_cast<size_t>(width / 8), block.ind_fmt, stored);
+    }
+  }
+  if (one_in(source, 16)) (one_in(source, 2) ? block.in_fmt : block.ind_fmt) = some_format(source);
+  set_block(made, "tarvu_gathernd_process", block);
+}
+
 }  // namespace cases
