@@ -51,7 +51,12 @@ void add_convert_nd_cases(Cases &cases) {
           add(cases, std::move(what));
         }
       }
-      add_doublings(cases, [&](const Shape &shape) { return lines(type, to_float, shape.height, shape.width, false); },
+      add_doublings(cases,
+                    [&](const Shape &shape) {
+                      Case what = lines(type, to_float, shape.height, shape.width, false);
+                      what.neighbour = wide.name();
+                      return what;
+                    },
                     {1, 1, 14, 28});
     }
   }

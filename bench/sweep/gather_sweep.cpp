@@ -33,6 +33,18 @@ Case matrix(const Formats &formats, uint8_t axis, uint32_t rows, uint32_t width,
   what.extent = axis == 0 ? width : indices;
   what.unit = axis == 0 ? "byte" : "element";
   what.units = static_cast<double>(outputs * (axis == 0 ? formats.out.bytes() : 1));
+  const bool is_copy = formats.in_frac_bits == formats.out_frac_bits && formats.in.bits == formats.out.bits;
+  what.extra = axis == 0 ? (is_copy ? 7.0 : 40.0) * list : 20.0 * rows;
+  what.figure = axis == 0 ? (is_copy ? 0.17 : 0.5) : (is_copy ? 6 : 8);
+  what.why = axis == 1 ? "a plain loop over the indices, and 20 instructions for each row"
+             : is_copy ? "a copy of the bytes, and 7 instructions for each index"
+                       : "a re-formatting of the bytes, and 40 instructions for each index";
+  if (axis == 0 && index_rows != 0 && !is_copy) {
+    // The last index of the list leaves what it re-formats behind the output's last run.
+    what.figure = 0.8;
+    what.extra += 0.8 * width * indices;
+    what.why = "a re-formatting of the bytes and of what spills past the end; 40 instructions for each index";
+  }
   what.make = [=](Arena &arena) {
     _NN_GATHER_PARM parm{};
     const size_t behind = size_t{list} * width * 4;  // a re-formatting by a matrix of indices goes past the last run
@@ -70,33 +82,16 @@ void add_gather_cases(Cases &cases) {
       for (const uint32_t width : kExtents) {
         if (index_bits != 16 && width != 4 && width != 28 && width != 100) continue;
         const uint32_t indices = std::clamp(8192 / width, 8u, 256u);
-        Case what = matrix(formats, 0, 100, width, 0, indices, index_bits);
-        what.extra = (is_copy ? 7.0 : 40.0) * indices;
-        what.figure = is_copy ? 0.17 : 0.5;
-        what.why = is_copy ? "a copy of the bytes, and 7 instructions for each index"
-                           : "a re-formatting of the bytes, and 40 instructions for each index";
-        add(cases, std::move(what));
+        add(cases, matrix(formats, 0, 100, width, 0, indices, index_bits));
       }
     }
     for (const uint32_t indices : {1u, 2u, 4u, 7u, 10u, 14u, 28u, 56u, 100u}) {
-      Case what = matrix(formats, 1, 56, 64, 0, indices, 16);
-      what.extra = 20.0 * 56;
-      what.figure = is_copy ? 6 : 8;
-      what.why = "a plain loop over the indices, and 20 instructions for each row";
-      add(cases, std::move(what));
+      add(cases, matrix(formats, 1, 56, 64, 0, indices, 16));
     }
     for (const uint32_t indices : {4u, 16u, 64u, 256u}) {
       for (const uint32_t index_rows : {2u, 4u}) {
         if (!is_copy && index_rows == 4 && indices == 256) continue;
-        Case what = matrix(formats, 0, 100, 64, index_rows, indices, 16);
-        what.extra = (is_copy ? 7.0 : 40.0) * indices * index_rows;
-        what.figure = is_copy ? 0.17 : 0.8;
-        // The last index of the list leaves what it re-formats behind the output's last run.
-        if (!is_copy) what.extra += 0.8 * 64 * indices;
-        what.why = is_copy
-                       ? "a copy of the bytes, and 7 instructions for each index"
-                       : "a re-formatting of the bytes and of what spills past the end; 40 instructions for each index";
-        add(cases, std::move(what));
+        add(cases, matrix(formats, 0, 100, 64, index_rows, indices, 16));
       }
     }
   }

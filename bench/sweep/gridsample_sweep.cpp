@@ -56,7 +56,13 @@ void add_gridsample_cases(Cases &cases) {
         }
         add(cases, std::move(what));
       }
-      add_doublings(cases, [&](const Shape &shape) { return resample(layout, shape); }, {2, channels, 14, 24});
+      const auto make = [&](const Shape &shape) {
+        Case what = resample(layout, shape);
+        what.neighbour = wide.name();
+        if (shape.channels != channels) what.why = "of half the channels";
+        return what;
+      };
+      add_doublings(cases, make, {2, channels, 14, 24});
     }
   }
 }

@@ -66,19 +66,23 @@ void add_layernorm_cases(Cases &cases) {
           what.neighbour.clear();
           what.figure = 9.6;
         }
-        add(cases, std::move(what));
+        return what;
       };
       for (const uint32_t runs : {1u, 2u, 3u, 4u, 7u, 8u, 10u, 14u, 15u, 20u, 28u}) {
-        held(layernorm(types, known_mean, 3, {1, 1, runs, 768}), runs);
+        add(cases, held(layernorm(types, known_mean, 3, {1, 1, runs, 768}), runs));
       }
       for (const uint32_t width : kExtents) {
         if (width == 1 || width == 1000) continue;
         const uint32_t runs = std::clamp(4096 / width, 8u, 196u);
-        held(layernorm(types, known_mean, 3, {1, 1, runs, width}), runs);
+        add(cases, held(layernorm(types, known_mean, 3, {1, 1, runs, width}), runs));
       }
-      held(layernorm(types, known_mean, 2, {1, 16, 7, 7}), 16);
-      held(layernorm(types, known_mean, 1, {4, 16, 7, 7}), 4);
-      add_doublings(cases, [&](const Shape &shape) { return layernorm(types, known_mean, 3, shape); }, {1, 2, 14, 100});
+      add(cases, held(layernorm(types, known_mean, 2, {1, 16, 7, 7}), 16));
+      add(cases, held(layernorm(types, known_mean, 1, {4, 16, 7, 7}), 4));
+      add_doublings(cases,
+                    [&](const Shape &shape) {
+                      return held(layernorm(types, known_mean, 3, shape), shape.channels * shape.height);
+                    },
+                    {1, 2, 14, 100});
     }
   }
 }

@@ -37,7 +37,12 @@ void add_permute_data_cases(Cases &cases) {
         add(cases, std::move(what));
       }
     }
-    add_doublings(cases, [=](const Shape &shape) { return permute(in, shape.width, shape.width * shape.height); },
+    add_doublings(cases,
+                  [&](const Shape &shape) {
+                    Case what = permute(in, shape.width, shape.width * shape.height);
+                    what.neighbour = wide.name();
+                    return what;
+                  },
                   {1, 1, 512, 12});
   }
 }

@@ -91,36 +91,32 @@ Maker two_passes(const Formats &formats, const Order &order, const Shape &shape)
 /// Whether runs of whole lines move: a few instructions for each line, apart from the copy.
 bool moves_lines(const Order &order) { return order[3] == 3; }
 
+/// Held against a transpose or a swap of wide tensors where the formats are equal, else against two passes.
+Case held(const Formats &formats, const Order &order, const Shape &shape, Lines lines) {
+  Case what = permute(formats, order, shape, lines);
+  if (!formats.are_equal()) {
+    what.calls = two_passes(formats, order, shape);
+    what.why = "re-formatting the tensor, then moving its elements";
+    return what;
+  }
+  const Formats &plain = formats.out.bits == 8 ? kSame8 : kSame16;
+  what.neighbour = std::string("order ") + (moves_lines(order) ? "0213, " : "0231, ") + plain.name + ", 1x64x56x56";
+  if (moves_lines(order)) {
+    what.extra = std::min(4.0 * static_cast<double>(shape.elements() / shape.width), 0.6 * what.units);
+    what.why = "and 4 instructions for each line, or 0.6 for each element";
+  }
+  return what;
+}
+
 /// All orders, over tensors whose every side is short somewhere.
 constexpr Shape kShapes[] = {{2, 3, 28, 56}, {1, 3, 56, 56},  {1, 56, 56, 3}, {2, 21, 14, 14}, {4, 10, 7, 20},
                              {1, 64, 7, 7},  {1, 16, 28, 24}, {8, 4, 14, 2},  {1, 49, 10, 8},  {2, 32, 13, 4}};
 
 void add_orders(Cases &cases, const Formats &formats) {
   Order order = {0, 1, 2, 3};
-  do {
-    if (order == Order{0, 1, 2, 3}) continue;
-    const Formats &plain = formats.out.bits == 8 ? kSame8 : kSame16;
-    if (formats.are_equal()) {
-      Case wide = permute(formats, moves_lines(order) ? Order{0, 2, 1, 3} : Order{0, 2, 3, 1}, {1, 64, 56, 56});
-      add(cases, wide);
-    }
-    for (const Shape &shape : kShapes) {
-      Case what = permute(formats, order, shape);
-      if (formats.are_equal()) {
-        what.neighbour =
-            std::string("order ") + (moves_lines(order) ? "0213, " : "0231, ") + plain.name + ", 1x64x56x56";
-        if (moves_lines(order)) {
-          const size_t lines = shape.elements() / shape.width;
-          what.extra = std::min(4.0 * static_cast<double>(lines), 0.6 * what.units);
-          what.why = "and 4 instructions for each line, or 0.6 for each element";
-        }
-      } else {
-        what.calls = two_passes(formats, order, shape);
-        what.why = "re-formatting the tensor, then moving its elements";
-      }
-      add(cases, std::move(what));
-    }
-  } while (std::next_permutation(order.begin(), order.end()));
+  while (std::next_permutation(order.begin(), order.end())) {
+    for (const Shape &shape : kShapes) add(cases, held(formats, order, shape, Lines::kDense));
+  }
 }
 
 /// Lines that an accelerator has aligned.
@@ -128,14 +124,7 @@ void add_padded(Cases &cases, const Formats &formats) {
   for (const Order &order :
        {Order{0, 2, 3, 1}, Order{0, 3, 1, 2}, Order{0, 2, 1, 3}, Order{1, 0, 2, 3}, Order{0, 1, 3, 2}}) {
     for (const Shape &shape : {Shape{1, 3, 56, 56}, Shape{2, 16, 14, 14}, Shape{1, 64, 7, 7}, Shape{8, 4, 10, 28}}) {
-      Case what = permute(formats, order, shape, Lines::kPadded);
-      what.neighbour =
-          std::string("order ") + (moves_lines(order) ? "0213, " : "0231, ") + formats.name + ", 1x64x56x56";
-      if (moves_lines(order)) {
-        what.extra = std::min(4.0 * static_cast<double>(shape.elements() / shape.width), 0.6 * what.units);
-        what.why = "and 4 instructions for each line, or 0.6 for each element";
-      }
-      add(cases, std::move(what));
+      add(cases, held(formats, order, shape, Lines::kPadded));
     }
   }
 }
@@ -165,6 +154,10 @@ void add_transposes(Cases &cases, const Formats &formats) {
 }  // namespace
 
 void add_permute_cases(Cases &cases) {
+  for (const Formats &formats : {kSame8, kSame16}) {
+    add(cases, permute(formats, {0, 2, 3, 1}, {1, 64, 56, 56}));
+    add(cases, permute(formats, {0, 2, 1, 3}, {1, 64, 56, 56}));
+  }
   add_orders(cases, kSame8);
   add_orders(cases, kSame16);
   add_orders(cases, {"s8 to s8, shifted", kS8, 3, kS8, 5});
@@ -176,7 +169,7 @@ void add_permute_cases(Cases &cases) {
   add_transposes(cases, kSame8);
   add_transposes(cases, kSame16);
   for (const Order &order : {Order{0, 2, 3, 1}, Order{0, 3, 1, 2}, Order{0, 2, 1, 3}, Order{1, 2, 3, 0}}) {
-    add_doublings(cases, [&](const Shape &shape) { return permute(kSame8, order, shape); }, {2, 8, 14, 28});
+    add_doublings(cases, [&](const Shape &shape) { return held(kSame8, order, shape, Lines::kDense); }, {2, 8, 14, 28});
   }
 }
 

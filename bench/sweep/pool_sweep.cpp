@@ -86,7 +86,7 @@ Shape planes(uint32_t height, uint32_t width, uint32_t batch = 1) {
   return {batch, u32(channels), height, width};
 }
 
-constexpr Shape kWide = {1, 2, 56, 112};
+constexpr Shape kWide = {1, 16, 112, 112};
 
 /// A line of outputs takes whole vectors: of 16 bytes, or of eight 16-bit elements, sums or bytes where it is short.
 double share_of_lanes(const Window &window, const Types &types, const Shape &shape) {
@@ -100,6 +100,9 @@ void against_wide(Case &what, const Window &window, const Types &types, double l
   what.factor = lanes;
   if (lanes != 1) what.why = "lines take whole vectors";
 }
+
+/// What the global form is measured on.
+constexpr Shape kSquares = {1, 1024, 7, 7};
 
 constexpr Window kMax3s1 = {"maximum 3x3 stride 1 pad 1", kMaximum, 3, 1, 1};
 constexpr Window kMax3s2 = {"maximum 3x3 stride 2 pad 1", kMaximum, 3, 2, 1};
@@ -218,7 +221,7 @@ void add_tiles(Cases &cases) {
       Case what = pool(window, bytes, planes(extent, extent), Lines::kDense);
       what.unit = "input";
       what.units *= window.kernel * window.kernel;
-      what.neighbour = kind_of(global, bytes) + ", " + name_of(planes(7, 7));
+      what.neighbour = kind_of(global, bytes) + ", " + name_of(kSquares);
       what.why = tiles == 1 ? "" : "global pooling of planes of the window's size";
       add(cases, std::move(what));
     }
@@ -229,13 +232,14 @@ void add_global(Cases &cases) {
   for (const Window &window : {Window{"global maximum", kGlobalMaximum}, Window{"global average", kGlobalAverage}}) {
     for (const Types &types :
          {Types{kU8, kU8}, Types{kS8, kS8}, Types{kS16, kS16}, Types{kU8, kS8}, Types{kS16, kS8}}) {
-      const std::string dense = kind_of(window, types) + ", " + name_of(planes(7, 7));
-      const std::string dense_planes = kind_of(window, types) + ", " + name_of(planes(7, 7)) + " by plane";
-      Case by_plane = pool(window, types, planes(7, 7), Lines::kDense);
+      const std::string dense = kind_of(window, types) + ", " + name_of(kSquares);
+      const std::string dense_planes = kind_of(window, types) + ", " + name_of(kSquares) + " by plane";
+      Case by_plane = pool(window, types, kSquares, Lines::kDense);
       by_plane.shape += " by plane";
       by_plane.unit = "plane";
       by_plane.units /= 49;
       add(cases, by_plane);
+      add(cases, pool(window, types, kSquares, Lines::kDense));
       for (const uint32_t extent : {7u, 1u, 2u, 3u, 4u, 10u, 13u, 14u, 20u, 28u, 56u}) {
         for (const Lines lines : {Lines::kDense, Lines::kPadded}) {
           Case what = pool(window, types, planes(extent, extent), lines);
@@ -244,7 +248,7 @@ void add_global(Cases &cases) {
             what.unit = "plane";
             what.units /= extent * extent;
             what.neighbour = dense_planes;
-          } else if (what.name() != dense) {
+          } else {
             what.neighbour = dense;
           }
           if (is_padded) {

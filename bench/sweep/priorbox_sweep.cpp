@@ -58,7 +58,12 @@ void add_priorbox_cases(Cases &cases) {
       }
     }
   }
-  add_doublings(cases, [](const Shape &shape) { return prior_boxes(shape.height, shape.width, 2, true, true); },
+  add_doublings(cases,
+                [&](const Shape &shape) {
+                  Case what = prior_boxes(shape.height, shape.width, 2, true, true);
+                  what.neighbour = wide.name();
+                  return what;
+                },
                 {1, 1, 10, 10});
 }
 

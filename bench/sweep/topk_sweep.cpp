@@ -103,9 +103,23 @@ void add_more(Cases &cases) {
       what.why = "columns in lanes, and one instruction for each column's two stores";
       add(cases, std::move(what));
     }
-    add_doublings(cases, [&](const Shape &shape) { return topk(type, 3, 1, shape); }, {1, 4, 16, 20});
-    add_doublings(cases, [&](const Shape &shape) { return topk(type, 1, 1, shape); }, {2, 10, 14, 14});
-    add_doublings(cases, [&](const Shape &shape) { return topk(type, 3, 5, shape); }, {1, 1, 16, 100});
+    const auto rows = [&](const Shape &shape, uint32_t k) {
+      Case what = topk(type, 3, k, shape);
+      what.figure = shape.width < 32 ? 9 : 4;
+      what.extra = k == 1 ? 0 : 25.0 * k * shape.channels * shape.height;
+      what.why = "a plain loop over the line, and 25 instructions for each of several picks";
+      return what;
+    };
+    const auto columns = [&](const Shape &shape) {
+      Case what = topk(type, 1, 1, shape);
+      what.figure = type.bits == 8 ? 0.7 : 1.4;
+      what.extra = static_cast<double>(shape.batch * shape.plane());
+      what.why = "columns in lanes, and one instruction for each column's two stores";
+      return what;
+    };
+    add_doublings(cases, [&](const Shape &shape) { return rows(shape, 1); }, {1, 4, 16, 20});
+    add_doublings(cases, [&](const Shape &shape) { return rows(shape, 5); }, {1, 1, 16, 100});
+    add_doublings(cases, columns, {2, 10, 14, 14});
   }
 }
 
