@@ -9,9 +9,13 @@ emulator="qemu-aarch64 -cpu cortex-a76 -L /usr/aarch64-linux-gnu"
 # Command or file, and the Debian package that holds it.
 build_tools="
   cmake cmake
+  cpack cmake
   ninja ninja-build
+  gcc gcc
   g++ g++
   ccache ccache
+  objcopy binutils
+  aarch64-linux-gnu-gcc gcc-aarch64-linux-gnu
   aarch64-linux-gnu-g++ g++-aarch64-linux-gnu
   /usr/aarch64-linux-gnu/include/stdio.h libc6-dev-arm64-cross
   qemu-aarch64 qemu-user
@@ -23,10 +27,18 @@ example_tools="
 "
 test_tools="
   python3 python3
+  ctest cmake
+  nm binutils
+  readelf binutils
+  objdump binutils
+  aarch64-linux-gnu-nm binutils-aarch64-linux-gnu
+  aarch64-linux-gnu-readelf binutils-aarch64-linux-gnu
+  aarch64-linux-gnu-objdump binutils-aarch64-linux-gnu
   /usr/src/googletest/CMakeLists.txt googletest
   make make
   dpkg-deb dpkg
   file file
+  abidw abigail-tools
   abidiff abigail-tools
   doxygen doxygen
   lintian lintian
@@ -179,17 +191,17 @@ build_preset() {
   cmake --build --preset "$preset" -j "$jobs" "$@" || fail "the $preset build failed."
 }
 
-# run_ctest <preset>: its lines go to standard output and to $log.
+# run_ctest <preset> [argument ...]: its lines go to standard output and to $log.
 run_ctest() {
-  { ctest --preset "$1" -j "$jobs" 2>&1 || echo "$?" >"$log.status"; } | tee "$log"
+  { ctest --preset "$@" -j "$jobs" 2>&1 || echo "$?" >"$log.status"; } | tee "$log"
   [ ! -e "$log.status" ]
 }
 
-# test_preset <preset>
+# test_preset <preset> [argument of CTest ...]
 test_preset() {
   say "$1: test"
   log=build/$1/test.log
   rm -f "$log.status"
   alone=no
-  with_progress tests_so_far "$log" run_ctest "$1" || fail "tests failed in the $1 build; what they printed is in $log."
+  with_progress tests_so_far "$log" run_ctest "$@" || fail "tests failed in the $1 build; what they printed is in $log."
 }
