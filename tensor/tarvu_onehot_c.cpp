@@ -5,8 +5,12 @@
 #include <cstring>
 
 #include "convert/format_entry.h"
+#include "frame/axes.h"
+#include "frame/memory.h"
 #include "frame/tarvu_util.h"
 #include "simd/conversion.h"
+#include "simd/interleave.h"
+#include "simd/part.h"
 
 namespace tarvu {
 namespace {
@@ -37,34 +41,50 @@ struct Lines {
 
 /// Where the indices turn their rows on; below 0 or from `depth` on for nowhere. In a format that nothing converts all
 /// count as index 0 and are not read.
-void find_positions(const _NN_ONEHOT_PARM &parm, const uint8_t *column, Lines lines, int32_t *positions) {
+void find_positions(const _NN_ONEHOT_PARM &parm, const void *elements, uint32_t count, int32_t *positions) {
   float indices[kIndicesAtOnce] = {};
-  with_element_type(parm.in_fmt, [&](auto element) {
-    using Index = decltype(element);
-    Index gathered[kIndicesAtOnce];
-    const void *elements = column + lines.first * parm.in_line_ofs;
-    if (parm.in_line_ofs != sizeof(Index)) {
-      for (uint32_t i = 0; i < lines.count; ++i)
-        gathered[i] = load<Index>(column + (lines.first + i) * parm.in_line_ofs);
-      elements = gathered;
-    }
-    tarvu_fixtofloat_neon(elements, indices, lines.count, &parm.in_fmt, &parm.in_scale);
-  });
+  tarvu_fixtofloat_neon(elements, indices, count, &parm.in_fmt, &parm.in_scale);
   const auto depth = static_cast<float>(parm.depth);
-  floats_to_integers<int32_t>(indices, positions, lines.count, [=](auto x) {
+  floats_to_integers<int32_t>(indices, positions, count, [=](auto x) {
     using Floats = decltype(x);
     return x < Floats{} ? x + fill<Floats>(depth) : x;
   });
 }
 
+/// The same for lines of a column.
+void find_positions_of_lines(const _NN_ONEHOT_PARM &parm, const uint8_t *column, Lines lines, int32_t *positions) {
+  uint16_t gathered[kIndicesAtOnce];
+  const void *elements = gathered;
+  with_element_type(parm.in_fmt, [&](auto element) {
+    using Index = decltype(element);
+    if (parm.in_line_ofs == sizeof(Index)) {
+      elements = column + lines.first * parm.in_line_ofs;
+      return;
+    }
+    for (uint32_t i = 0; i < lines.count; ++i) {
+      store(reinterpret_cast<uint8_t *>(gathered) + i * sizeof(Index),
+            load<Index>(column + (lines.first + i) * parm.in_line_ofs));
+    }
+  });
+  find_positions(parm, elements, lines.count, positions);
+}
+
+/// Vectors, of which the last one ends with the run; a short run is a part of one.
 template <class Element>
 void fill_run(uint8_t *to, Element value, size_t count) {
-  if constexpr (sizeof(Element) == 1) {
+  constexpr size_t kLongest = 512;  // bytes that take less than a call
+  const size_t bytes = count * sizeof(Element);
+  if (sizeof(Element) == 1 && bytes > kLongest) {
     std::memset(to, value, count);
-  } else {
-    auto *elements = reinterpret_cast<Unaligned<Element> *>(to);
-    for (size_t i = 0; i < count; ++i) elements[i].value = value;
+    return;
   }
+  const auto lanes = u8x16(fill<LanesOfElement<Element>>(value));
+  if (bytes < 16) {
+    if (bytes != 0) store_part(to, lanes, bytes);
+    return;
+  }
+  for (size_t b = 0; b + 16 < bytes; b += 16) store(to + b, lanes);
+  store(to + bytes - 16, lanes);
 }
 
 template <class Element>
@@ -76,6 +96,9 @@ class Rows {
     is_dense_ = steps.depth == sizeof(Element) && depth_ <= kGreatestDepth;
     is_one_run_ = is_dense_ && steps.height == row_bytes && parm.height * row_bytes <= UINT32_MAX;
   }
+
+  /// Whether each column is a long run of its own, best filled while it is in the cache.
+  bool are_long_run(uint32_t lines) const { return is_one_run_ && lines >= kIndicesAtOnce; }
 
   /// Writes the rows of a run of indices whose column starts at `to`.
   void write(uint8_t *to, Lines lines, const int32_t *positions) const {
@@ -130,6 +153,96 @@ bool find_steps(const _NN_ONEHOT_PARM &parm, uint32_t element_bytes, Steps &step
   }
 }
 
+/// The axes of the index tensor (tensor 0) in the output (tensor 1), and those of the output with the new one.
+struct FlatWalk {
+  Axes<2> indices;
+  Axes<1> output;
+};
+
+FlatWalk flat_walk_of(const _NN_ONEHOT_PARM &parm, const Steps &steps) {
+  FlatWalk walk{};
+  const auto add = [&](uint32_t extent, uint32_t in_step, uint32_t out_step) {
+    add_axis(walk.indices, Axis<2>{extent, {static_cast<ptrdiff_t>(in_step), static_cast<ptrdiff_t>(out_step)}});
+    if (extent != 1) add_axis(walk.output, Axis<1>{extent, {static_cast<ptrdiff_t>(out_step)}});
+  };
+  add(parm.height, parm.in_line_ofs, steps.height);
+  add(parm.channel, parm.in_channel_ofs, steps.channel);
+  add(parm.batch, parm.in_batch_ofs, steps.batch);
+  const auto depth = static_cast<uint32_t>(parm.depth);
+  if (depth != 1) add_axis(walk.output, Axis<1>{depth, {static_cast<ptrdiff_t>(steps.depth)}});
+  walk.output = sort_axes(walk.output, 0);
+  return walk;
+}
+
+/// Whether nobody can tell if the whole output is filled before the first index is read: no offset wraps, no two elements share a
+/// place, and the tensors lie apart.
+bool may_fill_first(const _NN_ONEHOT_PARM &parm, const FlatWalk &walk, size_t element_bytes) {
+  if (parm.depth > kGreatestDepth) return false;
+  uint64_t in_bytes = sizeof(uint16_t);
+  for (int d = 0; d < walk.indices.count; ++d) {
+    const uint64_t reached = (walk.indices.axis[d].extent - 1) * static_cast<uint64_t>(walk.indices.axis[d].step[0]);
+    if (reached > UINT32_MAX) return false;
+    in_bytes += reached;
+  }
+  uint64_t out_bytes = element_bytes;
+  for (int d = 0; d < walk.output.count; ++d) {
+    const auto step = static_cast<uint64_t>(walk.output.axis[d].step[0]);
+    const uint64_t reached = (walk.output.axis[d].extent - 1) * step;
+    if (reached > UINT32_MAX || step < out_bytes) return false;
+    out_bytes += reached;
+  }
+  return lie_apart({parm.in_addr, in_bytes}, {parm.out_addr, out_bytes});
+}
+
+template <class Element>
+void fill_output(const FlatWalk &walk, uint8_t *to, Element value) {
+  const Axes<1> axes = merge_axes(walk.output);
+  const bool is_dense = axes.axis[0].step[0] == sizeof(Element);
+  const size_t run = is_dense ? axes.axis[0].extent : 1;
+  for_each_place(axes, is_dense ? 1 : 0, [&](const Offsets<1> &at) { fill_run(to + at.of[0], value, run); });
+}
+
+/// The elements of an output that hold the value for on. An index format that nothing converts stands for index 0.
+template <class Element>
+void set_ones(const _NN_ONEHOT_PARM &parm, const Steps &steps, const FlatWalk &walk, Element on) {
+  uint8_t gathered[kIndicesAtOnce * sizeof(uint16_t)];
+  uint8_t *rows[kIndicesAtOnce];
+  uint32_t count = 0;
+  const auto *from = pointer<const uint8_t>(parm.in_addr);
+  uint8_t *to = pointer(parm.out_addr);
+  const auto depth = static_cast<uint32_t>(parm.depth);
+  const auto set_rows = [&] {
+    int32_t positions[kIndicesAtOnce];
+    find_positions(parm, gathered, count, positions);
+    for (uint32_t i = 0; i < count; ++i) {
+      const auto position = static_cast<uint32_t>(positions[i]);
+      if (position < depth) store(rows[i] + position * steps.depth, on);
+    }
+    count = 0;
+  };
+  const auto gather_all = [&](auto gather) {
+    const Axes<2> axes = merge_axes(walk.indices);
+    const Axis<2> &run = axes.axis[0];
+    for_each_place(axes, 1, [&](const Offsets<2> &at) {
+      const uint8_t *index = from + at.of[0];
+      uint8_t *row = to + at.of[1];
+      for (size_t i = 0; i < run.extent; ++i, index += run.step[0], row += run.step[1]) {
+        gather(index);
+        rows[count++] = row;
+        if (count == kIndicesAtOnce) set_rows();
+      }
+    });
+    if (count != 0) set_rows();
+  };
+  bool are_read = false;
+  with_element_type(parm.in_fmt, [&](auto element) {
+    using Index = decltype(element);
+    are_read = true;
+    gather_all([&](const uint8_t *index) { store(gathered + count * sizeof(Index), load<Index>(index)); });
+  });
+  if (!are_read) gather_all([](const uint8_t *) {});
+}
+
 template <class Element>
 _QX_RESULT expand(const _NN_ONEHOT_PARM &parm) {
   OffOn<Element> values{};
@@ -140,8 +253,16 @@ _QX_RESULT expand(const _NN_ONEHOT_PARM &parm) {
     std::printf("not supported axis = %d\n", static_cast<int>(parm.axis));
     return QX_ERR_UNSUPPORTED;
   }
-  if (parm.depth <= 0) return QX_OK;
+  if (parm.depth <= 0 || parm.height == 0 || parm.channel == 0 || parm.batch == 0) return QX_OK;
   const Rows<Element> rows(parm, steps, values);
+  if (!rows.are_long_run(parm.height)) {
+    const FlatWalk walk = flat_walk_of(parm, steps);
+    if (may_fill_first(parm, walk, sizeof(Element))) {
+      fill_output(walk, pointer(parm.out_addr), values.off);
+      set_ones(parm, steps, walk, values.on);
+      return QX_OK;
+    }
+  }
   const auto *from = pointer<const uint8_t>(parm.in_addr);
   uint8_t *to = pointer(parm.out_addr);
   for (uint32_t b = 0; b < parm.batch; ++b) {
@@ -151,7 +272,7 @@ _QX_RESULT expand(const _NN_ONEHOT_PARM &parm) {
       for (uint32_t h = 0; h < parm.height; h += kIndicesAtOnce) {
         const Lines lines = {h, std::min(parm.height - h, kIndicesAtOnce)};
         int32_t positions[kIndicesAtOnce];
-        find_positions(parm, column, lines, positions);
+        find_positions_of_lines(parm, column, lines, positions);
         rows.write(out_column, lines, positions);
       }
     }

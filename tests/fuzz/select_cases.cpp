@@ -80,6 +80,7 @@ std::string run_topk_case(Source &source) {
   const int axis = block.axis;
   uint32_t extents[4];
   for (int i = 0; i < 4; ++i) extents[i] = one_in(source, 24) ? 0 : 1 + below(source, 4);
+  if (one_in(source, 2)) extents[below(source, 4)] = some_extent(source, 50);
   extents[axis] = one_in(source, 12) ? 60 + below(source, 300) : some_extent(source, 140);
   block.batch = static_cast<uint16_t>(extents[0]);
   block.channel = static_cast<uint16_t>(extents[1]);
