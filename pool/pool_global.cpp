@@ -1,8 +1,5 @@
 // Pooling of whole planes.
-#include "pool/pool_global.h"
-
-#include "pool/pool_fold.h"
-#include "pool/pool_output_stage.h"
+#include "pool/pool_plan.h"
 
 namespace tarvu {
 namespace {
@@ -19,10 +16,10 @@ void pool_planes(const _NN_POOL_PARM &parm, const PoolFold &fold, const OutputSt
       const uint32_t planes = std::min(kPlanesAtOnce, parm.channel - first);
       fold.fold_planes(parm, from + first * size_t{parm.in_channel_ofs}, planes, words);
       if (parm.out_channel_ofs == out_bytes) {
-        stage.store_line(stage, to, words, planes);
+        stage.store(stage, to, words, planes);
         continue;
       }
-      stage.store_line(stage, elements, words, planes);
+      stage.store(stage, elements, words, planes);
       for (uint32_t c = 0; c < planes; ++c) {
         std::memcpy(to + c * size_t{parm.out_channel_ofs}, elements + c * out_bytes, out_bytes);
       }
@@ -40,19 +37,18 @@ void fill_planes(const _NN_POOL_PARM &parm, int32_t value, NN_AI_IO_TYPE out) {
 
 }  // namespace
 
-void pool_global_maximum(const _NN_POOL_PARM &parm, NN_AI_IO_TYPE in, NN_AI_IO_TYPE out) {
+void pool_global(const _NN_POOL_PARM &parm, NN_AI_IO_TYPE in, NN_AI_IO_TYPE out) {
   const OutputTerms terms = output_terms(parm, in, out);
+  if (parm.mode == kGlobalAverage) {
+    // Kept: a plane of 2^31 elements and more has a negative divisor, an empty one the divisor 0.
+    const int32_t divisor = multiply(parm.width, parm.height);
+    const OutputStage stage = average_stage(terms, SumWord::kUint32, out, shift_right(divisor, 1), divisor);
+    return pool_planes(parm, sum_fold(SumWord::kUint32, in), stage, bytes_of(out));
+  }
   if (parm.width == 0 || parm.height == 0) return fill_planes(parm, requantised_maximum(terms, kMaximumOfNothing), out);
   uint8_t map[256];
-  pool_planes(parm, maximum_fold(in), maximum_stage(terms, maximum_way(terms, in, out), in, out, map), bytes_of(out));
-}
-
-void pool_global_average(const _NN_POOL_PARM &parm, NN_AI_IO_TYPE in, NN_AI_IO_TYPE out) {
-  // Kept: a plane of 2^31 elements and more has a negative divisor, an empty one the divisor 0.
-  const int32_t divisor = multiply(parm.width, parm.height);
-  const OutputStage stage =
-      average_stage(output_terms(parm, in, out), SumWord::kUint32, out, shift_right(divisor, 1), divisor);
-  pool_planes(parm, sum_fold(in), stage, bytes_of(out));
+  const MaximumWay way = maximum_way(terms, in, out, uint64_t{parm.channel} * parm.batch);
+  pool_planes(parm, maximum_fold(in), maximum_stage(terms, way, in, out, map), bytes_of(out));
 }
 
 }  // namespace tarvu

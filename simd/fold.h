@@ -57,15 +57,19 @@ struct MaximumFold {
   static Word both(Word a, Word b) { return a > b ? a : b; }
   static Lanes both(Lanes a, Lanes b) { return a > b ? a : b; }
 
+  using Elements = Lanes;
   struct Block {
     Lanes words;
   };
-  static Block first(const uint8_t *from) { return {load<Lanes>(from)}; }
-  static Block first_two(const uint8_t *from, const uint8_t *next) {
-    return {both(load<Lanes>(from), load<Lanes>(next))};
-  }
-  static Block more(Block block, const uint8_t *next) { return {both(block.words, load<Lanes>(next))}; }
+  static Block first(Elements a) { return {a}; }
+  static Block first_two(Elements a, Elements b) { return {both(a, b)}; }
+  static Block more(Block block, Elements a) { return {both(block.words, a)}; }
   static void keep(Block block, Word *to) { store(to, block.words); }
+  static void keep_halves(Block block, Word *to, Word *second) {
+    const auto halves = std::bit_cast<u64x2>(block.words);
+    store(to, halves[0]);
+    store(second, halves[1]);
+  }
 };
 
 /// The widening steps that sums are made of: a vector's lower or upper lanes alone, or added to those of another vector, or to
@@ -146,8 +150,7 @@ struct SumFold {
   struct Block {
     Lanes words[sizeof(Word) / sizeof(Element)];
   };
-  static Block first(const uint8_t *from) {
-    const auto a = load<Elements>(from);
+  static Block first(Elements a) {
     if constexpr (kTwiceAsWide) {
       return {{widen_low(a), widen_high(a)}};
     } else {
@@ -156,9 +159,7 @@ struct SumFold {
       return {{widen_low(low), widen_high(low), widen_low(high), widen_high(high)}};
     }
   }
-  static Block first_two(const uint8_t *from, const uint8_t *next) {
-    const auto a = load<Elements>(from);
-    const auto b = load<Elements>(next);
+  static Block first_two(Elements a, Elements b) {
     if constexpr (kTwiceAsWide) {
       return {{add_low(a, b), add_high(a, b)}};
     } else {
@@ -167,8 +168,7 @@ struct SumFold {
       return {{widen_low(low), widen_high(low), widen_low(high), widen_high(high)}};
     }
   }
-  static Block more(Block block, const uint8_t *next) {
-    const auto a = load<Elements>(next);
+  static Block more(Block block, Elements a) {
     if constexpr (kTwiceAsWide) {
       return {{add_low(block.words[0], a), add_high(block.words[1], a)}};
     } else {
@@ -184,44 +184,55 @@ struct SumFold {
       to += kLanes<Lanes>;
     }
   }
+  static void keep_halves(const Block &block, Word *to, Word *second) {
+    constexpr size_t kOfHalf = sizeof(block.words) / sizeof(Lanes) / 2;
+    for (size_t v = 0; v < kOfHalf; ++v) store(to + v * kLanes<Lanes>, block.words[v]);
+    for (size_t v = 0; v < kOfHalf; ++v) store(second + v * kLanes<Lanes>, block.words[kOfHalf + v]);
+  }
 };
 
 // ---- down the lines
 
+/// A vector of elements.
+template <class Fold>
+[[gnu::always_inline]] inline typename Fold::Elements load_elements(const uint8_t *from) {
+  return load<typename Fold::Elements>(from);
+}
+/// A line of half a vector to a whole one: its first half, and its last one, which may overlap the first.
+template <class Fold>
+[[gnu::always_inline]] inline typename Fold::Elements load_narrow(const uint8_t *from, size_t last_half) {
+  return std::bit_cast<typename Fold::Elements>(u64x2{load<uint64_t>(from), load<uint64_t>(from + last_half)});
+}
+
 /// Columns that a block of the folds below takes at once.
 template <class Fold>
 inline constexpr uint32_t kColumnsOfBlock = 16 / sizeof(typename Fold::Element);
-
-/// One column of `lines` lines, at least one.
-template <class Fold>
-[[gnu::noinline]] typename Fold::Word fold_column(const uint8_t *from, size_t line_bytes, uint32_t lines) {
-  typename Fold::Word word = Fold::of(load<typename Fold::Element>(from));
-  for (uint32_t l = 1; l < lines; ++l) {
-    word = Fold::both(word, Fold::of(load<typename Fold::Element>(from + l * line_bytes)));
-  }
-  return word;
-}
 
 /// One block of columns; kLines is `lines`, or 0 for any from 2.
 template <class Fold, uint32_t kLines>
 [[gnu::always_inline]] inline typename Fold::Block fold_block_of_lines(const uint8_t *from, size_t line_bytes,
                                                                        uint32_t lines) {
   if constexpr (kLines == 1) {
-    return Fold::first(from);
+    return Fold::first(load_elements<Fold>(from));
   } else {
     const uint8_t *line = from + line_bytes;
-    typename Fold::Block block = Fold::first_two(from, line);
-    if constexpr (kLines == 0) {
+    typename Fold::Block block = Fold::first_two(load_elements<Fold>(from), load_elements<Fold>(line));
+    if constexpr (kLines != 0) {
+      for (uint32_t l = 2; l < kLines; ++l) {
+        line += line_bytes;
+        block = Fold::more(block, load_elements<Fold>(line));
+      }
+    } else {
       uint32_t l = 2;
       for (; l + 4 <= lines; l += 4, line += 4 * line_bytes) {
-        block = Fold::more(block, line + line_bytes);
-        block = Fold::more(block, line + 2 * line_bytes);
-        block = Fold::more(block, line + 3 * line_bytes);
-        block = Fold::more(block, line + 4 * line_bytes);
+        block = Fold::more(block, load_elements<Fold>(line + line_bytes));
+        block = Fold::more(block, load_elements<Fold>(line + 2 * line_bytes));
+        block = Fold::more(block, load_elements<Fold>(line + 3 * line_bytes));
+        block = Fold::more(block, load_elements<Fold>(line + 4 * line_bytes));
       }
       for (; l < lines; ++l) {
         line += line_bytes;
-        block = Fold::more(block, line);
+        block = Fold::more(block, load_elements<Fold>(line));
       }
     }
     return block;
@@ -243,11 +254,11 @@ template <class Fold, uint32_t kLines>
     const uint8_t *right = left + 16;
     if constexpr (kLines == 0) {
       // Two blocks side by side: one loop over the lines for both.
-      typename Fold::Block one = Fold::first_two(left, left + line_bytes);
-      typename Fold::Block two = Fold::first_two(right, right + line_bytes);
+      typename Fold::Block one = Fold::first_two(load_elements<Fold>(left), load_elements<Fold>(left + line_bytes));
+      typename Fold::Block two = Fold::first_two(load_elements<Fold>(right), load_elements<Fold>(right + line_bytes));
       for (uint32_t l = 2; l < lines; ++l) {
-        one = Fold::more(one, left + l * line_bytes);
-        two = Fold::more(two, right + l * line_bytes);
+        one = Fold::more(one, load_elements<Fold>(left + l * line_bytes));
+        two = Fold::more(two, load_elements<Fold>(right + l * line_bytes));
       }
       Fold::keep(one, to + c);
       Fold::keep(two, to + c + kStep);
@@ -263,14 +274,23 @@ template <class Fold, uint32_t kLines>
   Fold::keep(fold_at(last), to + last);
 }
 
-/// Three lines, wherever each lies, of at least kColumnsOfBlock columns.
-template <class Fold>
+/// Three lines, wherever each lies, of at least a block of columns, or of half a block to one where kNarrow is set.
+template <class Fold, bool kNarrow>
 [[gnu::always_inline]] inline void fold_three_lines(const uint8_t *first, const uint8_t *second, const uint8_t *third,
                                                     uint32_t columns, typename Fold::Word *to) {
   constexpr size_t kStep = kColumnsOfBlock<Fold>;
+  if constexpr (kNarrow) {
+    const size_t half = columns - kStep / 2;
+    const auto elements = [=](const uint8_t *from) __attribute__((always_inline)) {
+      return load_narrow<Fold>(from, half * sizeof(typename Fold::Element));
+    };
+    return Fold::keep_halves(Fold::more(Fold::first_two(elements(first), elements(second)), elements(third)), to,
+                             to + half);
+  }
   const auto fold_at = [=](size_t c) __attribute__((always_inline)) {
     const size_t at = c * sizeof(typename Fold::Element);
-    return Fold::more(Fold::first_two(first + at, second + at), third + at);
+    return Fold::more(Fold::first_two(load_elements<Fold>(first + at), load_elements<Fold>(second + at)),
+                      load_elements<Fold>(third + at));
   };
   const size_t last = columns - kStep;
   size_t c = 0;
@@ -292,40 +312,62 @@ inline T *opaque(T *address) {
   return address;
 }
 
+/// How many columns a line has, as far as a loop knows it.
+enum class LineWidth {
+  kNarrow,     ///< from half a block, less than one
+  kShort,      ///< from a block to two of them, with less windows than a block
+  kTwoBlocks,  ///< from a block to two of them
+  kAny,        ///< from a block
+};
+
 /// The folds of three lines for two windows at once, the second one kApart lines (1 or 2) further on, to words that lie kSecond
-/// words behind those of the first one: of at least kColumnsOfBlock columns. The lines behind `second` are line_bytes apart but
-/// for the last one, which lies at `last` as the first one lies at `first`. Where kBlocks is 2, so many blocks of columns are
-/// enough.
-template <class Fold, uint32_t kApart, uint32_t kBlocks, size_t kSecond>
+/// words behind those of the first one. The lines behind `second` are line_bytes apart but for the last one, which lies at
+/// `last` as the first one lies at `first`.
+template <class Fold, uint32_t kApart, LineWidth kWidth, size_t kSecond>
 [[gnu::always_inline]] inline void fold_three_lines_twice(const uint8_t *first, const uint8_t *second,
                                                           size_t line_bytes, const uint8_t *last, uint32_t columns,
                                                           typename Fold::Word *to) {
   const uint8_t *third = second + line_bytes;
   const uint8_t *fourth = third + line_bytes;
   using Block = typename Fold::Block;
+  constexpr size_t kStep = kColumnsOfBlock<Fold>;
+  struct Two {
+    Block one;
+    Block two;
+  };
+  const auto fold_two = [=](const auto &elements) __attribute__((always_inline)) {
+    const auto of_third = elements(third);
+    const Block middle = Fold::first_two(elements(second), of_third);
+    const Block next = kApart == 1 ? middle : Fold::first_two(of_third, elements(fourth));
+    return Two{Fold::more(middle, elements(first)), Fold::more(next, elements(last))};
+  };
+  if constexpr (kWidth == LineWidth::kNarrow) {
+    const size_t half = columns - kStep / 2;
+    const Two folded = fold_two([=](const uint8_t *from) __attribute__((always_inline)) {
+      return load_narrow<Fold>(from, half * sizeof(typename Fold::Element));
+    });
+    Fold::keep_halves(folded.one, to, to + half);
+    Fold::keep_halves(folded.two, to + kSecond, to + kSecond + half);
+    return;
+  }
   // Some blocks side by side, all folded before any is kept: words may overlay elements, for all that the compiler knows.
   const auto fold_at = [=](size_t c, auto blocks) __attribute__((always_inline)) {
-    constexpr size_t kStep = kColumnsOfBlock<Fold>;
-    Block one[blocks];
-    Block two[blocks];
+    Two folded[blocks];
     for (size_t i = 0; i < blocks; ++i) {
       const size_t at = (c + i * kStep) * sizeof(typename Fold::Element);
-      const Block middle = Fold::first_two(second + at, third + at);
-      const Block next = kApart == 1 ? middle : Fold::first_two(third + at, fourth + at);
-      one[i] = Fold::more(middle, first + at);
-      two[i] = Fold::more(next, last + at);
+      folded[i] =
+          fold_two([=](const uint8_t *from) __attribute__((always_inline)) { return load_elements<Fold>(from + at); });
     }
     typename Fold::Word *words = to + c;
     for (size_t i = 0; i < blocks; ++i, words += kStep) {
-      Fold::keep(one[i], words);
-      Fold::keep(two[i], words + kSecond);
+      Fold::keep(folded[i].one, words);
+      Fold::keep(folded[i].two, words + kSecond);
     }
   };
   constexpr std::integral_constant<size_t, 1> kOne;
   constexpr std::integral_constant<size_t, kColumnsOfBlock<Fold> == 8 ? 2 : 1> kSome;
-  constexpr size_t kStep = kColumnsOfBlock<Fold>;
   const size_t last_block = columns - kStep;
-  if constexpr (kBlocks == 2) {
+  if constexpr (kWidth == LineWidth::kTwoBlocks || kWidth == LineWidth::kShort) {
     fold_at(0, kOne);
   } else {
     size_t c = 0;
@@ -346,18 +388,59 @@ struct LineOfNothing {
 template <class Fold, size_t kBytes>
 alignas(16) inline constexpr LineOfNothing<Fold, kBytes> kLineOfNothing;
 
+/// The 1 to 8 bytes from an address on, in the lower bytes of the result. Reads nothing else.
+inline uint64_t load_few_bytes(const uint8_t *from, size_t bytes) {
+  const auto in_two = [=](auto piece) {
+    const uint64_t front = load<decltype(piece)>(from);
+    const uint64_t back = load<decltype(piece)>(from + bytes - sizeof piece);
+    return front | back << (8 * (bytes - sizeof piece));
+  };
+  if (bytes >= 8) return load<uint64_t>(from);
+  if (bytes >= 4) return in_two(uint32_t{});
+  if (bytes >= 2) return in_two(uint16_t{});
+  return *from;
+}
+
+/// Any lines of less than half a block of columns.
+template <class Fold>
+[[gnu::always_inline]] inline void fold_few_columns(const uint8_t *from, size_t line_bytes, uint32_t lines,
+                                                    uint32_t columns, typename Fold::Word *to) {
+  const size_t bytes = columns * sizeof(typename Fold::Element);
+  const auto elements = [=](const uint8_t *line) {
+    return std::bit_cast<typename Fold::Elements>(u64x2{load_few_bytes(line, bytes)});
+  };
+  typename Fold::Block block = Fold::first(elements(from));
+  for (uint32_t l = 1; l < lines; ++l) block = Fold::more(block, elements(from + l * line_bytes));
+  typename Fold::Word words[kColumnsOfBlock<Fold>];
+  Fold::keep(block, words);
+  for (uint32_t c = 0; c < columns; ++c) to[c] = words[c];
+}
+
+/// Any lines of less than a block of columns, and of at least half of one.
+template <class Fold>
+[[gnu::always_inline]] inline void fold_narrow_lines(const uint8_t *from, size_t line_bytes, uint32_t lines,
+                                                     uint32_t columns, typename Fold::Word *to) {
+  const size_t half = columns - kColumnsOfBlock<Fold> / 2;
+  const size_t half_bytes = half * sizeof(typename Fold::Element);
+  typename Fold::Block block = Fold::first(load_narrow<Fold>(from, half_bytes));
+  for (uint32_t l = 1; l < lines; ++l) block = Fold::more(block, load_narrow<Fold>(from + l * line_bytes, half_bytes));
+  Fold::keep_halves(block, to, to + half);
+}
+
 /// to[c] = the fold of column c over `lines` lines, at least one, that lie `line_bytes` apart. Reads nothing but those
 /// elements, writes nothing but those words.
 template <class Fold>
 [[gnu::noinline]] void fold_lines(const uint8_t *from, size_t line_bytes, uint32_t lines, uint32_t columns,
                                   typename Fold::Word *to) {
-  if (columns < kColumnsOfBlock<Fold>) {
-    for (uint32_t c = 0; c < columns; ++c) {
-      to[c] = fold_column<Fold>(from + c * sizeof(typename Fold::Element), line_bytes, lines);
-    }
+  constexpr uint32_t kBlock = kColumnsOfBlock<Fold>;
+  if (columns < kBlock) {
+    if (columns >= kBlock / 2) return fold_narrow_lines<Fold>(from, line_bytes, lines, columns, to);
+    if (columns != 0) fold_few_columns<Fold>(from, line_bytes, lines, columns, to);
     return;
   }
   if (lines == 1) return fold_blocks_of_lines<Fold, 1>(from, line_bytes, lines, columns, to);
+  if (lines == 2) return fold_blocks_of_lines<Fold, 2>(from, line_bytes, lines, columns, to);
+  if (lines == 3) return fold_blocks_of_lines<Fold, 3>(from, line_bytes, lines, columns, to);
   fold_blocks_of_lines<Fold, 0>(from, line_bytes, lines, columns, to);
 }
 
@@ -379,6 +462,18 @@ struct Pairs {
   Lanes odd;
 };
 template <class Lanes>
+[[gnu::always_inline]] inline Pairs<Lanes> split_pairs(Lanes low, Lanes high) {
+  if constexpr (sizeof(Lanes{}[0]) == 1) {
+    return {__builtin_shufflevector(low, high, 0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30),
+            __builtin_shufflevector(low, high, 1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31)};
+  } else if constexpr (sizeof(Lanes{}[0]) == 2) {
+    return {__builtin_shufflevector(low, high, 0, 2, 4, 6, 8, 10, 12, 14),
+            __builtin_shufflevector(low, high, 1, 3, 5, 7, 9, 11, 13, 15)};
+  } else {
+    return {__builtin_shufflevector(low, high, 0, 2, 4, 6), __builtin_shufflevector(low, high, 1, 3, 5, 7)};
+  }
+}
+template <class Lanes>
 [[gnu::always_inline]] inline Pairs<Lanes> load_pairs(const void *from) {
 #if TARVU_NEON
   if constexpr (sizeof(Lanes{}[0]) == 1) {
@@ -392,26 +487,8 @@ template <class Lanes>
     return {std::bit_cast<Lanes>(both.val[0]), std::bit_cast<Lanes>(both.val[1])};
   }
 #else
-  const Lanes low = load<Lanes>(from);
-  const Lanes high = load<Lanes>(static_cast<const uint8_t *>(from) + sizeof(Lanes));
-  if constexpr (sizeof(Lanes{}[0]) == 1) {
-    return {__builtin_shufflevector(low, high, 0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30),
-            __builtin_shufflevector(low, high, 1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31)};
-  } else if constexpr (sizeof(Lanes{}[0]) == 2) {
-    return {__builtin_shufflevector(low, high, 0, 2, 4, 6, 8, 10, 12, 14),
-            __builtin_shufflevector(low, high, 1, 3, 5, 7, 9, 11, 13, 15)};
-  } else {
-    return {__builtin_shufflevector(low, high, 0, 2, 4, 6), __builtin_shufflevector(low, high, 1, 3, 5, 7)};
-  }
+  return split_pairs(load<Lanes>(from), load<Lanes>(static_cast<const uint8_t *>(from) + sizeof(Lanes)));
 #endif
-}
-
-/// The fold of `window` words.
-template <class Fold>
-inline typename Fold::Word fold_window(const typename Fold::Word *from, uint32_t window) {
-  typename Fold::Word word = Fold::kIdentity;
-  for (uint32_t k = 0; k < window; ++k) word = Fold::both(word, from[k]);
-  return word;
 }
 
 /// One vector of windows of at least one word, the first at `from`; kWindow is `window`, or 0 for any.
@@ -450,7 +527,7 @@ template <class Fold, uint32_t kStride, uint32_t kWindow>
 /// to[i] = the fold of the four words from `from + i`, for at least `count` of them: whole vectors are read and written, which
 /// may be up to a vector and three words further.
 template <class Fold>
-inline void fold_quads(const typename Fold::Word *from, uint32_t count, typename Fold::Word *to) {
+inline void fold_quads(const typename Fold::Word *from, size_t count, typename Fold::Word *to) {
   using Lanes = typename Fold::Lanes;
   for (size_t i = 0; i < count; i += kLanes<Lanes>) {
     const typename Fold::Word *at = from + i;
@@ -495,12 +572,29 @@ template <class Fold, uint32_t kStride, uint32_t kWindow>
   return block;
 }
 
+/// The fold of a window of at least four words from what fold_quads() makes of them.
+template <class Fold>
+[[gnu::always_inline]] inline typename Fold::Word fold_window_by_quads(const typename Fold::Word *from,
+                                                                       const typename Fold::Word *quads,
+                                                                       uint32_t window) {
+  const uint32_t whole = window / 4 * 4;
+  typename Fold::Word word = quads[0];
+  for (uint32_t k = 4; k < whole; k += 4) word = Fold::both(word, quads[k]);
+  if constexpr (Fold::kWidens) {
+    for (uint32_t k = whole; k < window; ++k) word = Fold::both(word, from[k]);
+    return word;
+  } else {
+    return Fold::both(word, quads[window - 4]);  // which changes no maximum where it overlaps
+  }
+}
+
 /// to[i] = the fold of `window` words from `from + i * stride`, both at least 1, for `count` windows. Whole blocks are read and
 /// written: up to 15 windows more. `spare` has room for as many words as the windows cover, and for a block more.
 template <class Fold>
 inline void fold_windows(const typename Fold::Word *from, uint32_t window, uint32_t stride, uint32_t count,
                          typename Fold::Word *spare, typename Fold::Word *to) {
   constexpr size_t kBlock = kWordsOfBlock<typename Fold::Word>;
+  const size_t covered = size_t{count - 1} * stride + window;
   if (stride == 1 && window >= 8) {
     fold_quads<Fold>(from, count + window - 1, spare);
     for (size_t i = 0; i < count; i += kBlock) store(to + i, fold_block_by_quads<Fold>(from + i, spare + i, window));
@@ -508,19 +602,56 @@ inline void fold_windows(const typename Fold::Word *from, uint32_t window, uint3
     for (size_t i = 0; i < count; i += kBlock) store(to + i, fold_block_of_windows<Fold, 1, 0>(from + i, window));
   } else if (stride == 2) {
     for (size_t i = 0; i < count; i += kBlock) store(to + i, fold_block_of_windows<Fold, 2, 0>(from + 2 * i, window));
+  } else if (window >= 8) {
+    fold_quads<Fold>(from, covered, spare);
+    for (size_t i = 0; i < count; ++i) {
+      to[i] = fold_window_by_quads<Fold>(from + i * stride, spare + i * stride, window);
+    }
   } else {
-    for (size_t i = 0; i < count; ++i) to[i] = fold_window<Fold>(from + i * stride, window);
+    // The windows of every word, of which some are wanted.
+    const size_t words = covered - window + 1;
+    for (size_t i = 0; i < words; i += kBlock) store(spare + i, fold_block_of_windows<Fold, 1, 0>(from + i, window));
+    for (size_t i = 0; i < count; ++i) to[i] = spare[i * stride];
   }
 }
+
+/// The fold of neighbouring lanes: those of `a` in the first half of the result, those of `b` in the second one.
+#if TARVU_NEON
+inline u8x16 fold_neighbours(MaximumFold<uint8_t>, u8x16 a, u8x16 b) { return vpmaxq_u8(a, b); }
+inline s8x16 fold_neighbours(MaximumFold<int8_t>, s8x16 a, s8x16 b) { return vpmaxq_s8(a, b); }
+inline u16x8 fold_neighbours(MaximumFold<uint16_t>, u16x8 a, u16x8 b) { return vpmaxq_u16(a, b); }
+inline s16x8 fold_neighbours(MaximumFold<int16_t>, s16x8 a, s16x8 b) { return vpmaxq_s16(a, b); }
+#else
+template <class Fold>
+inline typename Fold::Lanes fold_neighbours(Fold, typename Fold::Lanes a, typename Fold::Lanes b) {
+  const Pairs<typename Fold::Lanes> pairs = split_pairs(a, b);
+  return Fold::both(pairs.even, pairs.odd);
+}
+#endif
 
 /// The greatest words of windows of two lines and two columns, side by side: a block of elements of two lines for each.
 template <class Fold>
 [[gnu::always_inline]] inline WordBlock<typename Fold::Word> fold_two_by_two(const uint8_t *from, size_t line_bytes) {
-  using Lanes = typename Fold::Lanes;
-  static_assert(!Fold::kWidens);
-  const Pairs<Lanes> upper = load_pairs<Lanes>(from);
-  const Pairs<Lanes> lower = load_pairs<Lanes>(from + line_bytes);
-  return {{Fold::both(Fold::both(upper.even, upper.odd), Fold::both(lower.even, lower.odd))}};
+  const auto lines = [=](size_t at) __attribute__((always_inline)) {
+    return Fold::both(load_elements<Fold>(from + at), load_elements<Fold>(from + line_bytes + at));
+  };
+  const auto first = lines(0);
+  const auto second = lines(16);
+  return {{fold_neighbours(Fold{}, first, second)}};
+}
+/// The same for the first windows of a line in the first half of the block and the last ones, `last` bytes of input further on,
+/// in the second half; where kFew is set, in its first two quarters.
+template <class Fold, bool kFew>
+[[gnu::always_inline]] inline WordBlock<typename Fold::Word> fold_two_pieces(const uint8_t *from, size_t line_bytes,
+                                                                             size_t last) {
+  if constexpr (kFew) {
+    const auto both = Fold::both(load_narrow<Fold>(from, last), load_narrow<Fold>(from + line_bytes, last));
+    return {{fold_neighbours(Fold{}, both, both)}};
+  } else {
+    const auto first = Fold::both(load_elements<Fold>(from), load_elements<Fold>(from + line_bytes));
+    const auto second = Fold::both(load_elements<Fold>(from + last), load_elements<Fold>(from + line_bytes + last));
+    return {{fold_neighbours(Fold{}, first, second)}};
+  }
 }
 
 }  // namespace tarvu

@@ -25,7 +25,7 @@ inline s32x8 shift_right(s32x8 x, s32x8 count) { return x >> count; }
 #endif
 constexpr int32_t multiply_add(int32_t a, int32_t b, int32_t c) { return add(multiply(a, b), c); }
 
-/// Truncating division of every 32-bit numerator n by one divisor d of at least 2, as a multiplication. With s the least number
+/// Truncating division of every 32-bit numerator n by one divisor d from 2 to 2^31, as a multiplication. With s the least number
 /// such that d <= 2^s and E = 2^32 + 2 * multiplier:
 ///
 ///     E is the even number with 0 < E * d - 2^(32 + s) <= 2 * d <= 2^(s + 1)
@@ -39,9 +39,9 @@ struct Reciprocal {
   V shift;  // s - 1
 };
 
-inline Reciprocal<int32_t> reciprocal_of(int32_t divisor) {
-  const int s = 32 - std::countl_zero(static_cast<uint32_t>(divisor) - 1u);
-  const uint64_t half_of_e = (uint64_t{1} << (31 + s)) / static_cast<uint64_t>(divisor) + 1;
+inline Reciprocal<int32_t> reciprocal_of(uint32_t divisor) {
+  const int s = 32 - std::countl_zero(divisor - 1u);
+  const uint64_t half_of_e = (uint64_t{1} << (31 + s)) / divisor + 1;
   return {static_cast<int32_t>(half_of_e - (uint64_t{1} << 31)), s - 1};
 }
 

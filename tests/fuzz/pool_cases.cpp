@@ -85,6 +85,11 @@ void draw_extents(Source &source, _NN_POOL_PARM &block) {
   block.channel = static_cast<uint16_t>(one_of(source, {1, 2, 3, 1, 2, 0}));
   block.batch = static_cast<uint16_t>(one_of(source, {1, 2, 3, 0}));
   if (size_t{block.width} * block.height > 4000) block.channel = block.batch = 1;
+  if (!one_in(source, 3)) return;
+  // Small planes, as many as go side by side and a few more.
+  block.width = static_cast<uint16_t>(pick(source, 1, one_in(source, 4) ? 33 : 16));
+  block.height = static_cast<uint16_t>(pick(source, 1, one_in(source, 8) ? 90 : 16));
+  block.channel = static_cast<uint16_t>(block.height > 16 ? pick(source, 1, 4) : pick(source, 1, 40));
 }
 
 std::string run_pool_case(Source &source) {

@@ -254,6 +254,75 @@ TEST(PoolDifferential, SmallSquareWindowsAgreeOverSeveralPlanes) {
   }
 }
 
+/// A block of several small planes; the windows are common ones or any.
+void choose_small_planes(Random &random, RandomPool &pool) {
+  _NN_POOL_PARM &block = pool.pool.block;
+  block.mode = random.pick({kLocalMaximum, kLocalAverage});
+  block.kernel_w = static_cast<uint8_t>(random.between(1, random.one_in(3) ? 9 : 3));
+  block.kernel_h = random.one_in(3) ? static_cast<uint8_t>(random.between(1, 9)) : block.kernel_w;
+  block.stride_w = static_cast<uint8_t>(random.between(1, random.one_in(3) ? 9 : 3));
+  block.stride_h = random.one_in(3) ? static_cast<uint8_t>(random.between(1, 9)) : block.stride_w;
+  pool.choose_pads();
+  if (random.one_in(2)) {
+    block.pad_left = block.pad_top = static_cast<uint8_t>(random.below(2));
+    block.pad_right = block.pad_bottom = static_cast<uint8_t>(random.below(2));
+  }
+  const uint32_t padding = random.one_in(3) ? random.below(5) : 0;
+  block.in_line_ofs = static_cast<uint32_t>(block.width * pool.in.bytes()) + padding;
+  block.in_channel_ofs = block.height * block.in_line_ofs + (random.one_in(3) ? random.below(4) : 0);
+  block.in_batch_ofs = block.channel * block.in_channel_ofs + (random.one_in(3) ? random.below(4) : 0);
+}
+
+TEST(PoolDifferential, SmallPlanesAgreeHoweverManyThereAre) {
+  Random random = test_random(64);
+  SCOPED_TRACE(random.trace());
+  for (int i = 0; i < 1200; ++i) {
+    const Type in = kTypes[i % 4];
+    RandomPool pool(random, in, random.one_in(2) ? random.pick({kInt8, kUint8, kInt16, kUint16}) : in);
+    _NN_POOL_PARM &block = pool.pool.block;
+    block.batch = static_cast<uint16_t>(random.between(1, 3));
+    block.channel = static_cast<uint16_t>(random.between(1, 40));
+    block.width = static_cast<uint16_t>(random.between(1, random.one_in(4) ? 33 : 16));
+    block.height = static_cast<uint16_t>(random.between(1, 16));
+    choose_small_planes(random, pool);
+    ASSERT_TRUE(pool.check());
+  }
+}
+
+TEST(PoolDifferential, TallNarrowPlanesAgree) {
+  Random random = test_random(65);
+  SCOPED_TRACE(random.trace());
+  for (int i = 0; i < 300; ++i) {
+    const Type in = kTypes[i % 4];
+    RandomPool pool(random, in, random.pick({kInt8, kUint8, kInt16, kUint16}));
+    _NN_POOL_PARM &block = pool.pool.block;
+    block.batch = 1;
+    block.channel = static_cast<uint16_t>(random.between(1, 5));
+    block.width = static_cast<uint16_t>(random.between(1, 32));
+    block.height = static_cast<uint16_t>(random.between(10, 200));
+    choose_small_planes(random, pool);
+    ASSERT_TRUE(pool.check());
+  }
+}
+
+TEST(PoolDifferential, WholePlanesAgreeWhateverLiesBetweenTheirLines) {
+  Random random = test_random(66);
+  SCOPED_TRACE(random.trace());
+  for (int i = 0; i < 600; ++i) {
+    RandomPool pool(random, kTypes[i % 4], random.pick({kInt8, kUint8, kInt16, kUint16}));
+    _NN_POOL_PARM &block = pool.pool.block;
+    block.mode = random.pick({kGlobalMaximum, kGlobalAverage});
+    block.batch = static_cast<uint16_t>(random.between(1, 2));
+    block.channel = static_cast<uint16_t>(random.between(1, 20));
+    block.width = static_cast<uint16_t>(random.between(1, 40));
+    block.height = static_cast<uint16_t>(random.one_in(8) ? random.between(200, 600) : random.between(1, 20));
+    block.in_line_ofs = static_cast<uint32_t>(block.width * pool.in.bytes()) + random.below(10);
+    block.in_channel_ofs = block.height * block.in_line_ofs + random.below(4);
+    block.in_batch_ofs = block.channel * block.in_channel_ofs + random.below(4);
+    ASSERT_TRUE(pool.check());
+  }
+}
+
 TEST(PoolDifferential, LongLinesAgreeAcrossTheBordersOfAnyTile) {
   Random random = test_random(54);
   SCOPED_TRACE(random.trace());

@@ -1,7 +1,8 @@
-/// \file pool_output_stage.h
-/// From a maximum, or a sum and its divisor, to the output element: multipliers, division, shift and clamp.
-#ifndef TARVU_POOL_POOL_OUTPUT_STAGE_H
-#define TARVU_POOL_POOL_OUTPUT_STAGE_H
+/// \file pool_output.h
+/// The third step of pooling: from a maximum, or a sum and its divisor, to the output element by multipliers, division, shift and
+/// clamp.
+#ifndef TARVU_POOL_POOL_OUTPUT_H
+#define TARVU_POOL_POOL_OUTPUT_H
 
 #include "simd/requantise.h"
 #include "tarvu.h"
@@ -30,16 +31,17 @@ struct OutputTerms {
 
 OutputTerms output_terms(const _NN_POOL_PARM &parm, NN_AI_IO_TYPE in, NN_AI_IO_TYPE out);
 
-/// How a line of words becomes a line of the output: a function chosen once for the words, the output's type and the
-/// arithmetic, and what it needs.
+/// How a run of words becomes a run of the output: a function chosen once for the words, the output's type and the arithmetic,
+/// and what it needs.
 struct OutputStage {
-  /// Stores `count` elements; up to 32 words behind the last one are read.
-  void (*store_line)(const OutputStage &stage, uint8_t *to, const void *words, uint32_t count);
-  OutputTerms terms;  ///< of a maximum, in_multiplier holds both multipliers
-  int32_t half;       ///< these of an average
-  int32_t divisor;
-  Reciprocal<int32_t> reciprocal;  ///< where the divisor is at least 2
-  const uint8_t *map;              ///< of all bytes, where they are mapped
+  /// Stores `count` elements; up to a vector behind the last word is read. The elements may take the place of their own words
+  /// where the count is a multiple of 16, whether they are narrower or end where the words end.
+  void (*store)(const OutputStage &stage, uint8_t *to, const void *words, uint32_t count);
+  OutputTerms terms;  ///< without a division, in_multiplier holds both multipliers
+  bool divides;       ///< by the reciprocal, with `half`
+  int32_t half;
+  Reciprocal<int32_t> reciprocal;
+  const uint8_t *map;  ///< of all bytes, where they are mapped
 };
 
 /// The ways from a maximum to the output.
@@ -49,7 +51,7 @@ enum class MaximumWay {
   kInHalves,   ///< with a multiplier of 16 bits, where nothing wraps
   kInWords,    ///< any, with 32-bit words
 };
-MaximumWay maximum_way(const OutputTerms &terms, NN_AI_IO_TYPE in, NN_AI_IO_TYPE out);
+MaximumWay maximum_way(const OutputTerms &terms, NN_AI_IO_TYPE in, NN_AI_IO_TYPE out, uint64_t count);
 
 inline int32_t requantised_maximum(const OutputTerms &terms, int32_t maximum) {
   const int32_t multiplier = multiply(terms.in_multiplier, terms.out_multiplier);
@@ -59,33 +61,38 @@ inline int32_t requantised_maximum(const OutputTerms &terms, int32_t maximum) {
 /// The stage of a call's maxima. `map` has room for 256 bytes and lives as long as the stage.
 OutputStage maximum_stage(const OutputTerms &terms, MaximumWay way, NN_AI_IO_TYPE in, NN_AI_IO_TYPE out, uint8_t *map);
 
-/// Kept: `half` is added whatever the sign, and the division truncates, so negative sums are pulled toward zero. A divisor of 0
-/// gives the quotient 0.
-inline int32_t requantised_sum(const OutputTerms &terms, int32_t sum, int32_t half, int32_t divisor) {
-  const int32_t quotient = divide(multiply_add(sum, terms.in_multiplier, half), divisor);
-  return shift_right(multiply_add(quotient, terms.out_multiplier, terms.round), terms.right);
-}
+/// Maxima to be stored from which on a map of all bytes is worth making.
+inline constexpr uint64_t kLeastMapped = 1024;
 
 /// The words of sums.
 enum class SumWord { kInt16, kUint16, kUint32 };
 
-/// The stage of sums that all have one divisor, whatever it is.
+/// The stage of sums that all have one divisor, whatever it is. Kept: `half` is added whatever the sign of a sum, and the division
+/// truncates, so negative sums are pulled toward zero; a divisor of 0 gives the quotient 0.
 OutputStage average_stage(const OutputTerms &terms, SumWord word, NN_AI_IO_TYPE out, int32_t half, int32_t divisor);
 
-/// A maximum's way to the output; V is a word or Words.
+/// What a stage of averages makes of one sum.
+inline int32_t requantised_sum(const OutputStage &stage, int32_t sum) {
+  const OutputTerms &terms = stage.terms;
+  if (!stage.divides) return shift_right(multiply_add(sum, terms.in_multiplier, terms.round), terms.right);
+  const int32_t quotient = divide(multiply_add(sum, terms.in_multiplier, stage.half), stage.reciprocal);
+  return shift_right(multiply_add(quotient, terms.out_multiplier, terms.round), terms.right);
+}
+
+/// The way to the output without a division; V is a word or Words.
 template <class V>
-struct MaximumStep {
+struct ScaleStep {
   V multiplier;
   V round;
   V right;
 
-  explicit MaximumStep(const OutputTerms &terms)
+  explicit ScaleStep(const OutputTerms &terms)
       : multiplier(fill<V>(terms.in_multiplier)), round(fill<V>(terms.round)), right(fill<V>(terms.right)) {}
 
   V operator()(V maximum) const { return shift_right(multiply_add(maximum, multiplier, round), right); }
 };
 
-/// A sum's way to the output, for a divisor of at least 2.
+/// A sum's way to the output through a division.
 template <class V>
 struct AverageStep {
   V in_multiplier;
@@ -111,4 +118,4 @@ struct AverageStep {
 
 }  // namespace tarvu
 
-#endif  // TARVU_POOL_POOL_OUTPUT_STAGE_H
+#endif  // TARVU_POOL_POOL_OUTPUT_H

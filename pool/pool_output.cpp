@@ -1,17 +1,21 @@
-// From lines of words to lines of output elements, one function for each pair of types and way.
-#include "pool/pool_output_stage.h"
+// From runs of words to runs of output elements, one function for each pair of types and way.
+#include "pool/pool_output.h"
+
+#include "frame/element_type.h"
 
 namespace tarvu {
 namespace {
 
+using Store = decltype(OutputStage::store);
+
 template <class Out, class Word>
-void store_maxima(const OutputStage &stage, uint8_t *to, const void *words, uint32_t count) {
-  store_words<Out>(to, static_cast<const Word *>(words), count, MaximumStep<Words>(stage.terms));
+void store_scaled(const OutputStage &stage, uint8_t *to, const void *words, uint32_t count) {
+  store_words<Out>(to, static_cast<const Word *>(words), count, ScaleStep<Words>(stage.terms));
 }
 
 template <class Word>
 void store_unchanged(const OutputStage &, uint8_t *to, const void *words, uint32_t count) {
-  std::memcpy(to, words, count * sizeof(Word));
+  if (to != words) std::memcpy(to, words, count * sizeof(Word));
 }
 
 void store_mapped(const OutputStage &stage, uint8_t *to, const void *words, uint32_t count) {
@@ -23,45 +27,15 @@ void store_averages(const OutputStage &stage, uint8_t *to, const void *words, ui
   store_words<Out>(to, static_cast<const Word *>(words), count, AverageStep<Words>(stage));
 }
 
-/// For divisors below 2.
-template <class Out, class Word>
-void store_averages_singly(const OutputStage &stage, uint8_t *to, const void *words, uint32_t count) {
-  const auto *sums = static_cast<const Word *>(words);
-  for (uint32_t i = 0; i < count; ++i) {
-    store(to + i * sizeof(Out),
-          clamped<Out>(requantised_sum(stage.terms, static_cast<int32_t>(sums[i]), stage.half, stage.divisor)));
-  }
-}
-
-/// f(T{}) for the type of an element.
-template <class F>
-auto with_type(NN_AI_IO_TYPE type, F f) {
-  switch (type) {
-    case NN_AI_IO_TYPE_INT8:
-      return f(int8_t{});
-    case NN_AI_IO_TYPE_UINT8:
-      return f(uint8_t{});
-    case NN_AI_IO_TYPE_INT16:
-      return f(int16_t{});
-    default:
-      return f(uint16_t{});
-  }
-}
-
-using StoreLine = decltype(OutputStage::store_line);
-
-StoreLine line_of_maxima(NN_AI_IO_TYPE in, NN_AI_IO_TYPE out) {
-  return with_type(in, [out](auto word) {
-    return with_type(out, [](auto element) -> StoreLine { return store_maxima<decltype(element), decltype(word)>; });
-  });
-}
-
+/// The functions for words of one type.
 template <class Word>
-StoreLine line_of_averages(NN_AI_IO_TYPE out, int32_t divisor) {
-  return with_type(out, [divisor](auto element) -> StoreLine {
-    using Out = decltype(element);
-    return divisor >= 2 ? store_averages<Out, Word> : store_averages_singly<Out, Word>;
-  });
+Store scaling(NN_AI_IO_TYPE out) {
+  return with_element_type(out, [](auto element) -> Store { return store_scaled<decltype(element), Word>; });
+}
+template <class Word>
+Store averaging(NN_AI_IO_TYPE out, bool divides) {
+  if (!divides) return scaling<Word>(out);
+  return with_element_type(out, [](auto element) -> Store { return store_averages<decltype(element), Word>; });
 }
 
 /// Where the maximum of every word passes through the output unchanged.
@@ -88,7 +62,7 @@ bool fits_bytes(const OutputTerms &terms) {
 }  // namespace
 
 void store_clamped(uint8_t *to, int32_t value, NN_AI_IO_TYPE type) {
-  with_type(type, [=](auto element) { store(to, clamped<decltype(element)>(value)); });
+  with_element_type(type, [=](auto element) { store(to, clamped<decltype(element)>(value)); });
 }
 
 OutputTerms output_terms(const _NN_POOL_PARM &parm, NN_AI_IO_TYPE in, NN_AI_IO_TYPE out) {
@@ -103,9 +77,9 @@ OutputTerms output_terms(const _NN_POOL_PARM &parm, NN_AI_IO_TYPE in, NN_AI_IO_T
   return {shift_left(a, -total), b, 0, 0};
 }
 
-MaximumWay maximum_way(const OutputTerms &terms, NN_AI_IO_TYPE in, NN_AI_IO_TYPE out) {
+MaximumWay maximum_way(const OutputTerms &terms, NN_AI_IO_TYPE in, NN_AI_IO_TYPE out, uint64_t count) {
   if (in == out && passes_unchanged(terms)) return MaximumWay::kUnchanged;
-  if (kMapsBytes && bytes_of(in) == 1 && bytes_of(out) == 1) return MaximumWay::kMapped;
+  if (kMapsBytes && bytes_of(in) == 1 && bytes_of(out) == 1 && count >= kLeastMapped) return MaximumWay::kMapped;
   if (kMultipliesBytes && in == out && bytes_of(in) == 1 && fits_bytes(terms)) return MaximumWay::kInHalves;
   if (in == out && bytes_of(in) == 2 && fits_halves(terms, in == NN_AI_IO_TYPE_INT16)) return MaximumWay::kInHalves;
   return MaximumWay::kInWords;
@@ -114,38 +88,47 @@ MaximumWay maximum_way(const OutputTerms &terms, NN_AI_IO_TYPE in, NN_AI_IO_TYPE
 OutputStage maximum_stage(const OutputTerms &terms, MaximumWay way, NN_AI_IO_TYPE in, NN_AI_IO_TYPE out, uint8_t *map) {
   OutputStage stage = {};
   stage.terms = {multiply(terms.in_multiplier, terms.out_multiplier), 1, terms.round, terms.right};
-  switch (way) {
-    case MaximumWay::kUnchanged:
-      stage.store_line = bytes_of(in) == 1 ? store_unchanged<uint8_t> : store_unchanged<uint16_t>;
-      break;
-    case MaximumWay::kMapped:
-      for (int32_t byte = 0; byte < 256; ++byte) {
-        const int32_t maximum = in == NN_AI_IO_TYPE_INT8 ? static_cast<int8_t>(byte) : byte;
-        store_clamped(map + byte, requantised_maximum(terms, maximum), out);
-      }
-      stage.map = map;
-      stage.store_line = store_mapped;
-      break;
-    default:
-      stage.store_line = line_of_maxima(in, out);
+  stage.store = with_element_type(in, [out](auto word) { return scaling<decltype(word)>(out); });
+  if (way == MaximumWay::kUnchanged)
+    stage.store = bytes_of(in) == 1 ? store_unchanged<uint8_t> : store_unchanged<uint16_t>;
+  if (way == MaximumWay::kMapped) {
+    uint8_t bytes[256];
+    for (uint32_t byte = 0; byte < 256; ++byte) bytes[byte] = static_cast<uint8_t>(byte);
+    stage.store(stage, map, bytes, 256);
+    stage.map = map;
+    stage.store = store_mapped;
   }
   return stage;
 }
 
 OutputStage average_stage(const OutputTerms &terms, SumWord word, NN_AI_IO_TYPE out, int32_t half, int32_t divisor) {
-  const Reciprocal<int32_t> reciprocal = divisor >= 2 ? reciprocal_of(divisor) : Reciprocal<int32_t>{};
-  StoreLine store_line = nullptr;
+  OutputStage stage = {};
+  stage.terms = terms;
+  stage.half = half;
+  const int32_t out_multiplier = divisor < 0 ? subtract(0, terms.out_multiplier) : terms.out_multiplier;
+  // Of both signs, -2^31 included.
+  const uint32_t magnitude = divisor < 0 ? 0u - static_cast<uint32_t>(divisor) : static_cast<uint32_t>(divisor);
+  stage.divides = magnitude >= 2;
+  if (stage.divides) {
+    stage.terms.out_multiplier = out_multiplier;
+    stage.reciprocal = reciprocal_of(magnitude);
+  } else if (divisor == 0) {
+    stage.terms.in_multiplier = 0;
+  } else {
+    stage.terms.in_multiplier = multiply(terms.in_multiplier, out_multiplier);
+    stage.terms.round = multiply_add(half, out_multiplier, terms.round);
+  }
   switch (word) {
     case SumWord::kInt16:
-      store_line = line_of_averages<int16_t>(out, divisor);
+      stage.store = averaging<int16_t>(out, stage.divides);
       break;
     case SumWord::kUint16:
-      store_line = line_of_averages<uint16_t>(out, divisor);
+      stage.store = averaging<uint16_t>(out, stage.divides);
       break;
     case SumWord::kUint32:
-      store_line = line_of_averages<uint32_t>(out, divisor);
+      stage.store = averaging<uint32_t>(out, stage.divides);
   }
-  return {store_line, terms, half, divisor, reciprocal, nullptr};
+  return stage;
 }
 
 }  // namespace tarvu

@@ -1,22 +1,9 @@
 // Maxima of windows of the common kinds, with the ways to the output that need no 32-bit words.
-#include "pool/pool_common_windows_of.h"
+#include "frame/element_type.h"
+#include "pool/pool_square_kernels.h"
 
 namespace tarvu {
 namespace {
-
-/// Words that are the output as they stand.
-template <class Word>
-struct UnchangedWay {
-  using Out = Word;
-  explicit UnchangedWay(const OutputStage &) {}
-  [[gnu::always_inline]] void store(uint8_t *to, const WordBlock<Word> &block) const {
-    std::memcpy(to, &block, sizeof block);
-  }
-  template <class Use>
-  [[gnu::always_inline]] void in_registers(Use use) const {
-    use(*this);
-  }
-};
 
 /// Bytes through a map of all of them.
 template <class Word>
@@ -62,36 +49,29 @@ struct HalvesWay {
 };
 
 template <class In, template <class> class Way>
-bool run_maxima(const OutputStage &stage, const Band &band, const Part &part, const Edges *, Tile &tile) {
-  return run_if_square<MaximumFold<In>>(band, part, Way<In>(stage), NoEdges{}, tile);
-}
+constexpr ChooseSquare kMaxima = choose_square<MaximumFold<In>, Way<In>, NoEdges, true>;
 
+/// Mapped bytes may be of the other signedness.
 template <class In>
-RunCommonWindows run_maxima_of(MaximumWay way) {
-  if (way == MaximumWay::kUnchanged) return run_maxima<In, UnchangedWay>;
+ChooseSquare maxima_by(MaximumWay way) {
+  if (way == MaximumWay::kUnchanged) return kMaxima<In, UnchangedWay>;
   if constexpr (sizeof(In) == 1 && kMapsBytes) {
-    if (way == MaximumWay::kMapped) return run_maxima<In, MapWay>;
+    if (way == MaximumWay::kMapped) return kMaxima<In, MapWay>;
   }
   if constexpr (sizeof(In) == 2 || kMultipliesBytes) {
-    if (way == MaximumWay::kInHalves) return run_maxima<In, HalvesWay>;
+    if (way == MaximumWay::kInHalves) return kMaxima<In, HalvesWay>;
   }
   return nullptr;
 }
 
 }  // namespace
 
-RunCommonWindows common_maximum_windows(NN_AI_IO_TYPE in, NN_AI_IO_TYPE out, MaximumWay way) {
-  if (in != out) return nullptr;
-  switch (in) {
-    case NN_AI_IO_TYPE_INT8:
-      return run_maxima_of<int8_t>(way);
-    case NN_AI_IO_TYPE_UINT8:
-      return run_maxima_of<uint8_t>(way);
-    case NN_AI_IO_TYPE_INT16:
-      return run_maxima_of<int16_t>(way);
-    default:
-      return run_maxima_of<uint16_t>(way);
-  }
+ChooseSquare square_maxima(NN_AI_IO_TYPE in, MaximumWay way) {
+  return with_element_type(in, [way](auto element) { return maxima_by<decltype(element)>(way); });
+}
+
+ChooseSquare square_maximum_words(NN_AI_IO_TYPE in) {
+  return with_element_type(in, [](auto element) { return kMaxima<decltype(element), UnchangedWay>; });
 }
 
 }  // namespace tarvu

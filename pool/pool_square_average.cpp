@@ -1,5 +1,6 @@
 // Averages of windows of the common kinds, with divisors of their own at the edges of a line.
-#include "pool/pool_common_windows_of.h"
+#include "frame/element_type.h"
+#include "pool/pool_square_kernels.h"
 
 namespace tarvu {
 namespace {
@@ -21,7 +22,7 @@ struct LaneDivisors {
 struct LaneEdges {
   LaneDivisors first;
   LaneDivisors last;
-  explicit LaneEdges(const Edges &edges) : first(edges.first), last(edges.last) {}
+  explicit LaneEdges(const Edges *edges) : first(edges->first), last(edges->last) {}
 };
 
 template <class Word, class Element>
@@ -51,19 +52,28 @@ struct AverageWay {
 };
 
 template <class Element, class Word>
-bool run_averages(const OutputStage &stage, const Band &band, const Part &part, const Edges *edges, Tile &tile) {
+SquareWindows choose_average(const Band &band, const Part &part) {
   using Fold = SumFold<Element, Word>;
-  const AverageWay<Word, Element> way(stage);
-  if (edges == nullptr) return run_if_square<Fold>(band, part, way, NoEdges{}, tile);
-  return run_if_square<Fold>(band, part, way, LaneEdges(*edges), tile);
+  using Way = AverageWay<Word, Element>;
+  if (!band.stage.divides) return nullptr;
+  if (band.edges == nullptr) return choose_square<Fold, Way, NoEdges, true>(band, part);
+  return choose_square<Fold, Way, LaneEdges, false>(band, part);
 }
+
+template <class Element, class Word>
+constexpr ChooseSquare kSums = choose_square<SumFold<Element, Word>, UnchangedWay<Word>, NoEdges, false>;
 
 }  // namespace
 
-RunCommonWindows common_average_windows(NN_AI_IO_TYPE in, NN_AI_IO_TYPE out) {
-  if (in == out && in == NN_AI_IO_TYPE_INT8) return run_averages<int8_t, int16_t>;
-  if (in == out && in == NN_AI_IO_TYPE_UINT8) return run_averages<uint8_t, uint16_t>;
-  return nullptr;
+ChooseSquare square_averages(SumWord word, NN_AI_IO_TYPE in, NN_AI_IO_TYPE out) {
+  if (in != out || word == SumWord::kUint32) return nullptr;
+  return in == NN_AI_IO_TYPE_INT8 ? choose_average<int8_t, int16_t> : choose_average<uint8_t, uint16_t>;
+}
+
+ChooseSquare square_sum_words(SumWord word, NN_AI_IO_TYPE in) {
+  if (word == SumWord::kInt16) return kSums<int8_t, int16_t>;
+  if (word == SumWord::kUint16) return kSums<uint8_t, uint16_t>;
+  return with_element_type(in, [](auto element) { return kSums<decltype(element), uint32_t>; });
 }
 
 }  // namespace tarvu
