@@ -33,6 +33,9 @@ def environment_with(home):
     """The environment of a user who has set nothing; what was compiled before is not compiled again."""
     environment = {name: value for name, value in os.environ.items()
                    if name not in ("PKG_CONFIG_PATH", "PKG_CONFIG_LIBDIR", "LD_LIBRARY_PATH", "CMAKE_PREFIX_PATH", "CC", "CXX")}
+    # Python adds this where no locale is set, and ccache takes another locale for another compilation.
+    if environment.get("LC_CTYPE") == "C.UTF-8":
+        del environment["LC_CTYPE"]
     if shutil.which("ccache"):
         environment["CCACHE_DIR"] = run(["ccache", "--get-config", "cache_dir"]).strip()
     return dict(environment, HOME=str(home))
