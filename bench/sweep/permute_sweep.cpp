@@ -91,6 +91,29 @@ Maker two_passes(const Formats &formats, const Order &order, const Shape &shape)
 /// Whether runs of whole lines move: a few instructions for each line, apart from the copy.
 bool moves_lines(const Order &order) { return order[3] == 3; }
 
+/// Whether no single transpose of merged axes does it: three groups of axes or more change places, or two whose planes are
+/// smaller than a block.
+bool needs_two_passes(const Order &order, const Shape &shape) {
+  constexpr size_t kBlock = 256;
+  const uint32_t extents[4] = {shape.batch, shape.channels, shape.height, shape.width};
+  std::vector<int> places(4, 0);
+  for (size_t axis = 1; axis < 4; ++axis) places[axis] = places[axis - 1] + (extents[axis - 1] > 1 ? 1 : 0);
+  std::vector<int> moved;
+  for (const int8_t axis : order) {
+    const auto i = static_cast<size_t>(axis);
+    if (extents[i] > 1) moved.push_back(places[i]);
+  }
+  size_t first = 0;
+  while (first < moved.size() && moved[first] == static_cast<int>(first)) ++first;
+  int groups = 1;
+  for (size_t i = first; i + 1 < moved.size(); ++i) groups += moved[i + 1] != moved[i] + 1 ? 1 : 0;
+  size_t elements = 1;
+  for (size_t i = 0; i < 4; ++i) {
+    if (extents[i] > 1 && places[i] >= static_cast<int>(first)) elements *= extents[i];
+  }
+  return groups > 2 || elements < kBlock;
+}
+
 /// Held against a transpose or a swap of wide tensors where the formats are equal, else against two passes.
 Case held(const Formats &formats, const Order &order, const Shape &shape, Lines lines) {
   Case what = permute(formats, order, shape, lines);
@@ -100,6 +123,11 @@ Case held(const Formats &formats, const Order &order, const Shape &shape, Lines 
     return what;
   }
   const Formats &plain = formats.out.bits == 8 ? kSame8 : kSame16;
+  if (!moves_lines(order) && (lines == Lines::kPadded || needs_two_passes(order, shape))) {
+    what.factor = 2;
+    what.why =
+        lines == Lines::kPadded ? "a copy that makes them dense, and a transpose" : "two passes over merged axes";
+  }
   what.neighbour = std::string("order ") + (moves_lines(order) ? "0213, " : "0231, ") + plain.name + ", 1x64x56x56";
   if (moves_lines(order)) {
     what.extra = std::min(4.0 * static_cast<double>(shape.elements() / shape.width), 0.6 * what.units);
