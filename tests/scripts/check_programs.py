@@ -81,8 +81,9 @@ def in_cmake(text, targets):
 
 def in_shell(text):
     functions = set(re.findall(r"^(\w+)\(\) *\{", text, re.MULTILINE))
+    text = re.sub(r"(?m)(^|\s)#.*$", "", text)  # first, for the apostrophes in comments
     text = re.sub(r"'\n?[^']*'", lambda quoted: "Q" if "exec " not in quoted[0] else "\n" + quoted[0][1:-1] + "\n", text)
-    text = re.sub(r"(?m)(^|\s)#.*$", "", text).replace("\\\n", " ")
+    text = text.replace("\\\n", " ")
     yield from re.findall(r"\$\(([a-z][\w.+-]*)", text)
     text = text.replace("$(", "\n")
     # Lists of packages, words of a here document and patterns of a case are no commands.
