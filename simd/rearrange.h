@@ -22,6 +22,27 @@ inline void reverse_vectors(const uint8_t *from_end, uint8_t *to) {
   for (int k = 0; k < vectors; ++k) store(to + 16 * k, moved[k]);
 }
 
+/// The elements of a word in the opposite order.
+template <class Element>
+inline uint64_t reverse_word(uint64_t word) {
+  const uint64_t bytes = __builtin_bswap64(word);
+  if constexpr (sizeof(Element) == 1) return bytes;
+  return (bytes >> 8 & 0x00FF00FF00FF00FF) | (bytes & 0x00FF00FF00FF00FF) << 8;
+}
+template <class Element>
+inline uint32_t reverse_word(uint32_t word) {
+  return static_cast<uint32_t>(reverse_word<Element>(uint64_t{word}) >> 32);
+}
+
+/// copy_reversed() of words that overlap, `bytes` being one to two of them.
+template <class Element, class Word>
+inline void copy_reversed_words(const uint8_t *from, uint8_t *to, size_t bytes) {
+  const auto first = load<Word>(from);
+  const auto last = load<Word>(from + bytes - sizeof(Word));
+  store(to, reverse_word<Element>(last));
+  store(to + bytes - sizeof(Word), reverse_word<Element>(first));
+}
+
 /// to[i] = from[count - 1 - i]. Vectors at the end overlap the ones before; both write the same bytes there.
 template <class Element>
 inline void copy_reversed(const uint8_t *from, uint8_t *to, uint32_t count) {
@@ -30,6 +51,8 @@ inline void copy_reversed(const uint8_t *from, uint8_t *to, uint32_t count) {
   const uint8_t *from_end = from + bytes;
   uint8_t *const to_end = to + bytes;
   if (bytes < 16) {
+    if (bytes >= 8) return copy_reversed_words<Element, uint64_t>(from, to, bytes);
+    if (bytes >= 4) return copy_reversed_words<Element, uint32_t>(from, to, bytes);
     for (size_t i = 0; i < bytes; i += sizeof(Element)) store(to + i, load<Element>(from_end - i - sizeof(Element)));
     return;
   }

@@ -230,6 +230,9 @@ inline void move_runs(const Move &move, const uint8_t *from, uint8_t *to) {
   }
   if (bytes == 1) return copy_elements<uint8_t>(from, from_step, to, to_step, count);
   if (bytes == 2) return copy_elements<uint16_t>(from, from_step, to, to_step, count);
+  if (bytes == 4) return copy_elements<uint32_t>(from, from_step, to, to_step, count);
+  if (bytes == 8) return copy_elements<uint64_t>(from, from_step, to, to_step, count);
+  if (bytes == 16) return copy_elements<u8x16>(from, from_step, to, to_step, count);
   if (bytes <= 4) return move_runs_in_two<uint16_t>(from, from_step, to, to_step, bytes, count);
   if (bytes <= 8) return move_runs_in_two<uint32_t>(from, from_step, to, to_step, bytes, count);
   if (bytes <= 16) return move_runs_in_two<uint64_t>(from, from_step, to, to_step, bytes, count);
