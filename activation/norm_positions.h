@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstddef>
 
-#include "simd/float_blocks.h"
+#include "simd/blocks.h"
 #include "simd/rsqrt_estimate.h"
 
 namespace tarvu {
@@ -39,7 +39,7 @@ inline float factor_in_tail(float sum, float eps) {
 template <int blocks>
 struct ByPosition {
   static constexpr size_t kPositions = size_t{blocks} * kPositionBlock;
-  f32xn of[blocks][kFloatBlockVectors];
+  f32xn of[blocks][kBlockVectors];
 };
 
 /// The sums of the squares of some blocks of positions, from `in` on, with `eps` first. For integers `tile` takes `channels` dense
@@ -48,16 +48,15 @@ template <class In, int blocks>
 void sum_columns(const In *in, float *tile, const NormItem &item, ByPosition<blocks> &result) {
   const float multiplier = item.in_multiplier;
   const size_t plane = item.plane;
-  f32xn sums[blocks][kFloatBlockVectors];
+  f32xn sums[blocks][kBlockVectors];
   for (auto &block : sums) {
     for (f32xn &sum : block) sum = fill<f32xn>(item.eps);
   }
   for (uint32_t left = item.channels; left > 0; --left, in += plane) {
     for (uint32_t b = 0; b < blocks; ++b) {
-      f32xn x[kFloatBlockVectors];
-      load_as_floats(in + b * kPositionBlock, multiplier, x);
-      for (uint32_t k = 0; k < kFloatBlockVectors; ++k) {
-        const f32xn square = x[k] * x[k];
+      const FloatBlock x = load_as_floats(in + b * kPositionBlock, multiplier);
+      for (int k = 0; k < kBlockVectors; ++k) {
+        const f32xn square = x.of[k] * x.of[k];
         sums[b][k] = sums[b][k] + square;
       }
       if constexpr (!std::is_same_v<In, float>) store_converted(x, 1.0f, tile + b * kPositionBlock);
@@ -65,7 +64,7 @@ void sum_columns(const In *in, float *tile, const NormItem &item, ByPosition<blo
     if constexpr (!std::is_same_v<In, float>) tile += result.kPositions;
   }
   for (uint32_t b = 0; b < blocks; ++b) {
-    for (uint32_t k = 0; k < kFloatBlockVectors; ++k) result.of[b][k] = sums[b][k];
+    for (int k = 0; k < kBlockVectors; ++k) result.of[b][k] = sums[b][k];
   }
 }
 
@@ -81,10 +80,9 @@ void scale_columns(const float *x, size_t step, Out *out, const NormItem &item, 
     f32xn scale{};
     if constexpr (!shared_scale) scale = fill<f32xn>(load<float>(scales++));
     for (uint32_t b = 0; b < blocks; ++b) {
-      f32xn y[kFloatBlockVectors];
-      load_as_floats(x + b * kPositionBlock, 1.0f, y);
-      for (uint32_t k = 0; k < kFloatBlockVectors; ++k) {
-        y[k] = y[k] * (shared_scale ? factors.of[b][k] : scale * factors.of[b][k]);
+      FloatBlock y = load_as_floats(x + b * kPositionBlock, 1.0f);
+      for (int k = 0; k < kBlockVectors; ++k) {
+        y.of[k] = y.of[k] * (shared_scale ? factors.of[b][k] : scale * factors.of[b][k]);
       }
       store_converted(y, multiplier, out + b * kPositionBlock);
     }

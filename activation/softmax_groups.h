@@ -18,50 +18,49 @@ static_assert(std::bit_cast<uint32_t>(kLeastDifference) == 0xC2AE0000);
 
 /// The exponential of the distance to the group's maximum. NaN passes the clamp.
 template <class V>
-inline V exponential_step(V x, V maximum) {
-  const V difference = x - maximum;
-  return fast_exp_of_difference(larger_or_limit(difference, kLeastDifference));
+inline V exponential_step(V x, V largest) {
+  const V difference = x - largest;
+  return fast_exp_of_difference(at_least(difference, fill<V>(kLeastDifference)));
 }
 
 /// The largest elements of rows that follow one another, and of the seed; the order does not matter to a maximum.
 template <size_t kRows>
-inline void maxima_of_rows(const float *in, size_t length, float (&maximum)[kRows]) {
+inline void maxima_of_rows(const float *in, size_t length, float (&largest)[kRows]) {
   f32xn blocks[kRows];
   for (f32xn &x : blocks) x = fill<f32xn>(kMaximumSeed);
   size_t rest = length;
   for (; rest >= kRowBlock; rest -= kRowBlock, in += kRowBlock) {
-    for (size_t row = 0; row < kRows; ++row)
-      blocks[row] = larger_or_nan(blocks[row], largest_in_block(in + length * row));
+    for (size_t row = 0; row < kRows; ++row) blocks[row] = maximum(blocks[row], largest_in_block(in + length * row));
   }
   f32x4 lanes[kRows];
-  for (size_t row = 0; row < kRows; ++row) lanes[row] = combine_lanes(blocks[row]);
+  for (size_t row = 0; row < kRows; ++row) lanes[row] = largest_of_fours(blocks[row]);
   for (; rest >= 4; rest -= 4, in += 4) {
-    for (size_t row = 0; row < kRows; ++row) lanes[row] = larger_or_nan(lanes[row], load<f32x4>(in + length * row));
+    for (size_t row = 0; row < kRows; ++row) lanes[row] = maximum(lanes[row], load<f32x4>(in + length * row));
   }
-  for (size_t row = 0; row < kRows; ++row) maximum[row] = largest_lane(lanes[row]);
+  for (size_t row = 0; row < kRows; ++row) largest[row] = largest_lane(lanes[row]);
   for (; rest != 0; --rest, ++in) {
-    for (size_t row = 0; row < kRows; ++row) maximum[row] = larger_or_nan(maximum[row], load<float>(in + length * row));
+    for (size_t row = 0; row < kRows; ++row) largest[row] = maximum(largest[row], load<float>(in + length * row));
   }
 }
 
 /// Their exponentials, and the reciprocals of the sums. A sum has one accumulator of four lanes: several rows go side
 /// by side so that their chains of additions do.
 template <size_t kRows>
-inline void exponentials_of_rows(const float *in, float *out, size_t length, const float (&maximum)[kRows],
+inline void exponentials_of_rows(const float *in, float *out, size_t length, const float (&largest)[kRows],
                                  float (&reciprocal)[kRows]) {
   f32x4 lanes[kRows] = {};
   size_t rest = length;
   for (; rest >= kRowBlock; rest -= kRowBlock, in += kRowBlock, out += kRowBlock) {
     for (size_t row = 0; row < kRows; ++row) {
-      const auto step = [&](f32xn x) { return exponential_step(x, fill<f32xn>(maximum[row])); };
-      const RowBlock block = map_row_block(load_row_block(in + length * row), step);
-      lanes[row] = add_row_block(lanes[row], block);
-      store_row_block(block, out + length * row);
+      const auto step = [&](f32xn x) { return exponential_step(x, fill<f32xn>(largest[row])); };
+      const RowBlock block = map_row(load_row(in + length * row), step);
+      lanes[row] = add_fours(lanes[row], block);
+      store_row(block, out + length * row);
     }
   }
   for (; rest >= 4; rest -= 4, in += 4, out += 4) {
     for (size_t row = 0; row < kRows; ++row) {
-      const f32x4 e = exponential_step(load<f32x4>(in + length * row), fill<f32x4>(maximum[row]));
+      const f32x4 e = exponential_step(load<f32x4>(in + length * row), fill<f32x4>(largest[row]));
       lanes[row] = lanes[row] + e;
       store(out + length * row, e);
     }
@@ -73,7 +72,7 @@ inline void exponentials_of_rows(const float *in, float *out, size_t length, con
   }
   for (; rest != 0; --rest, ++in, ++out) {
     for (size_t row = 0; row < kRows; ++row) {
-      const float e = exponential_step(load<float>(in + length * row), maximum[row]);
+      const float e = exponential_step(load<float>(in + length * row), largest[row]);
       sum[row] = sum[row] + e;
       store(out + length * row, e);
     }
@@ -111,9 +110,9 @@ inline void exponentials_of_all_rows(const float *in, float *out, uint32_t rows,
   constexpr uint32_t kTogether = 2;
   const auto some_rows = [&](uint32_t row, auto &reciprocal) {
     constexpr size_t kRows = std::extent_v<std::remove_reference_t<decltype(reciprocal)>>;
-    float maximum[kRows];
-    maxima_of_rows(in + length * row, length, maximum);
-    exponentials_of_rows(in + length * row, out + length * row, length, maximum, reciprocal);
+    float largest[kRows];
+    maxima_of_rows(in + length * row, length, largest);
+    exponentials_of_rows(in + length * row, out + length * row, length, largest, reciprocal);
     finish(row, reciprocal);
   };
   uint32_t row = 0;
@@ -138,21 +137,21 @@ inline void softmax_of_rows(const float *in, float *out, uint32_t rows, size_t l
 /// axis) and reciprocal, so nothing depends on how many go together.
 template <class V, int kVectors>
 inline void softmax_of_columns_together(const float *in, size_t in_step, float *out, size_t out_step, uint32_t length) {
-  V maximum[kVectors];
+  V largest[kVectors];
   V sum[kVectors];
   for (int k = 0; k < kVectors; ++k) {
-    maximum[k] = fill<V>(kMaximumSeed);
+    largest[k] = fill<V>(kMaximumSeed);
     sum[k] = V{};
   }
   const float *from = in;
   for (uint32_t i = 0; i < length; ++i, from += in_step) {
-    for (int k = 0; k < kVectors; ++k) maximum[k] = larger_or_nan(maximum[k], load<V>(from + kLanes<V> * k));
+    for (int k = 0; k < kVectors; ++k) largest[k] = maximum(largest[k], load<V>(from + kLanes<V> * k));
   }
   from = in;
   float *to = out;
   for (uint32_t i = 0; i < length; ++i, from += in_step, to += out_step) {
     V e[kVectors];
-    for (int k = 0; k < kVectors; ++k) e[k] = exponential_step(load<V>(from + kLanes<V> * k), maximum[k]);
+    for (int k = 0; k < kVectors; ++k) e[k] = exponential_step(load<V>(from + kLanes<V> * k), largest[k]);
     for (int k = 0; k < kVectors; ++k) {
       sum[k] = sum[k] + e[k];
       store(to + kLanes<V> * k, e[k]);

@@ -3,7 +3,7 @@
 #ifndef TARVU_ACTIVATION_SQUARE_SUM_H
 #define TARVU_ACTIVATION_SQUARE_SUM_H
 
-#include "simd/float_blocks.h"
+#include "simd/blocks.h"
 
 namespace tarvu {
 
@@ -19,15 +19,14 @@ inline float sum_of_squares(const float *x, uint32_t count, Step step) {
   const uint32_t in_blocks = count / kSumBlock * kSumBlock;
   f32x4 lanes{};
   for (uint32_t i = 0; i < in_blocks; i += kSumBlock) {
-    f32x4 fours[4];
-    load_fours(x + i, fours);
-    for (f32x4 &four : fours) {
+    Several<f32x4, 4> fours = load_dealt<f32x4, 4>(x + i);
+    for (f32x4 &four : fours.of) {
       const f32x4 value = step(four);
       four = value * value;
     }
-    lanes = lanes + (((fours[0] + fours[1]) + fours[2]) + fours[3]);
+    lanes = lanes + (((fours.of[0] + fours.of[1]) + fours.of[2]) + fours.of[3]);
   }
-  float sum = ((lanes[0] + lanes[1]) + lanes[2]) + lanes[3];
+  float sum = sum_in_order(lanes);
   for (uint32_t i = in_blocks; i < count; ++i) {
     const float value = step(load<float>(x + i));
     const float square = value * value;

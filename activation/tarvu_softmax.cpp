@@ -3,7 +3,7 @@
 
 #include "activation/softmax_item.h"
 #include "activation/softmax_table.h"
-#include "simd/conversion.h"
+#include "simd/runs.h"
 
 namespace tarvu {
 namespace {

@@ -1,7 +1,7 @@
 // Flat conversion between integer runs and floats with one multiplier, and two shuffles of interleaved bytes.
 #include "convert/multiplier.h"
 #include "frame/memory.h"
-#include "simd/conversion.h"
+#include "simd/runs.h"
 #include "simd/transpose.h"
 #include "tarvu.h"
 

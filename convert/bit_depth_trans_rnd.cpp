@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 #include "convert/multiplier.h"
-#include "simd/conversion.h"
+#include "simd/runs.h"
 #include "tarvu.h"
 
 namespace tarvu {
@@ -139,11 +139,11 @@ inline float round_in_tail(float y, uint32_t code) {
 /// Whole blocks by a code known to the compiler.
 template <class T, RoundingCode code>
 void convert_blocks(const float *source, T *destination, uint32_t count, float multiplier) {
-  constexpr int kUnrolled = code == kHalfAway ? 4 : 1;  // the code that layer normalisation uses
-  floats_to_integers<T, kUnrolled>(source, destination, count, [=](auto x) {
+  constexpr uint32_t kTurn = code == kHalfAway ? 4 : 1;  // the code that layer normalisation uses
+  floats_to_integers<T, kTurn>(source, destination, count, [=](auto x) {
     using V = decltype(x);
     const V y = x * fill<V>(multiplier);
-    return round_in_block(smaller(larger(y, fill<V>(kLeast<T>)), fill<V>(kMost<T>)), code);
+    return round_in_block(at_most(at_least(y, fill<V>(kLeast<T>)), fill<V>(kMost<T>)), code);
   });
 }
 
@@ -177,7 +177,7 @@ void convert_rounded(const float *source, T *destination, int frac_bits, uint32_
   }
   for (uint32_t i = in_blocks; i < count; ++i) {
     const float y = load<float>(source + i) * multiplier;
-    const float clamped = smaller(larger(y, kLeast<T>), kMost<T>);
+    const float clamped = at_most(at_least(y, kLeast<T>), kMost<T>);
     store(destination + i, saturate<T>(to_word<T>(round_in_tail(clamped, code))));
   }
 }

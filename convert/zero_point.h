@@ -3,7 +3,7 @@
 #ifndef TARVU_CONVERT_ZERO_POINT_H
 #define TARVU_CONVERT_ZERO_POINT_H
 
-#include "simd/conversion.h"
+#include "simd/runs.h"
 
 namespace tarvu {
 

@@ -23,9 +23,9 @@ bool is_dead(const BoxState &state) { return state.score < 0.0f; }
 /// Lanes where two boxes overlap by the threshold or more: by the intersection's share in their union, without a
 /// division. A NaN area never does.
 inline s32x4 overlap_reaches(float threshold, const BoxLanes &a, f32x4 area_a, const BoxLanes &b, f32x4 area_b) {
-  const f32x4 width = smaller(a.xmax, b.xmax) - larger(a.xmin, b.xmin);
-  const f32x4 height = smaller(a.ymax, b.ymax) - larger(a.ymin, b.ymin);
-  const f32x4 intersection = larger(height, f32x4{}) * larger(width, f32x4{});
+  const f32x4 width = at_most(a.xmax, b.xmax) - at_least(a.xmin, b.xmin);
+  const f32x4 height = at_most(a.ymax, b.ymax) - at_least(a.ymin, b.ymin);
+  const f32x4 intersection = at_least(height, f32x4{}) * at_least(width, f32x4{});
   const f32x4 both = area_a + area_b;
   const f32x4 joined = both - intersection;
   return s32x4(intersection >= joined * threshold);

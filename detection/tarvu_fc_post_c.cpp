@@ -86,7 +86,7 @@ void scale_totals(const int64_t *sums, const int32_t *corrections, uint8_t *to, 
                   const TotalScales &scales) {
   for (uint32_t j = 0; j < outputs; ++j, to += out_bytes) {
     const int64_t total = sums[j] + subtract(0, load<int32_t>(corrections + j));
-    store(to, saturate_signed<Out>(scale_total(total, scales)));
+    store(to, saturate<Out>(scale_total(total, scales)));
   }
 }
 

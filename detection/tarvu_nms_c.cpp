@@ -54,8 +54,8 @@ bool is_suppressed(const KeptBoxes &kept, const _NN_NMS_OBJ &box, float threshol
   const KeptBoxes::Group *end = kept.groups + (kept.count + kLanes<f32xn> - 1) / kLanes<f32xn>;
   for (const KeptBoxes::Group *group = kept.groups; group < end; ++group) {
     // A NaN edge makes the area NaN, which suppresses nothing, whatever these give.
-    const f32xn width = smaller(group->x2, x2) - larger(group->x1, x1);
-    const f32xn height = smaller(group->y2, y2) - larger(group->y1, y1);
+    const f32xn width = at_most(group->x2, x2) - at_least(group->x1, x1);
+    const f32xn height = at_most(group->y2, y2) - at_least(group->y1, y1);
     const auto overlaps = (width > 0.0f) & (height > 0.0f);
     if (!any(overlaps)) continue;
     const f32xn intersection = width * height;

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "simd/lanes.h"
+#include "simd/arrange.h"
 
 namespace tarvu {
 

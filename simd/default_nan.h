@@ -7,7 +7,7 @@
 
 #include <bit>
 
-#include "simd/rounding.h"
+#include "simd/convert.h"
 
 namespace tarvu {
 

@@ -4,34 +4,9 @@
 #ifndef TARVU_SIMD_ELEMENTWISE_H
 #define TARVU_SIMD_ELEMENTWISE_H
 
-#include "simd/conversion.h"
+#include "simd/runs.h"
 
 namespace tarvu {
-
-/// to[i] = towards zero of step(a[i], b[i]), saturated; NaN gives 0. `step` takes two floats, or two vectors of them.
-template <class T, class Out, class Step>
-inline void combine_integers(const T *a, const T *b, Out *to, uint32_t count, Step step) {
-#if TARVU_NEON || TARVU_AVX2
-  const auto block = [&](int at) {
-    WordLanesOf<T> words_a[kBlockVectors], words_b[kBlockVectors];
-    load_words<T>(a + at, words_a);
-    load_words<T>(b + at, words_b);
-    f32xn floats[kBlockVectors];
-    for (int k = 0; k < kBlockVectors; ++k) floats[k] = step(to_f32(words_a[k]), to_f32(words_b[k]));
-    store_converted<Out>(floats, to + at);
-  };
-  for (; count >= 32; count -= 32, a += 32, b += 32, to += 32) {
-    block(0);
-    block(kConversionBlock);
-  }
-#endif
-  for (uint32_t i = 0; i < count; ++i) {
-    keep_scalar();
-    const float in_a = to_f32(static_cast<WordOf<T>>(load<T>(a + i)));
-    const float in_b = to_f32(static_cast<WordOf<T>>(load<T>(b + i)));
-    store(to + i, to_integer<Out>(step(in_a, in_b)));
-  }
-}
 
 /// x / 2^count towards zero, for a count of 0 to 16.
 inline int32_t shift_towards_zero(int32_t x, int count) {
@@ -187,7 +162,7 @@ inline void multiply_and_shift(const T *a, const T *b, Out *to, uint32_t count, 
 #endif
   for (uint32_t i = 0; i < count; ++i) {
     keep_scalar();
-    store(to + i, saturate_signed<Out>(shift_towards_zero(load<T>(a + i) * load<T>(b + i), right_shift)));
+    store(to + i, saturate<Out>(shift_towards_zero(load<T>(a + i) * load<T>(b + i), right_shift)));
   }
 }
 
@@ -210,7 +185,7 @@ inline void weigh_and_shift(const T *a, const T *b, Out *to, uint32_t count, T w
   for (uint32_t i = 0; i < count; ++i) {
     keep_scalar();
     const int32_t sum = load<T>(a + i) * weight_a + load<T>(b + i) * weight_b;
-    store(to + i, saturate_signed<Out>(shift_towards_zero(sum, right_shift)));
+    store(to + i, saturate<Out>(shift_towards_zero(sum, right_shift)));
   }
 }
 

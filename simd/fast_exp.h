@@ -6,7 +6,7 @@
 
 #include <bit>
 
-#include "simd/rounding.h"
+#include "simd/convert.h"
 
 namespace tarvu {
 

@@ -5,7 +5,7 @@
 
 #include <bit>
 
-#include "simd/rounding.h"
+#include "simd/convert.h"
 
 namespace tarvu {
 

@@ -17,7 +17,7 @@
 #include <cstddef>
 #include <limits>
 
-#include "simd/lanes.h"
+#include "simd/arrange.h"
 
 namespace tarvu {
 

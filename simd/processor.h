@@ -7,8 +7,12 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
-#if defined(__aarch64__)
+#if defined(TARVU_PLAIN_LANES)  // tests hold the other bodies to the plain ones
+#define TARVU_NEON 0
+#define TARVU_AVX2 0
+#elif defined(__aarch64__)
 #define TARVU_NEON 1
 #define TARVU_AVX2 0
 #include <arm_neon.h>
@@ -24,8 +28,11 @@
 #if defined(__clang__)
 /// In front of a loop: no iteration reads what an earlier one writes, so the loop may go into lanes.
 #define TARVU_INDEPENDENT_ITERATIONS _Pragma("clang loop vectorize(assume_safety)")
+/// In front of a loop over some vectors, a number that the compiler knows: they are to stand in registers, without a loop.
+#define TARVU_UNROLLED _Pragma("clang loop unroll(full)")
 #else
 #define TARVU_INDEPENDENT_ITERATIONS _Pragma("GCC ivdep")
+#define TARVU_UNROLLED _Pragma("GCC unroll 16")
 #endif
 
 namespace tarvu {
@@ -92,6 +99,29 @@ constexpr int64_t shift_left(int64_t x, int32_t count) {
   return static_cast<int64_t>(static_cast<uint64_t>(x) << (count & 63));
 }
 constexpr int64_t shift_right(int64_t x, int32_t count) { return x >> (count & 63); }
+
+/// The nearest value that T holds.
+template <class T>
+constexpr T saturate(int64_t x) {
+  constexpr int64_t kLeast = std::numeric_limits<T>::min();
+  constexpr int64_t kMost = std::numeric_limits<T>::max();
+  return static_cast<T>(x < kLeast ? kLeast : x > kMost ? kMost : x);
+}
+template <class T>
+constexpr T saturate(int32_t x) {
+  if constexpr (sizeof(T) == 4) {
+    return static_cast<T>(std::is_unsigned_v<T> && x < 0 ? 0 : x);
+  } else {
+    constexpr int32_t kLeast = std::numeric_limits<T>::min();
+    constexpr int32_t kMost = std::numeric_limits<T>::max();
+    return static_cast<T>(x < kLeast ? kLeast : x > kMost ? kMost : x);
+  }
+}
+template <class T>
+constexpr T saturate(uint32_t x) {
+  constexpr uint32_t kMost = std::numeric_limits<T>::max();
+  return static_cast<T>(x > kMost ? kMost : x);
+}
 
 /// Truncating division. A division by 0 gives 0; the least integer divided by -1 gives itself.
 inline int32_t divide(int32_t numerator, int32_t divisor) {

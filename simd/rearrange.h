@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "simd/lanes.h"
+#include "simd/arrange.h"
 
 namespace tarvu {
 

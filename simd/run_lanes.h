@@ -4,10 +4,8 @@
 #ifndef TARVU_SIMD_RUN_LANES_H
 #define TARVU_SIMD_RUN_LANES_H
 
-#include <cmath>
-
-#include "simd/double_lanes.h"
-#include "simd/float_blocks.h"
+#include "simd/blocks.h"
+#include "simd/doubles.h"
 
 namespace tarvu {
 
@@ -18,19 +16,6 @@ static_assert(kLanes<f32xn> == 2 * kRunLanes);
 /// run and then element 2v + 1 of every run.
 inline constexpr uint32_t kTurn = 8;
 inline constexpr int kTurnVectors = kTurn / 2;
-
-/// a * b + c, rounded once.
-inline double fused_multiply_add(double a, double b, double c) { return std::fma(a, b, c); }
-inline f64xn fused_multiply_add(f64xn a, f64xn b, f64xn c) {
-#if TARVU_NEON
-  return vfmaq_f64(c, a, b);
-#elif TARVU_AVX2 && defined(__FMA__)
-  return f64xn(_mm256_fmadd_pd(__m256d(a), __m256d(b), __m256d(c)));
-#else
-  for (int k = 0; k < kRunLanes; ++k) c[k] = std::fma(a[k], b[k], c[k]);
-  return c;
-#endif
-}
 
 /// Elements 2v and 2v + 1 of an array, each in the lanes of every run.
 inline f32xn spread_pair(const float *pair) {
@@ -45,21 +30,6 @@ inline f32xn spread_pair(const float *pair) {
   }
 }
 
-inline u32x4 zip_low(u32x4 a, u32x4 b) { return __builtin_shufflevector(a, b, 0, 4, 1, 5); }
-inline u32x4 zip_high(u32x4 a, u32x4 b) { return __builtin_shufflevector(a, b, 2, 6, 3, 7); }
-
-/// The elements of even, or of odd, index of two vectors that follow one another: undoes zip_low() and zip_high().
-inline u8x16 even_elements(u8x16 a, u8x16 b) {
-  return __builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
-}
-inline u8x16 odd_elements(u8x16 a, u8x16 b) {
-  return __builtin_shufflevector(a, b, 1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31);
-}
-inline u16x8 even_elements(u16x8 a, u16x8 b) { return __builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14); }
-inline u16x8 odd_elements(u16x8 a, u16x8 b) { return __builtin_shufflevector(a, b, 1, 3, 5, 7, 9, 11, 13, 15); }
-inline u32x4 even_elements(u32x4 a, u32x4 b) { return __builtin_shufflevector(a, b, 0, 2, 4, 6); }
-inline u32x4 odd_elements(u32x4 a, u32x4 b) { return __builtin_shufflevector(a, b, 1, 3, 5, 7); }
-
 /// out: a0 b0 a1 b1 ... of sequences of `count` vectors.
 template <class Lanes, int count>
 inline void interleave(const Lanes (&a)[count], const Lanes (&b)[count], Lanes (&out)[2 * count]) {
@@ -73,8 +43,8 @@ inline void interleave(const Lanes (&a)[count], const Lanes (&b)[count], Lanes (
 template <class Lanes, int count>
 inline void separate(const Lanes (&in)[2 * count], Lanes (&a)[count], Lanes (&b)[count]) {
   for (int k = 0; k < count; ++k) {
-    a[k] = even_elements(in[2 * k], in[2 * k + 1]);
-    b[k] = odd_elements(in[2 * k], in[2 * k + 1]);
+    a[k] = unzip_even(in[2 * k], in[2 * k + 1]);
+    b[k] = unzip_odd(in[2 * k], in[2 * k + 1]);
   }
 }
 
@@ -121,8 +91,8 @@ inline void store_separated(const TurnLanes<T> (&turn)[kTurnParts<T>], At at) {
   using Lanes = TurnLanes<T>;
   if constexpr (sizeof(T) == 1) {
     if constexpr (kRunLanes == 2) {
-      store(at(0), u64x2(even_elements(turn[0], turn[0]))[0]);
-      store(at(1), u64x2(odd_elements(turn[0], turn[0]))[0]);
+      store(at(0), u64x2(unzip_even(turn[0], turn[0]))[0]);
+      store(at(1), u64x2(unzip_odd(turn[0], turn[0]))[0]);
     } else {
       // Four elements of each run together, and then eight.
       u32x4 fours[2];
@@ -158,8 +128,9 @@ template <class T, class At>
 inline void load_turn(At at, float multiplier, f32xn (&floats)[kTurnVectors]) {
   TurnLanes<T> turn[kTurnParts<T>];
   load_interleaved<T>(at, turn);
-  for (uint32_t k = 0; k < kTurnVectors; k += kFloatBlockVectors) {
-    load_as_floats(reinterpret_cast<const T *>(turn) + k * kLanes<f32xn>, multiplier, floats + k);
+  for (int k = 0; k < kTurnVectors; k += kBlockVectors) {
+    const FloatBlock block = load_as_floats(reinterpret_cast<const T *>(turn) + k * kLanes<f32xn>, multiplier);
+    for (int j = 0; j < kBlockVectors; ++j) floats[k + j] = block.of[j];
   }
 }
 
@@ -168,15 +139,10 @@ inline void load_turn(At at, float multiplier, f32xn (&floats)[kTurnVectors]) {
 template <class T, class At>
 inline void store_turn(const f32xn (&floats)[kTurnVectors], float multiplier, At at) {
   TurnLanes<T> turn[kTurnParts<T>];
-  for (uint32_t k = 0; k < kTurnVectors; k += kFloatBlockVectors) {
-    T *const to = reinterpret_cast<T *>(turn) + k * kLanes<f32xn>;
-    if constexpr (std::is_same_v<T, float>) {
-      for (uint32_t j = 0; j < kFloatBlockVectors; ++j) store(to + j * kLanes<f32xn>, floats[k + j]);
-    } else {
-      f32xn block[kFloatBlockVectors];
-      for (uint32_t j = 0; j < kFloatBlockVectors; ++j) block[j] = floats[k + j];
-      store_rounded(block, multiplier, to);
-    }
+  for (int k = 0; k < kTurnVectors; k += kBlockVectors) {
+    FloatBlock block;
+    for (int j = 0; j < kBlockVectors; ++j) block.of[j] = floats[k + j];
+    store_rounded(block, multiplier, reinterpret_cast<T *>(turn) + k * kLanes<f32xn>);
   }
   store_separated<T>(turn, at);
 }

@@ -4,7 +4,7 @@
 #ifndef TARVU_SIMD_TOTAL_SCALING_H
 #define TARVU_SIMD_TOTAL_SCALING_H
 
-#include "simd/conversion.h"
+#include "simd/runs.h"
 
 namespace tarvu {
 
@@ -112,7 +112,7 @@ inline void scale_word_totals(const int32_t *sums, const int32_t *corrections, T
     const bool below = total < 0;
     const int64_t product = total * (below ? scales.negative.multiplier : scales.positive.multiplier);
     const int64_t raised = product + (below ? negative_term : positive_term);
-    store(to + i, saturate_signed<T>(shift_right(raised, below ? scales.negative.shift : scales.positive.shift)));
+    store(to + i, saturate<T>(shift_right(raised, below ? scales.negative.shift : scales.positive.shift)));
   }
 }
 

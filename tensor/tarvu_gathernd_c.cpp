@@ -6,7 +6,7 @@
 #include <type_traits>
 
 #include "frame/tarvu_util.h"
-#include "simd/conversion.h"
+#include "simd/runs.h"
 #include "simd/rearrange.h"
 
 namespace tarvu {

@@ -8,9 +8,9 @@
 #include "frame/axes.h"
 #include "frame/memory.h"
 #include "frame/tarvu_util.h"
-#include "simd/conversion.h"
 #include "simd/interleave.h"
 #include "simd/part.h"
+#include "simd/runs.h"
 
 namespace tarvu {
 namespace {

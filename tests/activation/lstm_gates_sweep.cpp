@@ -57,7 +57,7 @@ class Findings {
   double worst_ = 0.0;
 };
 
-double lane(const tarvu::DoublePair &pair, int index) {
+double lane(const tarvu::Wide<tarvu::f64xn> &pair, int index) {
   constexpr int kHalf = tarvu::kLanes<tarvu::f32xn> / 2;
   return index < kHalf ? pair.low[index] : pair.high[index - kHalf];
 }
@@ -72,11 +72,12 @@ void compare(const float *x, Findings &logistic, Findings &tangent) {
   constexpr int kLanes = tarvu::kLanes<tarvu::f32xn>;
   for (uint32_t i = 0; i < kBlock; i += kLanes) {
     const auto vector = tarvu::load<tarvu::f32xn>(x + i);
-    if (!tarvu::all_true(tarvu::fast_logistic(vector).known)) logistic.leave_to_library();
-    if (!tarvu::all_true(tarvu::fast_tanh(vector).known)) tangent.leave_to_library();
-    const tarvu::DoublePair minus = tarvu::widen(-vector);
-    const tarvu::DoublePair fast_logistics = {tarvu::fast_logistic(minus.low), tarvu::fast_logistic(minus.high)};
-    const tarvu::DoublePair fast_tangents = tarvu::fast_tanh_magnitude(vector);
+    if (!tarvu::all(tarvu::fast_logistic(vector).known)) logistic.leave_to_library();
+    if (!tarvu::all(tarvu::fast_tanh(vector).known)) tangent.leave_to_library();
+    const tarvu::Wide<tarvu::f64xn> minus = tarvu::widen(-vector);
+    const tarvu::Wide<tarvu::f64xn> fast_logistics = {tarvu::fast_logistic(minus.low),
+                                                      tarvu::fast_logistic(minus.high)};
+    const tarvu::Wide<tarvu::f64xn> fast_tangents = tarvu::fast_tanh_magnitude(vector);
     for (int k = 0; k < kLanes; ++k) {
       const float argument = vector[k];
       const auto wide = static_cast<double>(argument);

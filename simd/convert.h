@@ -1,9 +1,9 @@
-/// \file rounding.h
-/// Rounding of floats to integral floats and to integers, for one value, for four lanes and for the target's widest lanes.
-/// Integral floats, infinities and the sign of zero stay as they are; NaN stays NaN. Conversions to integers truncate and
-/// saturate; NaN gives 0.
-#ifndef TARVU_SIMD_ROUNDING_H
-#define TARVU_SIMD_ROUNDING_H
+/// \file convert.h
+/// Rounding of floats to integral floats and to integers, and integers to floats, for one value, for four lanes and for the target's
+/// widest lanes. Roundings leave integral floats, infinities and the sign of zero as they are; NaN stays NaN. Conversions to
+/// integers truncate and saturate; NaN gives 0. A word is a 32-bit integer.
+#ifndef TARVU_SIMD_CONVERT_H
+#define TARVU_SIMD_CONVERT_H
 
 #include <cmath>
 
@@ -16,28 +16,6 @@ inline float round_up(float x) { return std::ceil(x); }
 inline float round_to_zero(float x) { return std::trunc(x); }
 inline float round_by_environment(float x) { return std::rint(x); }
 inline float absolute(float x) { return std::fabs(x); }
-
-/// The larger and the smaller; NaN if `a` is, quiet or signalling. The sign of a zero result is not fixed. In lanes `b` must not
-/// be NaN; of one float it may, and the result is NaN. On Arm in assembly: of a comparison and a selection a compiler may make
-/// the other maximum, which drops a quiet NaN.
-inline float larger(float a, float b) {
-#if TARVU_NEON
-  float result;
-  __asm__("fmax %s0, %s1, %s2" : "=w"(result) : "w"(a), "w"(b));
-  return result;
-#else
-  return a > b || a != a ? a : b;
-#endif
-}
-inline float smaller(float a, float b) {
-#if TARVU_NEON
-  float result;
-  __asm__("fmin %s0, %s1, %s2" : "=w"(result) : "w"(a), "w"(b));
-  return result;
-#else
-  return a < b || a != a ? a : b;
-#endif
-}
 
 /// To nearest, ties away from zero, whatever the rounding environment.
 inline float round_half_away(float x) {
@@ -97,23 +75,11 @@ inline f32x4 round_by_environment(f32x4 x) { return vrndiq_f32(x); }
 inline f32x4 round_half_away(f32x4 x) { return vrndaq_f32(x); }
 inline f32x4 round_half_even(f32x4 x) { return vrndnq_f32(x); }
 inline f32x4 absolute(f32x4 x) { return vabsq_f32(x); }
-inline f32x4 larger(f32x4 a, f32x4 b) { return vmaxq_f32(a, b); }
-inline f32x4 smaller(f32x4 a, f32x4 b) { return vminq_f32(a, b); }
 inline s32x4 to_s32(f32x4 x) { return vcvtq_s32_f32(x); }
 inline u32x4 to_u32(f32x4 x) { return vcvtq_u32_f32(x); }
 inline s32x4 round_down_to_s32(f32x4 x) { return vcvtmq_s32_f32(x); }
 inline u32x4 round_down_to_u32(f32x4 x) { return vcvtmq_u32_f32(x); }
 #else
-/// The same in compiler vectors of any length, where the processor's own form of an operation is not at hand.
-template <class F>
-concept FloatLanes = std::is_same_v<F, f32x4> || std::is_same_v<F, f32xn>;
-
-/// The integer lanes of as many lanes.
-template <FloatLanes F>
-using SignedLanes = std::conditional_t<sizeof(F) == 16, s32x4, s32xn>;
-template <FloatLanes F>
-using UnsignedLanes = std::conditional_t<sizeof(F) == 16, u32x4, u32xn>;
-
 #if TARVU_AVX2
 template <int mode, FloatLanes F>
 inline F round_lanes(F x) {
@@ -143,23 +109,6 @@ template <FloatLanes F>
 inline F round_half_even(F x) {
   return round_lanes<_MM_FROUND_TO_NEAREST_INT>(x);
 }
-/// MINPS and MAXPS give the second operand if either is NaN: `b` must not be NaN.
-template <FloatLanes F>
-inline F larger(F a, F b) {
-  if constexpr (sizeof(F) == 16) {
-    return F(_mm_max_ps(__m128(b), __m128(a)));
-  } else {
-    return F(_mm256_max_ps(__m256(b), __m256(a)));
-  }
-}
-template <FloatLanes F>
-inline F smaller(F a, F b) {
-  if constexpr (sizeof(F) == 16) {
-    return F(_mm_min_ps(__m128(b), __m128(a)));
-  } else {
-    return F(_mm256_min_ps(__m256(b), __m256(a)));
-  }
-}
 #else
 template <FloatLanes F>
 inline F round_down(F x) {
@@ -180,14 +129,6 @@ inline F round_by_environment(F x) {
 template <FloatLanes F>
 inline F round_half_even(F x) {
   return map_lanes<F>(x, [](float y) { return round_half_even(y); });
-}
-template <FloatLanes F>
-inline F larger(F a, F b) {
-  return ((a > b) | (a != a)) ? a : b;
-}
-template <FloatLanes F>
-inline F smaller(F a, F b) {
-  return ((a < b) | (a != a)) ? a : b;
 }
 #endif
 
@@ -228,18 +169,11 @@ inline UnsignedLanes<F> to_u32(F x) {
 #else
 template <FloatLanes F>
 inline SignedLanes<F> to_s32(F x) {
-  using S = SignedLanes<F>;
-  const F within = smaller(larger(F(S(x) & S(x == x)), fill<F>(-0x1p31f)), fill<F>(0x1.fffffep30f));
-  return x >= 0x1p31f ? S{} + std::numeric_limits<int32_t>::max() : __builtin_convertvector(within, S);
+  return map_lanes<SignedLanes<F>>(x, [](float y) { return to_s32(y); });
 }
 template <FloatLanes F>
 inline UnsignedLanes<F> to_u32(F x) {
-  using U = UnsignedLanes<F>;
-  using S = SignedLanes<F>;
-  const F rest = larger(x >= 0x1p31f ? x - 0x1p31f : x, F{});
-  const U top = U(x >= 0x1p31f) & 0x80000000u;
-  const U bits = U(to_s32(rest)) | top;
-  return S(x >= 0x1p32f) ? U{} - 1u : bits;
+  return map_lanes<UnsignedLanes<F>>(x, [](float y) { return to_u32(y); });
 }
 #endif
 template <FloatLanes F>
@@ -256,6 +190,42 @@ inline f32xn to_f32(s32xn x) { return __builtin_convertvector(x, f32xn); }
 inline f32xn to_f32(u32xn x) { return __builtin_convertvector(x, f32xn); }
 #endif
 
+// ---- Words of an element type
+
+/// The word that holds an element of T: signed for the signed types, unsigned for the unsigned ones.
+template <class T>
+using WordOf = std::conditional_t<std::is_signed_v<T>, int32_t, uint32_t>;
+template <class T>
+using WordLanesOf = WidestOf<WordOf<T>>;
+
+/// Floats to words of T: towards zero, and rounded down.
+template <class T, class V>
+inline auto to_word(V x) {
+  if constexpr (std::is_signed_v<T>) {
+    return to_s32(x);
+  } else {
+    return to_u32(x);
+  }
+}
+template <class T>
+inline WordOf<T> round_down_to_word(float x) {
+  return to_word<T>(round_down(x));
+}
+template <class T, FloatLanes F>
+inline auto round_down_to_word(F x) {
+  if constexpr (std::is_signed_v<T>) {
+    return round_down_to_s32(x);
+  } else {
+    return round_down_to_u32(x);
+  }
+}
+
+/// A float to T, towards zero with saturation; NaN gives 0.
+template <class T>
+inline T to_integer(float x) {
+  return saturate<T>(to_word<T>(x));
+}
+
 }  // namespace tarvu
 
-#endif  // TARVU_SIMD_ROUNDING_H
+#endif  // TARVU_SIMD_CONVERT_H
