@@ -312,7 +312,7 @@ void run_group(const PoolPlan &plan, const Layout &layout, const Group &group, u
 void run_planes(const PoolPlan &plan, const Layout &layout, uint32_t first, uint32_t end, uint32_t of_slice,
                 SideBySide &tile) {
   const _NN_POOL_PARM &block = plan.block;
-  const size_t in_line = plan.lines.stride * size_t{block.in_line_ofs};
+  const size_t in_line = static_cast<size_t>(plan.lines.stride) * block.in_line_ofs;
   const size_t out_line = block.out_line_ofs;
   const uint32_t slices = (end - first + of_slice - 1) / of_slice;
   const bool items_continue =

@@ -46,8 +46,8 @@ inline void transpose_blocks(const uint8_t *from, size_t from_step, size_t from_
   constexpr int kElements = kLanes<Lanes>;
   if constexpr (rows * columns < kElements) {
     for (; blocks != 0; --blocks, from += from_next, to += to_next) {
-      for (int r = 0; r < rows; ++r) {
-        for (int c = 0; c < columns; ++c) {
+      for (size_t r = 0; r < rows; ++r) {
+        for (size_t c = 0; c < columns; ++c) {
           store(to + c * to_step + r * sizeof(Element), load<Element>(from + r * from_step + c * sizeof(Element)));
         }
       }
@@ -124,7 +124,7 @@ inline void split_columns(const uint8_t *from, uint8_t *to, size_t to_step, size
   const auto split_block = [=](size_t row) {
     Lanes lanes[columns];
     load_interleaved(from + row * columns * sizeof(Element), lanes);
-    for (int c = 0; c < columns; ++c) store(to + c * to_step + row * sizeof(Element), lanes[c]);
+    for (size_t c = 0; c < columns; ++c) store(to + c * to_step + row * sizeof(Element), lanes[c]);
   };
   size_t row = 0;
   for (; row + kElements <= rows; row += kElements) split_block(row);
@@ -138,7 +138,7 @@ inline void join_rows(const uint8_t *from, size_t from_step, uint8_t *to, size_t
   constexpr size_t kElements = kLanes<Lanes>;
   const auto join_block = [=](size_t column) {
     Lanes lanes[rows];
-    for (int r = 0; r < rows; ++r) lanes[r] = load<Lanes>(from + r * from_step + column * sizeof(Element));
+    for (size_t r = 0; r < rows; ++r) lanes[r] = load<Lanes>(from + r * from_step + column * sizeof(Element));
     store_interleaved(to + column * rows * sizeof(Element), lanes);
   };
   size_t column = 0;

@@ -24,7 +24,7 @@ template <int bytes>
 using Pieces = std::conditional_t<bytes == 8, u64x2, std::conditional_t<bytes == 4, u32x4, u16x8>>;
 
 #if TARVU_POST_INDEXED
-/// Memory that an instruction reads or writes.
+/// Memory that an instruction reads or writes. Clang writes to none whose type is not yet instantiated, hence the assertions.
 template <int bytes>
 struct [[gnu::packed, gnu::may_alias]] Bytes {
   uint8_t byte[bytes];
@@ -45,6 +45,7 @@ inline void load_lanes(u64x2 &lanes, const uint8_t *&from, size_t step) {
 }
 template <int bytes, int lane>
 inline void store_lanes(u64x2 lanes, uint8_t *&to, size_t step) {
+  static_assert(sizeof(Bytes<bytes>) == bytes);
   auto &memory = *reinterpret_cast<Bytes<bytes> *>(to);
   if constexpr (bytes == 8) {
     __asm__("st1 {%3.d}[%4], [%1], %2" : "=m"(memory), "+r"(to) : "r"(step), "w"(lanes), "i"(lane));
@@ -89,6 +90,7 @@ template <int bytes, class V>
 inline void store_pieces(uint8_t *&to, size_t step, V lanes) {
 #if TARVU_POST_INDEXED
   if constexpr (bytes == 16) {
+    static_assert(sizeof(Bytes<16>) == 16);
     auto &memory = *reinterpret_cast<Bytes<16> *>(to);
     __asm__("st1 {%3.16b}, [%1], %2" : "=m"(memory), "+r"(to) : "r"(step), "w"(lanes));
   } else {

@@ -136,10 +136,11 @@ inline bool plan_tiles(const MoveAxes &around, Move &move) {
   Move tiles = move;
   MoveAxes others = around;
   tiles.next_along = tiles.next_across = kNone;
-  const bool longer =
-      (move.along.extent < kShort && take_dense(others, 1, move.along.extent * move.bytes, tiles.next_along)) |
-      (move.across.extent < kShort && take_dense(others, 0, move.across.extent * move.bytes, tiles.next_across));
-  if (!longer || tiles.along.extent * tiles.next_along.extent < kShort ||
+  const bool longer_along =
+      move.along.extent < kShort && take_dense(others, 1, move.along.extent * move.bytes, tiles.next_along);
+  const bool longer_across =
+      move.across.extent < kShort && take_dense(others, 0, move.across.extent * move.bytes, tiles.next_across);
+  if ((!longer_along && !longer_across) || tiles.along.extent * tiles.next_along.extent < kShort ||
       tiles.across.extent * tiles.next_across.extent < kShort) {
     return false;
   }
