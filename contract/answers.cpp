@@ -69,6 +69,9 @@ void put_line(Text &text, const Line &line) {
       put(text, number);
       if (next != std::end(line.more)) number = *next++;
       ++at;
+    } else if (at[0] == '%' && at[1] == 'n') {
+      put(text, "%d");
+      ++at;
     } else {
       put_character(text, *at);
     }

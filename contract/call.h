@@ -91,7 +91,7 @@ struct Numbers {
 
 void add(FindingSink &sink, const Id &id, const char *field, int64_t value, Numbers numbers = {});
 
-/// A line that the function prints: `format` holds a %d for each number. `function` is the name in front; null for a plain line,
+/// A line that the function prints: `format` holds a %d for each number, and %n for one that is not known. `function` is the name in front; null for a plain line,
 /// else the line is red.
 struct Line {
   const char *function;

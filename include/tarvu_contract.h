@@ -209,12 +209,14 @@ enum {
 
 /// Something wrong or surprising about a call.
 typedef struct tarvu_contract_finding {
-  const char *id;      ///< such as "TARVU-POOL-04"; one meaning for ever
-  int32_t kind;        ///< TARVU_CONTRACT_REFUSED and so on
-  int32_t result;      ///< what the function returns, where it refuses; else 0
-  const char *field;   ///< field or argument that it is about
-  int64_t value;       ///< what that field holds; of an address the bits
-  char line[320];      ///< what the function prints, with escapes, where it refuses or tells; else empty
+  const char *id;     ///< such as "TARVU-POOL-04"; one meaning for ever
+  int32_t kind;       ///< TARVU_CONTRACT_REFUSED and so on
+  int32_t result;     ///< what the function returns, where it refuses; else 0
+  const char *field;  ///< field or argument that it is about
+  int64_t value;      ///< what that field holds; of an address the bits
+  char line
+      [320];  ///< what the function prints, with escapes, where it refuses or tells; else empty. A number that contents
+              ///< decide stands as %d; what it tells it may print more than once
   char sentence[320];  ///< what would happen
 } tarvu_contract_finding;
 

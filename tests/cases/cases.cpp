@@ -107,6 +107,11 @@ void put_contents(const Case &made, const Piece &piece, uint8_t *data) {
 }
 
 void set_address(Case &made, const char *field, uint64_t address) {
+  // The second argument of the prior box forms is a pair of addresses.
+  if (std::strncmp(field, "regions[", 8) == 0) {
+    std::memcpy(reinterpret_cast<uint8_t *>(made.call.argument[1]) + 8 * (field[8] - '0'), &address, 8);
+    return;
+  }
   const tarvu_contract_function_info *info = tarvu_contract_function_info_of(made.call.function);
   if (info->block != nullptr) {
     for (uint32_t i = 0; i < info->field_count; ++i) {
