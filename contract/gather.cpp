@@ -149,6 +149,27 @@ void extend_outer(Range &range, const Walk &walk, const uint32_t (&steps)[4], ui
   }
 }
 
+/// Bytes of a run that the result needs. With `overwritten` the next index writes over what reaches beyond its step; the input's
+/// padding is not needed where elements are re-formatted from a copy.
+uint64_t needed_bytes(const _NN_GATHER_PARM &block, const Walk &walk, bool overwritten) {
+  const uint64_t step = walk.out_steps[walk.dimension];
+  const Reformat bytes = reformat_of(block.in_fmt, block.out_fmt, false);
+  if (written_bytes(block, walk) == 0) return 0;
+  uint64_t needed = same_width(block) ? walk.run_bytes : reformatted_of(block, walk).in_bytes;
+  if (overwritten && same_width(block)) needed = std::min(needed, step);
+  if (overwritten && !same_width(block)) {
+    needed = std::min(needed, (step + bytes.out_bytes - 1) / bytes.out_bytes * bytes.in_bytes);
+  }
+  return std::min<uint64_t>(needed, walk.run_bytes);
+}
+
+bool has_outer(const Walk &walk) {
+  for (uint32_t i = walk.dimension + walk.list_rank; i < walk.out_rank; ++i) {
+    if (walk.out_extents[i] > 1) return true;
+  }
+  return false;
+}
+
 void add_input(RangeSink &sink, const Call &call, const _NN_GATHER_PARM &block, const Walk &walk) {
   const NN_AI_IO_TYPE code = gather_type_code_of(block.ind_fmt);
   const int32_t type = range_type_of(type_code_of(block.in_fmt));
@@ -160,13 +181,21 @@ void add_input(RangeSink &sink, const Call &call, const _NN_GATHER_PARM &block, 
     extend_outer(in, walk, walk.in_steps, walk.rank, kInSteps);
     return add(sink, in);
   }
+  const uint64_t all = needed_bytes(block, walk, false);
+  const uint64_t own = needed_bytes(block, walk, true);
+  const bool is_alone = !has_outer(walk);
   for (uint32_t i = 0; i < walk.indices; ++i) {
     const int32_t index = index_at(code, block.ind_addr + uint64_t{i} * bytes_of_index(code));
-    Range in = run;
-    in.exact = written_bytes(block, walk) != 0 ? 1 : 0;
-    in.offset = position_of(index, walk.indices) * walk.run_bytes;
-    extend_outer(in, walk, walk.in_steps, walk.rank, kInSteps);
-    add(sink, in);
+    const auto add_run = [&](uint64_t bytes, bool is_exact) {
+      Range in = run_range("in_addr", block.in_addr, TARVU_CONTRACT_READS, type, walk.element_bytes, bytes);
+      in.exact = is_exact ? 1 : 0;
+      in.offset = position_of(index, walk.indices) * walk.run_bytes;
+      extend_outer(in, walk, walk.in_steps, walk.rank, kInSteps);
+      add(sink, in);
+    };
+    const uint64_t exact = i + 1 == walk.indices && is_alone ? all : own;
+    add_run(exact, true);
+    if (exact < walk.run_bytes) add_run(walk.run_bytes, false);
   }
 }
 
@@ -178,7 +207,7 @@ void gather_ranges(const Call &call, RangeSink &sink) {
   const NN_AI_IO_TYPE code = gather_type_code_of(block.ind_fmt);
   const uint32_t index_bytes = bytes_of_index(code);
   Range indices = range_of("ind_addr", block.ind_addr, TARVU_CONTRACT_READS, range_type_of_index(code), index_bytes);
-  indices.exact = written != 0 ? 1 : 0;
+  indices.exact = needed_bytes(block, walk, true) != 0 ? 1 : 0;
   extend(indices, walk.indices, index_bytes);
   add(sink, indices);
   add_input(sink, call, block, walk);
