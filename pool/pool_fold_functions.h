@@ -128,8 +128,16 @@ void fold_planes(const _NN_POOL_PARM &parm, const uint8_t *from, uint32_t planes
   auto *to = static_cast<typename Fold::Word *>(words);
   const size_t width = parm.width;
   const size_t line_bytes = parm.in_line_ofs;
-  if (line_bytes == width * sizeof(typename Fold::Element) || parm.height == 1) {
+  const size_t dense_bytes = width * sizeof(typename Fold::Element);
+  if (line_bytes == dense_bytes || parm.height <= 1 || width == 0) {
     return fold_dense_planes<Fold>(from, parm.in_channel_ofs, planes, width * parm.height, to);
+  }
+  constexpr size_t kMostBetweenLines = 4096;
+  if (line_bytes > dense_bytes && line_bytes - dense_bytes < kMostBetweenLines && dense_bytes <= kMostLineApart) {
+    for (uint32_t p = 0; p < planes; ++p, from += parm.in_channel_ofs) {
+      to[p] = fold_lines_apart<Fold>(from, line_bytes, parm.height, width);
+    }
+    return;
   }
   typename Fold::Word of_line[kPlanesAtOnce];
   std::fill(to, to + planes, Fold::kIdentity);
