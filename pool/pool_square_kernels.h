@@ -196,14 +196,29 @@ void run_two_by_two(const Band &band, const Part &part, Tile &) {
         tarvu::store(line_to + second, back);
       }
     } else {
+      // The last block overlaps the one before it: both write the same elements there.
       const size_t last = count - kBlock;
-      for (uint32_t n = band.count; n != 0; --n, line += window_step, line_to += out_step) {
-        const uint8_t *from = line;
-        uint8_t *const last_to = line_to + last * kOutBytes;
-        for (uint8_t *to = line_to; to < last_to; to += kBlock * kOutBytes, from += kBlock * kInBytes) {
-          way.store(to, fold_two_by_two<Fold>(from, line_step));
+      const auto pass = [&](size_t at) __attribute__((always_inline)) {
+        way.store(line_to + at * kOutBytes, fold_two_by_two<Fold>(line + at * kInBytes, line_step));
+      };
+      const auto pass_lines = [&](auto blocks) __attribute__((always_inline)) {
+        for (uint32_t n = band.count; n != 0; --n, line += window_step, line_to += out_step) {
+          for (size_t i = 0; i + 1 < blocks; ++i) pass(i * kBlock);
+          pass(last);
         }
-        way.store(last_to, fold_two_by_two<Fold>(line + last * kInBytes, line_step));
+      };
+      // Lines of few blocks need no loop.
+      if (count <= 2 * kBlock) return pass_lines(std::integral_constant<size_t, 2>{});
+      if (count <= 3 * kBlock) return pass_lines(std::integral_constant<size_t, 3>{});
+      if (count <= 4 * kBlock) return pass_lines(std::integral_constant<size_t, 4>{});
+      for (uint32_t n = band.count; n != 0; --n, line += window_step, line_to += out_step) {
+        size_t i = 0;
+        for (; i + kBlock < last; i += 2 * kBlock) {
+          pass(i);
+          pass(i + kBlock);
+        }
+        if (i < last) pass(i);
+        pass(last);
       }
     }
   });

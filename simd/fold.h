@@ -441,6 +441,7 @@ template <class Fold>
   if (lines == 1) return fold_blocks_of_lines<Fold, 1>(from, line_bytes, lines, columns, to);
   if (lines == 2) return fold_blocks_of_lines<Fold, 2>(from, line_bytes, lines, columns, to);
   if (lines == 3) return fold_blocks_of_lines<Fold, 3>(from, line_bytes, lines, columns, to);
+  if (lines == 5) return fold_blocks_of_lines<Fold, 5>(from, line_bytes, lines, columns, to);
   fold_blocks_of_lines<Fold, 0>(from, line_bytes, lines, columns, to);
 }
 
@@ -599,7 +600,13 @@ inline void fold_windows(const typename Fold::Word *from, uint32_t window, uint3
     fold_quads<Fold>(from, count + window - 1, spare);
     for (size_t i = 0; i < count; i += kBlock) store(to + i, fold_block_by_quads<Fold>(from + i, spare + i, window));
   } else if (stride == 1) {
-    for (size_t i = 0; i < count; i += kBlock) store(to + i, fold_block_of_windows<Fold, 1, 0>(from + i, window));
+    const auto fold_all = [=](auto width) __attribute__((always_inline)) {
+      for (size_t i = 0; i < count; i += kBlock) store(to + i, fold_block_of_windows<Fold, 1, width>(from + i, window));
+    };
+    if (window == 2) return fold_all(std::integral_constant<uint32_t, 2>{});
+    if (window == 3) return fold_all(std::integral_constant<uint32_t, 3>{});
+    if (window == 5) return fold_all(std::integral_constant<uint32_t, 5>{});
+    fold_all(std::integral_constant<uint32_t, 0>{});
   } else if (stride == 2) {
     for (size_t i = 0; i < count; i += kBlock) store(to + i, fold_block_of_windows<Fold, 2, 0>(from + 2 * i, window));
   } else if (window >= 8) {
