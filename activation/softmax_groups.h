@@ -7,7 +7,8 @@
 #include <cstddef>
 #include <type_traits>
 
-#include "simd/softmax_lanes.h"
+#include "simd/blocks.h"
+#include "simd/fast_exp.h"
 
 namespace tarvu {
 
@@ -23,13 +24,22 @@ inline V exponential_step(V x, V largest) {
   return fast_exp_of_difference(at_least(difference, fill<V>(kLeastDifference)));
 }
 
+/// The largest of each lane's share of a block.
+inline f32xn largest_in_block(const float *from) {
+  FloatBlock x = load_floats(from);
+  for (int half = kBlockVectors / 2; half != 0; half /= 2) {
+    for (int k = 0; k < half; ++k) x.of[k] = maximum(x.of[k], x.of[k + half]);
+  }
+  return x.of[0];
+}
+
 /// The largest elements of rows that follow one another, and of the seed; the order does not matter to a maximum.
 template <size_t kRows>
 inline void maxima_of_rows(const float *in, size_t length, float (&largest)[kRows]) {
   f32xn blocks[kRows];
   for (f32xn &x : blocks) x = fill<f32xn>(kMaximumSeed);
   size_t rest = length;
-  for (; rest >= kRowBlock; rest -= kRowBlock, in += kRowBlock) {
+  for (; rest >= kBlockElements; rest -= kBlockElements, in += kBlockElements) {
     for (size_t row = 0; row < kRows; ++row) blocks[row] = maximum(blocks[row], largest_in_block(in + length * row));
   }
   f32x4 lanes[kRows];
@@ -50,7 +60,7 @@ inline void exponentials_of_rows(const float *in, float *out, size_t length, con
                                  float (&reciprocal)[kRows]) {
   f32x4 lanes[kRows] = {};
   size_t rest = length;
-  for (; rest >= kRowBlock; rest -= kRowBlock, in += kRowBlock, out += kRowBlock) {
+  for (; rest >= kBlockElements; rest -= kBlockElements, in += kBlockElements, out += kBlockElements) {
     for (size_t row = 0; row < kRows; ++row) {
       const auto step = [&](f32xn x) { return exponential_step(x, fill<f32xn>(largest[row])); };
       const RowBlock block = map_row(load_row(in + length * row), step);
@@ -68,7 +78,7 @@ inline void exponentials_of_rows(const float *in, float *out, size_t length, con
   float sum[kRows];
   for (size_t row = 0; row < kRows; ++row) {
     // Lane 0 is not negative: it stays what it is when 0.0f is added.
-    sum[row] = ((lanes[row][0] + lanes[row][1]) + lanes[row][2]) + lanes[row][3];
+    sum[row] = sum_in_order(lanes[row]);
   }
   for (; rest != 0; --rest, ++in, ++out) {
     for (size_t row = 0; row < kRows; ++row) {
@@ -81,15 +91,14 @@ inline void exponentials_of_rows(const float *in, float *out, size_t length, con
 }
 
 inline void multiply_block(float *at, float factor) {
-  f32xn x[kRowBlockParts];
-  for (uint32_t k = 0; k < kRowBlockParts; ++k) x[k] = load<f32xn>(at + kLanes<f32xn> * k) * fill<f32xn>(factor);
-  for (uint32_t k = 0; k < kRowBlockParts; ++k) store(at + kLanes<f32xn> * k, x[k]);
+  const FloatBlock x = map_block(load_floats(at), [=](f32xn lanes) { return lanes * fill<f32xn>(factor); });
+  for (int k = 0; k < kBlockVectors; ++k) store(at + kLanes<f32xn> * k, x.of[k]);
 }
 
 template <size_t kRows>
 inline void multiply_rows(float *rows, size_t length, const float (&factor)[kRows]) {
   size_t rest = length;
-  for (; rest >= kRowBlock; rest -= kRowBlock, rows += kRowBlock) {
+  for (; rest >= kBlockElements; rest -= kBlockElements, rows += kBlockElements) {
     for (size_t row = 0; row < kRows; ++row) multiply_block(rows + length * row, factor[row]);
   }
   for (; rest >= 4; rest -= 4, rows += 4) {

@@ -8,7 +8,7 @@
 #include <iterator>
 #include <limits>
 
-#include "simd/softmax_lanes.h"
+#include "simd/lanes.h"
 #include "tarvu.h"
 
 namespace tarvu {
@@ -68,6 +68,17 @@ static_assert(g_vendor_ais_exptbl[0] == 0);
 inline int16_t table_exponential(int difference) {
   return g_vendor_ais_exptbl[kLastEntry + std::max(difference, -kLastEntry)];
 }
+
+/// Shifts of one 16-bit element or of lanes by 0 to 15: to the left the bits beyond the top are lost, to the right the
+/// sign comes in.
+inline int16_t shift_left_16(int16_t x, int count) { return static_cast<int16_t>(shift_left(int32_t{x}, count)); }
+inline int16_t shift_right_16(int16_t x, int count) { return static_cast<int16_t>(shift_right(int32_t{x}, count)); }
+inline s16x8 shift_left_16(s16x8 x, int count) { return s16x8(u16x8(x) << count); }
+inline s16x8 shift_right_16(s16x8 x, int count) { return x >> count; }
+
+/// Wrapping subtraction from an element or from each lane.
+inline int16_t subtract_16(int16_t a, int16_t b) { return static_cast<int16_t>(a - b); }
+inline s16x8 subtract_16(s16x8 a, int16_t b) { return s16x8(u16x8(a) - static_cast<uint16_t>(b)); }
 
 /// Brings elements to the table's fraction bits: one element or lanes of a block, and single ones at the end of a run.
 struct AsTheyAre {

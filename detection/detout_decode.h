@@ -6,7 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "simd/boxes.h"
+#include "simd/arrange.h"
+#include "simd/doubles.h"
 #include "simd/fast_exp.h"
 
 namespace tarvu {

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "detection/box_lanes.h"
 #include "detection/score_sort.h"
-#include "simd/boxes.h"
 
 namespace tarvu {
 namespace {

@@ -5,6 +5,7 @@
 #include "convert/format_entry.h"
 #include "detection/detout_decode.h"
 #include "detection/detout_suppression.h"
+#include "simd/runs.h"
 
 namespace tarvu {
 namespace {

@@ -3,7 +3,7 @@
 #include <limits>
 
 #include "detection/score_sort.h"
-#include "simd/boxes.h"
+#include "simd/lanes.h"
 #include "tarvu.h"
 
 namespace tarvu {

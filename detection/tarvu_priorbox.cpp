@@ -2,7 +2,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "simd/boxes.h"
+#include "simd/doubles.h"
 #include "tarvu.h"
 
 namespace tarvu {

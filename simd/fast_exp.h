@@ -4,6 +4,7 @@
 #ifndef TARVU_SIMD_FAST_EXP_H
 #define TARVU_SIMD_FAST_EXP_H
 
+#include <algorithm>
 #include <bit>
 
 #include "simd/convert.h"
@@ -43,6 +44,26 @@ inline V fast_exp_step(V x) {
   const V scaled = x * kLog2E;
   const V exponent = scaled + kExpOffset;
   return bits_from_exponent(exponent);
+}
+
+/// fast_exp_step() for x from -87.0 to 0.0 and for NaN, which gives 0.0: the bits then fit a signed integer.
+template <class V>
+inline V fast_exp_of_difference(V x) {
+#if TARVU_AVX2
+  const V scaled = x * kLog2E;
+  const V exponent = scaled + kExpOffset;
+  const V bits = exponent * 0x1p23f;
+  // NaN is converted to the least integer.
+  if constexpr (kLanes<V> == 1) {
+    return std::bit_cast<float>(std::max(_mm_cvttss_si32(_mm_set_ss(bits)), 0));
+  } else if constexpr (kLanes<V> == 4) {
+    return V(_mm_max_epi32(_mm_cvttps_epi32(__m128(bits)), _mm_setzero_si128()));
+  } else {
+    return V(_mm256_max_epi32(_mm256_cvttps_epi32(__m256(bits)), _mm256_setzero_si256()));
+  }
+#else
+  return fast_exp_step(x);
+#endif
 }
 
 }  // namespace tarvu

@@ -1,5 +1,5 @@
 // Lane operations of the detection operators against what their comments state.
-#include "simd/boxes.h"
+#include "detection/box_lanes.h"
 
 #include <gtest/gtest.h>
 
@@ -8,6 +8,8 @@
 #include <limits>
 #include <vector>
 
+#include "simd/doubles.h"
+#include "simd/runs.h"
 #include "tests/support/random.h"
 #include "tests/support/special_floats.h"
 
