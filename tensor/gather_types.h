@@ -1,9 +1,8 @@
 /// \file gather_types.h
-/// What the operators share that read positions from an index tensor: selection by type, formats, blocks of elements.
+/// What the operators share that read positions from an index tensor: selection by type and by format.
 #ifndef TARVU_TENSOR_GATHER_TYPES_H
 #define TARVU_TENSOR_GATHER_TYPES_H
 
-#include <algorithm>
 #include <type_traits>
 
 #include "simd/processor.h"
@@ -40,20 +39,6 @@ inline void with_gather_types(NN_AI_IO_TYPE element_type, NN_AI_IO_TYPE index_ty
   };
   const bool narrow = element_type == NN_AI_IO_TYPE_INT8 || element_type == NN_AI_IO_TYPE_UINT8;
   narrow ? with_index(uint8_t{}) : with_index(uint16_t{});
-}
-
-/// Fills `count` output elements, which lie densely in their own format. gather(first, count, to) stores input elements
-/// densely; they are re-formatted from a tile on the stack, which needs no call for each element.
-template <class T, class Gather>
-inline void gather_and_reformat(uint8_t *to, size_t out_element, uint32_t count, const _NN_FMT &in_fmt,
-                                const _NN_FMT &out_fmt, Gather gather) {
-  constexpr uint32_t kTile = 256;
-  T tile[kTile];
-  for (uint32_t first = 0; first < count; first += kTile) {
-    const uint32_t part = std::min(kTile, count - first);
-    gather(first, part, reinterpret_cast<uint8_t *>(tile));
-    tarvu_convert_fmt_c(tile, to + first * out_element, part, &in_fmt, &out_fmt, nullptr, nullptr);
-  }
 }
 
 }  // namespace tarvu

@@ -11,6 +11,7 @@
 #include "simd/interleave.h"
 #include "simd/part.h"
 #include "simd/runs.h"
+#include "simd/transpose.h"
 
 namespace tarvu {
 namespace {
@@ -211,24 +212,31 @@ void set_ones(const _NN_ONEHOT_PARM &parm, const Steps &steps, const FlatWalk &w
   const auto *from = pointer<const uint8_t>(parm.in_addr);
   uint8_t *to = pointer(parm.out_addr);
   const auto depth = static_cast<uint32_t>(parm.depth);
+  const uint32_t depth_step = steps.depth;
   const auto set_rows = [&] {
     int32_t positions[kIndicesAtOnce];
     find_positions(parm, gathered, count, positions);
-    for (uint32_t i = 0; i < count; ++i) {
+    const uint32_t found = count;
+    for (uint32_t i = 0; i < found; ++i) {
       const auto position = static_cast<uint32_t>(positions[i]);
-      if (position < depth) store(rows[i] + position * steps.depth, on);
+      if (position < depth) store(rows[i] + position * depth_step, on);
     }
     count = 0;
   };
+  const Axes<2> axes = merge_axes(walk.indices);
+  const Axis<2> run = axes.axis[0];
+  // Calls gather(index, place, n) for n indices of a run at a time.
   const auto gather_all = [&](auto gather) {
-    const Axes<2> axes = merge_axes(walk.indices);
-    const Axis<2> &run = axes.axis[0];
     for_each_place(axes, 1, [&](const Offsets<2> &at) {
       const uint8_t *index = from + at.of[0];
       uint8_t *row = to + at.of[1];
-      for (size_t i = 0; i < run.extent; ++i, index += run.step[0], row += run.step[1]) {
-        gather(index);
-        rows[count++] = row;
+      for (size_t left = run.extent; left != 0;) {
+        const auto n = static_cast<uint32_t>(std::min<size_t>(left, kIndicesAtOnce - count));
+        gather(index, count, n);
+        for (uint32_t i = 0; i < n; ++i, row += run.step[1]) rows[count + i] = row;
+        index += static_cast<ptrdiff_t>(n) * run.step[0];
+        count += n;
+        left -= n;
         if (count == kIndicesAtOnce) set_rows();
       }
     });
@@ -238,9 +246,11 @@ void set_ones(const _NN_ONEHOT_PARM &parm, const Steps &steps, const FlatWalk &w
   with_element_type(parm.in_fmt, [&](auto element) {
     using Index = decltype(element);
     are_read = true;
-    gather_all([&](const uint8_t *index) { store(gathered + count * sizeof(Index), load<Index>(index)); });
+    gather_all([&](const uint8_t *index, uint32_t place, uint32_t n) {
+      copy_elements<Index>(index, static_cast<size_t>(run.step[0]), gathered + place * sizeof(Index), sizeof(Index), n);
+    });
   });
-  if (!are_read) gather_all([](const uint8_t *) {});
+  if (!are_read) gather_all([](const uint8_t *, uint32_t, uint32_t) {});
 }
 
 template <class Element>

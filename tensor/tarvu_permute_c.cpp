@@ -151,8 +151,8 @@ void move_tile(const TileMoves &moves, const Reformat &reformat, const uint8_t *
   make_move(moves.out, reformatted, to);
 }
 
-/// For any tensors.
-void move_by_tiles(const MoveAxes &axes, const Reformat &reformat, const uint8_t *from, uint8_t *to) {
+/// For any tensors. Not in line, nor the one below: both take much of a small stack.
+[[gnu::noinline]] void move_by_tiles(const MoveAxes &axes, const Reformat &reformat, const uint8_t *from, uint8_t *to) {
   TileMoves moves{};
   bool are_of_whole = false;
   for_each_tile(axes, tile_of(axes, 0, reformat.in_bytes, kTileElements), from, to,
@@ -164,8 +164,8 @@ void move_by_tiles(const MoveAxes &axes, const Reformat &reformat, const uint8_t
 }
 
 /// For a source that has long runs: they are re-formatted into a tile, whose elements then move.
-void reformat_and_move_by_tiles(const MoveAxes &in_order_of_destination, const Reformat &reformat, const uint8_t *from,
-                                uint8_t *to) {
+[[gnu::noinline]] void reformat_and_move_by_tiles(const MoveAxes &in_order_of_destination, const Reformat &reformat,
+                                                  const uint8_t *from, uint8_t *to) {
   const MoveAxes axes = merge_axes(sort_axes(in_order_of_destination, 0));
   Move move{};
   bool is_of_whole = false;
