@@ -6,6 +6,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "frame/memory.h"
 #include "frame/tarvu_util.h"
 #include "simd/bilinear.h"
 
@@ -302,28 +303,160 @@ bool all_corners_are_near(const Walk &walk, const Formats &formats) {
   return furthest(walk.last_row) * walk.in_steps.row + furthest(walk.last_column) * walk.in_steps.pixel <= UINT32_MAX;
 }
 
+/// The greatest position along a side that grid values reach; a block, which knows 8 bits of the size, stays below it.
+uint64_t furthest_position(const Formats &formats, uint32_t last_pixel) {
+  return std::min(255 * last_pixel, 65535u) >> formats.grid_frac_bits;
+}
+
+/// Whether nobody can tell in which order the points of an item are sampled: no byte that they read is one that they write, and
+/// every position has a neighbour behind it.
+bool points_are_free(const Walk &walk, const Formats &formats) {
+  if (formats.grid_frac_bits < 1 || formats.grid_frac_bits > 15) return false;
+  const uint64_t corner = (furthest_position(formats, walk.last_row) + 1) * walk.in_steps.row +
+                          (furthest_position(formats, walk.last_column) + 1) * walk.in_steps.pixel + kBlock;
+  const uint64_t last_item = walk.batches - 1;
+  const uint64_t groups = (walk.channels + kBlock - 1) / kBlock * kBlock;
+  const Memory in = memory_of(walk.in, last_item * walk.in_batch + groups * walk.in_channel + corner);
+  const Memory out = memory_of(walk.out, last_item * walk.out_batch + groups * walk.out_channel);
+  const Memory grid = memory_of(walk.grid, walk.batches * walk.grid_batch + 2 * kBlock);
+  return lie_apart(in, out) && lie_apart(grid, out);
+}
+
+/// Points behind the blocks, eight at a time whatever their rows: a point's place in the grid and in the output.
+struct TailPoints {
+  uint16_t pairs[kBlock];
+  size_t out[kBlock];
+};
+
+/// blend_in_tail() for eight points, whose neighbours are pairs of bytes. The grid has 1 to 15 fraction bits, so that each
+/// position has a neighbour behind it.
+template <class Byte>
+void blend_tail_points(const Formats &formats, const uint16_t *top, const uint16_t *bottom, const uint16_t *x_fractions,
+                       const uint16_t *y_fractions, uint8_t *blended) {
+  const int to_whole = formats.grid_frac_bits;
+  const int right = formats.scaling >= 0 ? formats.scaling & 31 : 0;
+  const int left = formats.scaling >= 0 ? 0 : formats.scaling & 31;
+  for (uint32_t k = 0; k < kBlock; ++k) {
+    const int32_t x_fraction = x_fractions[k];
+    const int32_t upper_left = static_cast<Byte>(top[k]);
+    const int32_t upper_right = static_cast<Byte>(top[k] >> 8);
+    const int32_t lower_left = static_cast<Byte>(bottom[k]);
+    const int32_t lower_right = static_cast<Byte>(bottom[k] >> 8);
+    const auto upper =
+        static_cast<int16_t>(upper_left + shift_right((upper_right - upper_left) * x_fraction, to_whole));
+    const auto lower =
+        static_cast<int16_t>(lower_left + shift_right((lower_right - lower_left) * x_fraction, to_whole));
+    const uint32_t term = static_cast<uint32_t>(upper - lower) * y_fractions[k];
+    const auto scaled = static_cast<uint32_t>(shift_right(static_cast<int32_t>(term << left), right));
+    blended[k] = static_cast<uint8_t>(static_cast<uint32_t>(lower) + scaled);
+  }
+}
+
+/// The columns behind the blocks of all rows of an item.
+template <class Byte>
+void sample_tails(const Walk &walk, const Formats &formats, const uint8_t *image, const uint8_t *grid, uint8_t *out,
+                  uint32_t in_tail) {
+  const uint32_t first_column = walk.columns - in_tail;
+  const int to_whole = formats.grid_frac_bits;
+  const size_t row_bytes = walk.in_steps.row;
+  uint32_t row = 0;
+  uint32_t column = first_column;
+  for (uint64_t left = uint64_t{walk.rows} * in_tail; left != 0;) {
+    const auto count = static_cast<uint32_t>(std::min<uint64_t>(left, kBlock));
+    TailPoints points;
+    for (uint32_t k = 0; k < kBlock; ++k) {
+      points.pairs[k] = load<uint16_t>(grid + row * walk.grid_row + 2 * size_t{column});
+      points.out[k] = row * walk.out_row + column;
+      if (k + 1 >= count) continue;  // the last point fills up the block
+      if (++column == walk.columns) {
+        column = first_column;
+        ++row;
+      }
+    }
+    uint16_t x_fractions[kBlock];
+    uint16_t y_fractions[kBlock];
+    uint32_t offsets[kBlock];
+    for (uint32_t k = 0; k < kBlock; ++k) {
+      const auto x = static_cast<uint16_t>((points.pairs[k] & 0xFF) * walk.last_column);
+      const auto y = static_cast<uint16_t>((points.pairs[k] >> 8) * walk.last_row);
+      x_fractions[k] = x & formats.fraction_mask;
+      y_fractions[k] = y & formats.fraction_mask;
+      offsets[k] = (uint32_t{y} >> to_whole) * static_cast<uint32_t>(row_bytes) + (uint32_t{x} >> to_whole);
+    }
+    const uint8_t *plane = image;
+    uint8_t *to = out;
+    for (uint32_t c = 0; c < walk.channels; ++c, plane += walk.in_channel, to += walk.out_channel) {
+      uint16_t top[kBlock];
+      uint16_t bottom[kBlock];
+      for (uint32_t k = 0; k < kBlock; ++k) {
+        top[k] = load<uint16_t>(plane + offsets[k]);
+        bottom[k] = load<uint16_t>(plane + offsets[k] + row_bytes);
+      }
+      uint8_t blended[kBlock];
+      blend_tail_points<Byte>(formats, top, bottom, x_fractions, y_fractions, blended);
+      for (uint32_t k = 0; k < count; ++k) to[points.out[k]] = blended[k];
+    }
+    left -= count;
+    if (++column == walk.columns) {
+      column = first_column;
+      ++row;
+    }
+  }
+}
+
+/// Rows shorter than a block, one behind the other in grid and output: blocks of their points, of which the last one begins within
+/// the one before.
+template <class Byte>
+void sample_short_rows(const Walk &walk, const BlendInBlock &blend, const uint8_t *image, const uint8_t *grid,
+                       uint8_t *out) {
+  const uint32_t points = walk.rows * walk.columns;
+  const auto sample_points = [&](uint32_t first, uint32_t count) {
+    Walk line = walk;
+    line.columns = count;
+    if (walk.channels == 1) {
+      sample_plane_row<Byte>(blend, static_cast<uint16_t>(walk.in_steps.row), image, grid + 2 * size_t{first},
+                             out + first, count / kBlock);
+    } else {
+      sample_row<Byte>(line, blend, true, image, grid + 2 * size_t{first}, out + first);
+    }
+  };
+  sample_points(0, points - points % kBlock);
+  if (points % kBlock != 0) sample_points(points - kBlock, kBlock);
+}
+
 template <class Byte>
 void sample(const Walk &walk, const Formats &formats) {
   const BlendInBlock blend(walk, formats);
   const bool near = all_corners_are_near(walk, formats);
   const bool is_lone_plane = near && walk.columns >= kBlock && walk.channels == 1 && walk.in_steps.pixel == 1;
   const uint32_t in_tail = walk.columns < kBlock ? 0 : walk.columns % kBlock;
+  const bool is_short = walk.has_tail && near && walk.columns < kBlock && walk.rows * walk.columns >= kBlock;
+  const bool in_any_order =
+      walk.has_tail && (is_short || in_tail != 0) && walk.batches != 0 && points_are_free(walk, formats);
   for (uint32_t b = 0; b < walk.batches; ++b) {
     const uint8_t *image = walk.in + b * walk.in_batch;
+    const uint8_t *item_grid = walk.grid + b * walk.grid_batch;
+    uint8_t *item_out = walk.out + b * walk.out_batch;
+    if (in_any_order && is_short) {
+      sample_short_rows<Byte>(walk, blend, image, item_grid, item_out);
+      continue;
+    }
     for (uint32_t r = 0; r < walk.rows; ++r) {
-      const uint8_t *grid = walk.grid + b * walk.grid_batch + r * walk.grid_row;
-      uint8_t *out = walk.out + b * walk.out_batch + r * walk.out_row;
+      const uint8_t *grid = item_grid + r * walk.grid_row;
+      uint8_t *out = item_out + r * walk.out_row;
       if (is_lone_plane) {
         const auto row_bytes = static_cast<uint16_t>(walk.in_steps.row);
         sample_plane_row<Byte>(blend, row_bytes, image, grid, out, walk.columns / kBlock);
       } else {
         sample_row<Byte>(walk, blend, near, image, grid, out);
       }
-      if (!walk.has_tail) continue;  // Kept: the last columns of an interleaved output stay as they were.
+      if (!walk.has_tail || in_any_order)
+        continue;  // Kept: the last columns of an interleaved output stay as they were.
       for (uint32_t i = walk.columns - in_tail; i < walk.columns; ++i) {
         sample_in_tail<Byte>(walk, formats, grid + 2 * i, image, out + i);
       }
     }
+    if (in_any_order) sample_tails<Byte>(walk, formats, image, item_grid, item_out, in_tail);
   }
 }
 
