@@ -149,7 +149,7 @@ void add(FindingSink &sink, const Id &id, const char *field, int64_t value, Numb
 void add(FindingSink &sink, const Id &id, const char *field, int64_t value, const Line &line, int32_t result) {
   Finding *finding = next_of(sink);
   if (finding == nullptr) return;
-  fill(*finding, id, field, value, {line.number, 0, 0});
+  fill(*finding, id, field, value, {line.number, line.more[0], line.more[1]});
   finding->result = result;
   Text printed = text_in(finding->line);
   put_line(printed, line);
