@@ -162,7 +162,7 @@ typedef struct tarvu_contract_extent {
 typedef struct tarvu_contract_range {
   const char *field;       ///< field or argument that holds the address, such as "in_addr"
   uint64_t address;        ///< the value of that field; may be 0
-  int64_t offset;          ///< bytes from there to the first element; may be negative for a block that is undefined
+  int64_t offset;          ///< bytes from there to the first element; may be negative, as where batch items step backwards
   int32_t role;            ///< TARVU_CONTRACT_READS and so on
   int32_t exact;           ///< 1: every byte is touched. 0: no other byte is, but not all of these have to be
   int32_t type;            ///< of an element
