@@ -110,13 +110,13 @@ Runs runs_of(const Windows &windows, int64_t displaced) {
   return runs;
 }
 
-/// Columns between windows, and in front of the first one that holds an element, are loaded with their line.
-Run loaded_columns(const Windows &columns, int32_t column_limit, const Runs &runs) {
-  const int32_t reached =
-      columns.has_extra(column_limit) ? columns.extent : columns.inner * columns.stride - columns.pad + columns.kernel;
-  int32_t start = 0;
-  for (uint32_t i = 0; i < runs.count; ++i) start = std::min(start, runs.runs[i].start);
-  return {start, std::min(columns.extent, reached) - start, 1, 0, 0};
+/// All elements of an axis.
+Run whole_axis(const Windows &windows) { return {0, windows.extent, 1, 0, 0}; }
+
+/// Whether the runs hold every element of an axis.
+bool hold_all(const Runs &runs, const Windows &windows) {
+  return runs.count == 1 && runs.runs[0].start <= 0 && runs.runs[0].windows == 1 &&
+         runs.runs[0].start + runs.runs[0].run >= windows.extent;
 }
 
 /// Kept: the second line of windows starts at a product of 32 bits.
@@ -176,13 +176,14 @@ void local_ranges(const _NN_POOL_PARM &block, RangeSink &sink) {
   const Runs line_runs = runs_of(lines, int64_t{second_line_of(block)} - true_second_line_of(block));
   const bool clears = clears_output(block);
   const int32_t column_limit = clears ? block.width + block.pad_right : block.width;
-  const Run all_columns = loaded_columns(columns, column_limit, column_runs);
-  const bool has_gaps = all_columns.run > 0 && (column_runs.count != 1 || column_runs.runs[0].run != all_columns.run);
   for (uint32_t k = 0; k < line_runs.count; ++k) {
     for (uint32_t i = 0; i < column_runs.count; ++i) {
       add_input(sink, block, column_runs.runs[i], line_runs.runs[k], true);
     }
-    if (has_gaps) add_input(sink, block, all_columns, line_runs.runs[k], false);
+  }
+  // Several lines or planes are loaded at a time, with the elements that no window holds.
+  if (columns.extent > 0 && lines.extent > 0 && !(hold_all(column_runs, columns) && hold_all(line_runs, lines))) {
+    add_input(sink, block, whole_axis(columns), whole_axis(lines), false);
   }
   const int32_t line_limit = clears ? block.height + block.pad_bottom : block.height;
   const uint32_t column_count = columns.count(column_limit);

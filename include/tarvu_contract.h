@@ -157,8 +157,8 @@ typedef struct tarvu_contract_extent {
 /// steps. Bytes between the elements are not touched.
 ///
 /// Ranges of one field may overlap each other. What a call writes is the union of its ranges that it writes; likewise for the
-/// other roles. Where a call reads more than its result needs, such as columns between the windows of pooling that are loaded
-/// with their line, a range that is not exact says so beside the exact ones.
+/// other roles. Where a call reads more than its result needs, such as elements between the windows of pooling that are loaded
+/// with their plane, a range that is not exact says so beside the exact ones.
 typedef struct tarvu_contract_range {
   const char *field;       ///< field or argument that holds the address, such as "in_addr"
   uint64_t address;        ///< the value of that field; may be 0

@@ -69,7 +69,7 @@ TEST(ContractPool, RangesComePageByPage) {
   EXPECT_EQ(tarvu_contract_ranges(&call, 0, 3, &last, 1), 3u);
 }
 
-TEST(ContractPool, ColumnsBetweenWindowsAreReadAtMostAndLinesBetweenThemNever) {
+TEST(ContractPool, ElementsOfThePlaneThatNoWindowHoldsAreReadAtMost) {
   _NN_POOL_PARM block = plain_pool();
   block.stride_w = block.stride_h = 4;
   block.width = 10;
@@ -84,7 +84,11 @@ TEST(ContractPool, ColumnsBetweenWindowsAreReadAtMostAndLinesBetweenThemNever) {
   const auto loaded = range_of(block, 1);
   EXPECT_EQ(loaded.exact, 0);
   EXPECT_EQ(loaded.extents[0].count, 10u);
-  EXPECT_EQ(loaded.extents[1].count, 2u) << "lines between windows are not read";
+  EXPECT_EQ(loaded.extents[0].step, 1);
+  EXPECT_EQ(loaded.extents[1].count, 10u);
+  EXPECT_EQ(loaded.extents[1].step, 10);
+  block.in_line_ofs = 12;
+  EXPECT_EQ(range_of(block, 1).extents[1].step, 12) << "the bytes behind a line are never read";
 }
 
 TEST(ContractPool, FormatsThatAreNotOf8Or16BitsAreRefused) {
