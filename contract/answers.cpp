@@ -91,6 +91,8 @@ void fill(Finding &finding, const Id &id, const char *field, int64_t value, cons
   finding.field = field;
   finding.value = value;
   finding.line[0] = 0;
+  finding.line_times = 0;
+  finding.reserved = 0;
   Text sentence = text_in(finding.sentence);
   put_sentence(sentence, id, field, value, numbers);
 }
@@ -151,6 +153,7 @@ void add(FindingSink &sink, const Id &id, const char *field, int64_t value, cons
   if (finding == nullptr) return;
   fill(*finding, id, field, value, {line.number, line.more[0], line.more[1]});
   finding->result = result;
+  finding->line_times = line.times;
   Text printed = text_in(finding->line);
   put_line(printed, line);
 }

@@ -98,6 +98,7 @@ struct Line {
   const char *format;
   int32_t number;
   int32_t more[11] = {};  ///< numbers behind the first one
+  uint32_t times = 1;     ///< how often it is printed
 };
 
 /// Adds a finding with a printed line: a refusal with its result code, or a line that the function prints and goes on.

@@ -160,12 +160,12 @@ typedef struct tarvu_contract_extent {
 /// other roles. Where a call reads more than its result needs, such as elements between the windows of pooling that are loaded
 /// with their plane, a range that is not exact says so beside the exact ones.
 typedef struct tarvu_contract_range {
-  const char *field;       ///< field or argument that holds the address, such as "in_addr"
-  uint64_t address;        ///< the value of that field; may be 0
-  int64_t offset;          ///< bytes from there to the first element; may be negative, as where batch items step backwards
-  int32_t role;            ///< TARVU_CONTRACT_READS and so on
-  int32_t exact;           ///< 1: every byte is touched. 0: no other byte is, but not all of these have to be
-  int32_t type;            ///< of an element
+  const char *field;  ///< field or argument that holds the address, such as "in_addr"
+  uint64_t address;   ///< the value of that field; may be 0
+  int64_t offset;     ///< bytes from there to the first element; may be negative, as where batch items step backwards
+  int32_t role;       ///< TARVU_CONTRACT_READS and so on
+  int32_t exact;      ///< 1: every byte is touched. 0: no other byte is, but not all of these have to be
+  int32_t type;       ///< of an element
   uint32_t element_bytes;  ///< bytes of an element
   uint32_t alignment;      ///< what the address in `field` has to be a multiple of, bytes
   uint32_t extent_count;   ///< entries of `extents` that hold something, at least 1
@@ -217,7 +217,9 @@ typedef struct tarvu_contract_finding {
   char line
       [320];  ///< what the function prints, with escapes, where it refuses or tells; else empty. A number that contents
               ///< decide stands as %d; what it tells it may print more than once
-  char sentence[320];  ///< what would happen
+  char sentence[320];   ///< what would happen
+  uint32_t line_times;  ///< how often it prints that line, such as once for each batch item; 0 where it is empty
+  uint32_t reserved;    ///< 0
 } tarvu_contract_finding;
 
 /// Findings of a call. For a refused call the refusal alone.

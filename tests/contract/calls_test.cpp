@@ -101,7 +101,9 @@ bool is_as_told(const std::string &printed, const std::vector<tarvu_contract_fin
   size_t at = 0;
   for (const tarvu_contract_finding &finding : findings) {
     if (finding.line[0] == 0) continue;
-    if (!skip_line(printed, at, finding.line)) return false;
+    for (uint32_t i = 0; i < finding.line_times; ++i) {
+      if (!skip_line(printed, at, finding.line)) return false;
+    }
     while (finding.kind == TARVU_CONTRACT_TOLD && skip_line(printed, at, finding.line)) {
     }
   }
