@@ -62,10 +62,14 @@ std::vector<tarvu_contract_finding> findings_of(const tarvu_contract_call &call,
   return findings;
 }
 
+bool is_laid_out(const tarvu_contract_range &range) {
+  return range.role != TARVU_CONTRACT_PARAMETER && std::strcmp(range.field, "parm") != 0;
+}
+
 std::vector<Piece> pieces_of(const std::vector<tarvu_contract_range> &ranges) {
   std::vector<Piece> pieces;
   for (const tarvu_contract_range &range : ranges) {
-    if (range.role == TARVU_CONTRACT_PARAMETER) continue;
+    if (!is_laid_out(range)) continue;
     const auto is_it = [&](const Piece &piece) { return std::strcmp(piece.field, range.field) == 0; };
     auto piece = std::find_if(pieces.begin(), pieces.end(), is_it);
     const int64_t high = range.offset + static_cast<int64_t>(tarvu_contract_range_bytes(&range));
@@ -106,6 +110,27 @@ void put_contents(const Case &made, const Piece &piece, uint8_t *data) {
   }
 }
 
+namespace {
+
+/// An address of an array has its place behind the field's name.
+std::string name_of(const tarvu_contract_field &field, uint32_t place) {
+  return field.count == 1 ? field.name : std::string(field.name) + "[" + std::to_string(place) + "]";
+}
+
+/// Calls f(name, place) for each address of the block.
+template <class F>
+void for_each_address(const Case &made, const tarvu_contract_function_info &info, F f) {
+  for (uint32_t i = 0; i < info.field_count; ++i) {
+    const tarvu_contract_field &field = info.fields[i];
+    if (field.type != TARVU_CONTRACT_ADDRESS) continue;
+    for (uint32_t k = 0; k < field.count; ++k) {
+      f(name_of(field, k), reinterpret_cast<uint8_t *>(made.call.argument[0]) + field.offset + 8 * k);
+    }
+  }
+}
+
+}  // namespace
+
 void set_address(Case &made, const char *field, uint64_t address) {
   // The second argument of the prior box forms is a pair of addresses.
   if (std::strncmp(field, "regions[", 8) == 0) {
@@ -113,13 +138,13 @@ void set_address(Case &made, const char *field, uint64_t address) {
     return;
   }
   const tarvu_contract_function_info *info = tarvu_contract_function_info_of(made.call.function);
-  if (info->block != nullptr) {
-    for (uint32_t i = 0; i < info->field_count; ++i) {
-      if (std::strcmp(info->fields[i].name, field) != 0) continue;
-      std::memcpy(reinterpret_cast<uint8_t *>(made.call.argument[0]) + info->fields[i].offset, &address, 8);
-      return;
-    }
-  }
+  bool is_found = false;
+  for_each_address(made, *info, [&](const std::string &name, uint8_t *place) {
+    if (name != field) return;
+    std::memcpy(place, &address, sizeof address);
+    is_found = true;
+  });
+  if (is_found) return;
   for (uint32_t i = 0; i < info->argument_count; ++i) {
     if (std::strcmp(info->arguments[i].name, field) != 0) continue;
     made.call.argument[i] = address;
@@ -136,12 +161,9 @@ void set_unused_addresses(Case &made, const std::vector<Piece> &used, uint64_t a
     return std::any_of(used.begin(), used.end(), [=](const Piece &piece) { return is_it(piece.field); }) ||
            std::any_of(made.null_fields.begin(), made.null_fields.end(), is_it);
   };
-  for (uint32_t i = 0; i < info->field_count; ++i) {
-    const tarvu_contract_field &field = info->fields[i];
-    if (field.type == TARVU_CONTRACT_ADDRESS && field.count == 1 && !is_used(field.name)) {
-      set_address(made, field.name, address);
-    }
-  }
+  for_each_address(made, *info, [&](const std::string &name, uint8_t *place) {
+    if (!is_used(name.c_str())) std::memcpy(place, &address, sizeof address);
+  });
   for (uint32_t i = info->block == nullptr ? 0 : 1; i < info->argument_count; ++i) {
     const int32_t target = info->arguments[i].target;
     const bool is_tensor = info->arguments[i].type == TARVU_CONTRACT_ADDRESS && target != TARVU_CONTRACT_FMT &&

@@ -97,10 +97,14 @@ void put_contents(const Case &made, const Piece &piece, uint8_t *data);
 std::vector<tarvu_contract_range> ranges_of(const tarvu_contract_call &call, uint32_t options);
 std::vector<tarvu_contract_finding> findings_of(const tarvu_contract_call &call, uint32_t options);
 
-/// One for each field that anything is touched from; formats and the like are not among them.
+/// Whether a range is of memory that is laid out: formats and the like have theirs already, and so has the block, to which a call may
+/// write.
+bool is_laid_out(const tarvu_contract_range &range);
+
+/// One for each field that anything is touched from, of ranges that are laid out.
 std::vector<Piece> pieces_of(const std::vector<tarvu_contract_range> &ranges);
 
-/// Sets an address in the call's block or among its arguments.
+/// Sets an address in the call's block, of an array `name[0]` and so on, or among its arguments.
 void set_address(Case &made, const char *field, uint64_t address);
 
 /// Sets all other addresses of tensors and scratch memory to one that nothing can be read from.

@@ -70,7 +70,7 @@ size_t lay_out(cases::Case &made, fuzz::Source &source, const Window &window) {
 void expect_ranges(Bytes &bytes, const Window &window, const std::vector<tarvu_contract_range> &ranges) {
   for (const auto &range : ranges) {
     uint8_t flags = 0;
-    if (range.role == TARVU_CONTRACT_PARAMETER) continue;
+    if (!cases::is_laid_out(range)) continue;
     if (range.role == TARVU_CONTRACT_READS) {
       flags = range.exact != 0 ? kMayRead | kMustRead : kMayRead;
     } else {
@@ -114,8 +114,7 @@ std::string place_of(const Window &window, size_t at, const std::vector<tarvu_co
   const uint64_t address = reinterpret_cast<uintptr_t>(window.data) + at;
   const tarvu_contract_range *nearest = nullptr;
   for (const auto &range : ranges) {
-    if (range.role == TARVU_CONTRACT_PARAMETER || range.address + static_cast<uint64_t>(range.offset) > address + kGap)
-      continue;
+    if (!cases::is_laid_out(range) || range.address + static_cast<uint64_t>(range.offset) > address + kGap) continue;
     if (nearest == nullptr || range.address > nearest->address) nearest = &range;
   }
   if (nearest == nullptr) return "byte " + std::to_string(at) + " of the window";
