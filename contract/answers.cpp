@@ -31,6 +31,19 @@ void put_digits(Text &text, uint64_t number, uint32_t base) {
   while (count != 0) put_character(text, digits[--count]);
 }
 
+__extension__ typedef unsigned __int128 Digits;  ///< holds every float that is a whole number
+
+/// A number of up to 39 digits.
+void put_long(Text &text, Digits number) {
+  char digits[40];
+  size_t count = 0;
+  do {
+    digits[count++] = static_cast<char>('0' + static_cast<int>(number % 10));
+    number /= 10;
+  } while (number != 0);
+  while (count != 0) put_character(text, digits[--count]);
+}
+
 void put_sentence(Text &text, const Id &id, const char *field, int64_t value, const Numbers &numbers) {
   for (const char *at = id.sentence; *at != 0; ++at) {
     if (*at != '%') {
@@ -56,6 +69,12 @@ void put_sentence(Text &text, const Id &id, const char *field, int64_t value, co
   }
 }
 
+float float_of(int32_t bits) {
+  float value;
+  std::memcpy(&value, &bits, sizeof value);
+  return value;
+}
+
 void put_line(Text &text, const Line &line) {
   if (line.function != nullptr) {
     put(text, "\033[1;31mERR:");
@@ -65,11 +84,13 @@ void put_line(Text &text, const Line &line) {
   const int32_t *next = line.more;
   int32_t number = line.number;
   for (const char *at = line.format; *at != 0; ++at) {
-    if (at[0] == '%' && at[1] == 'd') {
-      put(text, number);
+    const char kind = at[0] == '%' ? at[1] : 0;
+    if (kind == 'd' || kind == 'f') {
+      if (kind == 'd') put(text, number);
+      if (kind == 'f') put_float(text, float_of(number));
       if (next != std::end(line.more)) number = *next++;
       ++at;
-    } else if (at[0] == '%' && at[1] == 'n') {
+    } else if (kind == 'n') {
       put(text, "%d");
       ++at;
     } else {
@@ -115,6 +136,34 @@ void put_hexadecimal(Text &text, uint64_t number) {
   put_digits(text, number, 16);
 }
 
+void put_float(Text &text, float value) {
+  uint32_t bits;
+  std::memcpy(&bits, &value, sizeof bits);
+  if (bits >> 31 != 0) put_character(text, '-');
+  const int32_t exponent = static_cast<int32_t>(bits >> 23 & 0xFF);
+  const uint32_t fraction = bits & 0x7FFFFF;
+  if (exponent == 0xFF) return put(text, fraction != 0 ? "nan" : "inf");
+  // The number is significand * 2^power.
+  const Digits significand = exponent == 0 ? fraction : fraction | 0x800000;
+  const int32_t power = (exponent == 0 ? 1 : exponent) - 150;
+  if (power >= 0) {
+    put_long(text, significand << power);
+    return put(text, ".000000");
+  }
+  // In millionths, of which below 2^44 are left over: behind 2^-64 all that is less than half of one.
+  constexpr uint32_t kMillion = 1000000;
+  const Digits product = significand * kMillion;
+  const int32_t down = power > -64 ? -power : 64;
+  Digits millionths = product >> down;
+  const Digits rest = product - (millionths << down);
+  const Digits half = static_cast<Digits>(1) << (down - 1);
+  if (rest > half || (rest == half && millionths % 2 != 0)) ++millionths;
+  put_long(text, millionths / kMillion);
+  put_character(text, '.');
+  for (uint32_t unit = kMillion / 10; unit != 0; unit /= 10)
+    put_unsigned(text, static_cast<uint64_t>(millionths / unit % 10));
+}
+
 Range range_of(const char *field, uint64_t address, int32_t role, int32_t type, uint32_t element_bytes) {
   Range range;
   range.field = field;
@@ -149,9 +198,14 @@ void add(FindingSink &sink, const Id &id, const char *field, int64_t value, Numb
 }
 
 void add(FindingSink &sink, const Id &id, const char *field, int64_t value, const Line &line, int32_t result) {
+  add(sink, id, field, value, line, result, {line.number, line.more[0], line.more[1]});
+}
+
+void add(FindingSink &sink, const Id &id, const char *field, int64_t value, const Line &line, int32_t result,
+         const Numbers &numbers) {
   Finding *finding = next_of(sink);
   if (finding == nullptr) return;
-  fill(*finding, id, field, value, {line.number, line.more[0], line.more[1]});
+  fill(*finding, id, field, value, numbers);
   finding->result = result;
   finding->line_times = line.times;
   Text printed = text_in(finding->line);

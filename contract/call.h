@@ -91,8 +91,8 @@ struct Numbers {
 
 void add(FindingSink &sink, const Id &id, const char *field, int64_t value, Numbers numbers = {});
 
-/// A line that the function prints: `format` holds a %d for each number, and %n for one that is not known. `function` is the name in front; null for a plain line,
-/// else the line is red.
+/// A line that the function prints: `format` holds a %d for each number, a %f where the number is the bits of a float, and %n for
+/// one that is not known. `function` is the name in front; null for a plain line, else the line is red.
 struct Line {
   const char *function;
   const char *format;
@@ -103,6 +103,10 @@ struct Line {
 
 /// Adds a finding with a printed line: a refusal with its result code, or a line that the function prints and goes on.
 void add(FindingSink &sink, const Id &id, const char *field, int64_t value, const Line &line, int32_t result);
+
+/// Likewise, with numbers of the sentence that are not the line's first one.
+void add(FindingSink &sink, const Id &id, const char *field, int64_t value, const Line &line, int32_t result,
+         const Numbers &numbers);
 
 /// Whether a call is refused, and how. `id` is null if it is not.
 struct Refusal {
@@ -131,6 +135,7 @@ void put(Text &text, const char *words);
 void put(Text &text, int64_t number);
 void put_unsigned(Text &text, uint64_t number);
 void put_hexadecimal(Text &text, uint64_t number);
+void put_float(Text &text, float value);  ///< as printf writes it with %f
 
 /// What the library knows of a function. Functions of one family may share it and look at `call.info`.
 struct Description {

@@ -34,7 +34,7 @@ void put_scale(Text &text, const _NN_SCALE &scale) {
 }
 
 /// Floats to six digits behind the point, or as their bits where that says nothing.
-void put_float(Text &text, float value) {
+void put_short_float(Text &text, float value) {
   const bool is_small = value > -2e9f && value < 2e9f;
   if (!is_small) {
     uint32_t bits;
@@ -64,7 +64,7 @@ void put_element(Text &text, int32_t type, const uint8_t *at) {
     case TARVU_CONTRACT_U32:
       return put(text, int64_t{field_at<uint32_t>(at, 0)});
     case TARVU_CONTRACT_F32:
-      return put_float(text, field_at<float>(at, 0));
+      return put_short_float(text, field_at<float>(at, 0));
     case TARVU_CONTRACT_ADDRESS:
       return put_hexadecimal(text, field_at<uint64_t>(at, 0));
     case TARVU_CONTRACT_FMT:
