@@ -14,7 +14,8 @@
 ///   outputs to be wanted.
 /// - What a block holds does not matter: random bytes give answers, too. Only two things must be so: the block itself, and the
 ///   formats, scales, shapes and strides that a function takes by address, are null or readable; and so are the tensors of
-///   indices, grids and scores, where TARVU_CONTRACT_READ_CONTENTS is given.
+///   indices, grids and scores, the flags of LSTM and the input of the softmax by table, where TARVU_CONTRACT_READ_CONTENTS is
+///   given.
 /// - The work grows with the number of a block's fields, never with extents, but where contents are read.
 #ifndef TARVU_CONTRACT_H
 #define TARVU_CONTRACT_H
@@ -113,7 +114,7 @@ TARVU_CONTRACT_API const tarvu_contract_function_info *tarvu_contract_function_i
 
 /// Options of the functions below, to be added up.
 enum {
-  TARVU_CONTRACT_READ_CONTENTS = 1,     ///< read indices, grids and scores where what is touched depends on them
+  TARVU_CONTRACT_READ_CONTENTS = 1,     ///< read contents where what is touched or printed depends on them
   TARVU_CONTRACT_WITHOUT_ADDRESSES = 2  ///< memory is not laid out yet: say nothing about addresses and overlap
 };
 
