@@ -11,7 +11,7 @@ namespace {
 #include "contract/any_ids.inc"
 
 /// Ranges that are looked at together.
-constexpr size_t kPage = 12;
+constexpr size_t kPage = 32;
 
 bool takes_block(const Call &call) { return call.info.block != nullptr; }
 
