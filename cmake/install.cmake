@@ -1,5 +1,6 @@
-# What `cmake --install` puts where: the library with its soname link (component `runtime`); the header, the link that the
-# linker follows, the CMake package and the pkg-config file (component `development`).
+# What `cmake --install` puts where: the library with its soname link (component `runtime`), likewise the contract library
+# (component `contract`); the headers, the links that the linker follows, the contract library's archive, the CMake package and the
+# pkg-config files (component `development`).
 
 include(CMakePackageConfigHelpers)
 
@@ -22,6 +23,12 @@ function(tarvu_install_rules libdir component_prefix)
 
   install(TARGETS tarvu EXPORT ${component_prefix}tarvu_targets
           LIBRARY DESTINATION ${libdir} ${runtime} NAMELINK_COMPONENT ${component_prefix}development
+          PUBLIC_HEADER DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${development}
+          INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(TARGETS tarvu_contract tarvu_contract_static EXPORT ${component_prefix}tarvu_targets
+          LIBRARY DESTINATION ${libdir} COMPONENT ${component_prefix}contract ${ARGN}
+          NAMELINK_COMPONENT ${component_prefix}development
+          ARCHIVE DESTINATION ${libdir} ${development}
           PUBLIC_HEADER DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${development}
           INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
@@ -51,8 +58,18 @@ function(tarvu_install_rules libdir component_prefix)
   else()
     set(TARVU_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
   endif()
-  configure_file(${PROJECT_SOURCE_DIR}/cmake/tarvu.pc.in ${generated}/tarvu.pc @ONLY)
-  install(FILES ${generated}/tarvu.pc DESTINATION ${libdir}/pkgconfig ${development})
+  foreach(library IN ITEMS tarvu tarvu_contract)
+    string(REPLACE _ - name ${library})
+    get_target_property(TARVU_PC_VERSION ${library} VERSION)
+    set(TARVU_PC_LIBRARY ${library})
+    set(TARVU_PC_NAME ${name})
+    set(TARVU_PC_DESCRIPTION ${PROJECT_DESCRIPTION})
+    if(library STREQUAL tarvu_contract)
+      set(TARVU_PC_DESCRIPTION "What calls of libtarvu touch and what is wrong with them, told before they are made")
+    endif()
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/tarvu.pc.in ${generated}/${name}.pc @ONLY)
+    install(FILES ${generated}/${name}.pc DESTINATION ${libdir}/pkgconfig ${development})
+  endforeach()
 endfunction()
 
 tarvu_install_rules(${CMAKE_INSTALL_LIBDIR} "")

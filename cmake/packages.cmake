@@ -1,5 +1,6 @@
 # Debian packages, made by CPack from any build: `libtarvu<soname version>` with the library alone, in the folder of its
-# architecture, and `libtarvu-dev` with all that it takes to build against it, the reference and examples.
+# architecture, likewise `libtarvu-contract<soname version>`, and `libtarvu-dev` with all that it takes to build against them, the
+# reference and examples.
 
 if(TARVU_ARM64)
   set(architecture arm64)
@@ -71,7 +72,7 @@ endfunction()
 # writes what the package manager has to know of a shared library, and puts the list of these files into `result`.
 function(tarvu_shared_library_control package library major names result)
   set(folder ${generated}/${package})
-  set(symbols "${library}.so.${major} ${package} (>= ${PROJECT_VERSION})\n* Build-Depends-Package: ${library}-dev\n")
+  set(symbols "${library}.so.${major} ${package} (>= ${PROJECT_VERSION})\n* Build-Depends-Package: libtarvu-dev\n")
   list(SORT names)
   foreach(name IN LISTS names)
     string(APPEND symbols " ${name}@Base ${PROJECT_VERSION}\n")
@@ -82,6 +83,8 @@ function(tarvu_shared_library_control package library major names result)
   set(${result} ${folder}/symbols ${folder}/shlibs ${folder}/triggers PARENT_SCOPE)
 endfunction()
 
+get_target_property(contract_version tarvu_contract VERSION)
+get_target_property(contract_major tarvu_contract SOVERSION)
 tarvu_install_rules(lib/${triplet} deb_ EXCLUDE_FROM_ALL)
 install(CODE "execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --remove-section=.comment
   \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/lib/${triplet}/libtarvu.so.${PROJECT_VERSION}\" COMMAND_ERROR_IS_FATAL ANY)"
@@ -100,6 +103,30 @@ tarvu_package(
               "."
               "This package holds the shared library, for ${processor}."
   DEPENDS "libc6 (>= 2.29)"
+  CONTROL ${control})
+
+install(CODE "execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --remove-section=.comment
+  \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/lib/${triplet}/libtarvu_contract.so.${contract_version}\" COMMAND_ERROR_IS_FATAL ANY)"
+        COMPONENT deb_contract EXCLUDE_FROM_ALL)
+install(CODE "execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --strip-debug --remove-section=.comment
+  \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/lib/${triplet}/libtarvu_contract.a\" COMMAND_ERROR_IS_FATAL ANY)"
+        COMPONENT deb_development EXCLUDE_FROM_ALL)
+set(contract_package libtarvu-contract${contract_major})
+file(READ ${PROJECT_SOURCE_DIR}/contract/exports.map contract_names)
+string(REGEX MATCHALL "tarvu_contract_[a-z_]+" contract_names "${contract_names}")
+tarvu_shared_library_control(${contract_package} libtarvu_contract ${contract_major} "${contract_names}" control)
+# There is no older C library for arm64; what is needed on the other machine is older than that.
+tarvu_package(
+  deb_contract ${contract_package}
+  SECTION libs
+  SUMMARY "what calls of libtarvu touch and what is wrong with them"
+  DESCRIPTION "For a call of libtarvu that has not been made, this library tells the memory"
+              "that it would read, write and take as scratch, what is wrong or surprising"
+              "about it, and its parameter block in words. Network compilers and memory"
+              "planners link it, on the device or on a PC that compiles for one."
+              "."
+              "This package holds the shared library, for ${processor}."
+  DEPENDS "libc6 (>= 2.17)"
   CONTROL ${control})
 
 # The reference is made when the package is, by a build of its own: only then its tools have to be there.
@@ -124,7 +151,9 @@ tarvu_package(
   SUMMARY "neural-network layer operators - development files"
   DESCRIPTION "All that it takes to build a program against libtarvu: the header, what CMake"
               "and pkg-config need to find the library, the reference as pages for a browser"
-              "and example programs in C and C++."
-  DEPENDS "${runtime_package} (= ${PROJECT_VERSION})")
+              "and example programs in C and C++; likewise for libtarvu_contract, which tells"
+              "what a call would touch and what is wrong with it, and which is here as an"
+              "archive, too."
+  DEPENDS "${runtime_package} (= ${PROJECT_VERSION}), ${contract_package} (= ${PROJECT_VERSION})")
 
 include(CPack)

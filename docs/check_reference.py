@@ -21,10 +21,11 @@ def words_of(page):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    for option in ("header", "names", "layouts", "messages", "html"):
+    for option in ("header", "contract-header", "names", "layouts", "messages", "html"):
         parser.add_argument("--" + option, required=True)
     arguments = parser.parse_args()
-    groups = interface.header_groups(interface.read(arguments.header))
+    contract = interface.read(arguments.contract_header)
+    groups = interface.header_groups(interface.read(arguments.header)) | interface.header_groups(contract)
     pages = {name: os.path.join(arguments.html, f"group__{name.replace('_', '__')}.html") for name in groups}
     made = set(glob.glob(os.path.join(arguments.html, "group_*.html")))
     if made != set(pages.values()):
@@ -34,6 +35,7 @@ def main():
     texts = {name: words_of(page) for name, page in pages.items()}
     together = "\n".join(texts.values())
     names = re.findall(r"^\+ (\w+)", interface.read(arguments.names), flags=re.MULTILINE)
+    names += re.findall(r"^TARVU_CONTRACT_API [^;]*?\b(\w+)\(", contract, flags=re.MULTILINE)
     listed = set()
     for page in pages.values():
         with open(page, encoding="utf-8") as file:

@@ -10,6 +10,12 @@ import subprocess
 import sys
 
 
+# The version of the contract library, and the number in its soname.
+CONTRACT_VERSION = "0.1.0"
+CONTRACT_MAJOR = 0
+# What its package asks for at least: the first C library for arm64.
+OLDEST_C_LIBRARY = "2.17"
+
 # The examples of the development package, and what their output begins with.
 EXAMPLES = {
     "one_layer.c": "8 6 4 2\n",
@@ -58,15 +64,21 @@ def listing(root):
 
 
 def wanted_files(arguments, libdir):
-    """Files of the runtime and of the development part."""
+    """Files of the runtime, of the contract and of the development part."""
     major = arguments.version.split(".", maxsplit=1)[0]
     runtime = {
         f"{libdir}/libtarvu.so.{arguments.version}",
         f"{libdir}/libtarvu.so.{major} -> libtarvu.so.{arguments.version}",
     }
+    contract = {
+        f"{libdir}/libtarvu_contract.so.{CONTRACT_VERSION}",
+        f"{libdir}/libtarvu_contract.so.{CONTRACT_MAJOR} -> libtarvu_contract.so.{CONTRACT_VERSION}",
+    }
     package = {f"{libdir}/cmake/tarvu/tarvu-{name}.cmake" for name in ("config", "config-version", "targets")}
-    development = {"include/tarvu.h", f"{libdir}/libtarvu.so -> libtarvu.so.{major}", f"{libdir}/pkgconfig/tarvu.pc"}
-    return runtime, development | package
+    development = {"include/tarvu.h", f"{libdir}/libtarvu.so -> libtarvu.so.{major}", f"{libdir}/pkgconfig/tarvu.pc",
+                   "include/tarvu_contract.h", f"{libdir}/libtarvu_contract.a", f"{libdir}/pkgconfig/tarvu-contract.pc",
+                   f"{libdir}/libtarvu_contract.so -> libtarvu_contract.so.{CONTRACT_MAJOR}"}
+    return runtime, contract, development | package
 
 
 def without_build_type(paths, libdir):
@@ -106,13 +118,16 @@ def check_tree(arguments):
     """Installs into a new folder, looks at the files, and moves the tree: nothing in it may know where it was."""
     first = os.path.join(fresh(os.path.join(arguments.scratch, "first")), "tree")
     run([arguments.cmake, "--install", arguments.build, "--prefix", first, "--strip"])
-    runtime, development = wanted_files(arguments, arguments.libdir)
-    expect_equal("files", without_build_type(listing(first), arguments.libdir), runtime | development)
+    runtime, contract, development = wanted_files(arguments, arguments.libdir)
+    expect_equal("files", without_build_type(listing(first), arguments.libdir), runtime | contract | development)
     library = os.path.join(first, arguments.libdir, f"libtarvu.so.{arguments.version}")
     check_stripped(arguments, library)
     check_readme(arguments, library)
-    with open(arguments.header, "rb") as ours, open(os.path.join(first, "include/tarvu.h"), "rb") as theirs:
-        expect_equal("the header is the repository's", ours.read() == theirs.read(), True)
+    check_stripped(arguments, os.path.join(first, arguments.libdir, f"libtarvu_contract.so.{CONTRACT_VERSION}"))
+    for header in (arguments.header, arguments.contract_header):
+        name = os.path.basename(header)
+        with open(header, "rb") as ours, open(os.path.join(first, "include", name), "rb") as theirs:
+            expect_equal(f"{name} is the repository's", ours.read() == theirs.read(), True)
     for folder, _, names in os.walk(first):
         for name in names:
             with open(os.path.join(folder, name), "rb") as file:
@@ -169,10 +184,14 @@ def build_make_project(arguments, tree, libdir, build):
                        CC=arguments.compiler, LD_LIBRARY_PATH=library_folder)
     version = run([arguments.pkg_config, "--modversion", "tarvu"], env=environment)
     expect_equal("version", version.strip(), arguments.version)
+    version = run([arguments.pkg_config, "--modversion", "tarvu-contract"], env=environment)
+    expect_equal("version", version.strip(), CONTRACT_VERSION)
     run([arguments.make], cwd=build, env=environment)
     emulator = arguments.emulator.split()
     output = run([*emulator, os.path.join(build, "stranger")], env=environment)
     expect_equal("output", output, "version 02.19.2406110: 5 -5 3 -4\n")
+    output = run([*emulator, os.path.join(build, "planner")], env=environment)
+    expect_equal("output", output, "TARVU-REVERSE-01: Reverse moves elements of 8 or 16 bits; the bits of in_fmt add up to 0.\n")
 
 
 def check_make_project(arguments):
@@ -228,27 +247,56 @@ def fields_of(arguments, package):
     return dict(re.findall(r"^([A-Z][\w-]*): (.*)$", run([arguments.dpkg_deb, "-f", package]), flags=re.MULTILINE))
 
 
+def version_key(version):
+    return [int(part) for part in version.split(".")]
+
+
 def youngest_c_library(arguments, library):
     """The version of the C library that the youngest imported function has."""
     versions = re.findall(r"\bGLIBC_([\d.]+)", run([arguments.readelf, "-VW", library]))
-    return max(versions, key=lambda version: [int(part) for part in version.split(".")])
+    return max(versions, key=version_key)
 
 
 def packages_folder(arguments):
     return os.path.join(arguments.scratch, "packages")
 
 
+def check_machine(arguments, file):
+    machine = {"amd64": "Advanced Micro Devices X86-64", "arm64": "AArch64"}[arguments.architecture]
+    if f"Machine:{machine}" not in re.sub(r"Machine:\s+", "Machine:", run([arguments.readelf, "-hW", file])):
+        raise Finding(f"{file} is not for {arguments.architecture}")
+
+
+def check_control(arguments, package, library, major, exported):
+    """What the package manager has to know of a package with a shared library."""
+    name = os.path.basename(package).split("_", maxsplit=1)[0]
+    control = os.path.join(packages_folder(arguments), f"control_of_{name}")
+    run([arguments.dpkg_deb, "-e", package, control])
+    with open(os.path.join(control, "shlibs"), encoding="ascii") as file:
+        expect_equal("shlibs", file.read().strip(), f"{library} {major} {name} (>= {arguments.version})")
+    with open(os.path.join(control, "triggers"), encoding="ascii") as file:
+        expect_equal("triggers", file.read(), "activate-noawait ldconfig\n")
+    with open(os.path.join(control, "symbols"), encoding="ascii") as file:
+        symbols = file.read().splitlines()
+    expect_equal("symbols", "\n".join(symbols), "\n".join(
+        [f"{library}.so.{major} {name} (>= {arguments.version})", "* Build-Depends-Package: libtarvu-dev",
+         *(f" {symbol}@Base {arguments.version}" for symbol in sorted(exported))]))
+    expect_equal("control files", sorted(os.listdir(control)), ["control", "md5sums", "shlibs", "symbols", "triggers"])
+
+
 def check_packages(arguments):
     folder = fresh(packages_folder(arguments))
     run([arguments.cpack, "--config", os.path.join(arguments.build, "CPackConfig.cmake"), "-B", folder])
     major = arguments.version.split(".", maxsplit=1)[0]
-    names = {f"libtarvu{major}", "libtarvu-dev"}
+    runtime_name, contract_name = f"libtarvu{major}", f"libtarvu-contract{CONTRACT_MAJOR}"
+    names = {runtime_name, contract_name, "libtarvu-dev"}
     files = {name: f"{name}_{arguments.version}_{arguments.architecture}.deb" for name in names}
     expect_equal("packages", {name for name in os.listdir(folder) if name.endswith(".deb")}, set(files.values()))
 
     libdir = f"lib/{arguments.triplet}"
-    runtime, development = wanted_files(arguments, libdir)
-    library = None
+    runtime, contract, development = wanted_files(arguments, libdir)
+    libraries = {runtime_name: f"libtarvu.so.{arguments.version}",
+                 contract_name: f"libtarvu_contract.so.{CONTRACT_VERSION}"}
     for name, file in files.items():
         package = os.path.join(folder, file)
         content = os.path.join(folder, name)
@@ -258,12 +306,16 @@ def check_packages(arguments):
         check_documents(arguments, name, os.path.join(content, "usr"))
         if name == "libtarvu-dev":
             expect_equal(name, without_build_type(held, libdir), development | wanted_documents(name))
-            needed = f"libtarvu{major} (= {arguments.version})"
+            needed = ", ".join(f"{library} (= {arguments.version})" for library in (runtime_name, contract_name))
         else:
-            expect_equal(name, held, runtime | wanted_documents(name))
-            library = os.path.join(content, "usr", libdir, f"libtarvu.so.{arguments.version}")
+            expect_equal(name, held, {runtime_name: runtime, contract_name: contract}[name] | wanted_documents(name))
+            library = os.path.join(content, "usr", libdir, libraries[name])
             check_stripped(arguments, library)
-            needed = f"libc6 (>= {youngest_c_library(arguments, library)})"
+            check_machine(arguments, library)
+            c_library = youngest_c_library(arguments, library)
+            if name == contract_name:
+                c_library = max(c_library, OLDEST_C_LIBRARY, key=version_key)
+            needed = f"libc6 (>= {c_library})"
         fields = fields_of(arguments, package)
         wanted = {"Package": name, "Version": arguments.version, "Architecture": arguments.architecture, "Depends": needed}
         expect_equal("fields", {field: fields.get(field) for field in wanted}, wanted)
@@ -271,31 +323,19 @@ def check_packages(arguments):
             if line.split()[1] != "root/root":
                 raise Finding(f"not root's: {line}")
 
-    control = os.path.join(folder, "control")
-    run([arguments.dpkg_deb, "-e", os.path.join(folder, files[f"libtarvu{major}"]), control])
-    with open(os.path.join(control, "shlibs"), encoding="ascii") as file:
-        expect_equal("shlibs", file.read().strip(), f"libtarvu {major} libtarvu{major} (>= {arguments.version})")
-    with open(os.path.join(control, "triggers"), encoding="ascii") as file:
-        expect_equal("triggers", file.read(), "activate-noawait ldconfig\n")
-    with open(os.path.join(control, "symbols"), encoding="ascii") as file:
-        symbols = file.read().splitlines()
     with open(arguments.names, encoding="ascii") as file:
-        exported = sorted(re.findall(r"^\+ (\w+)$", file.read(), flags=re.MULTILINE))
-    expect_equal("symbols", "\n".join(symbols), "\n".join(
-        [f"libtarvu.so.{major} libtarvu{major} (>= {arguments.version})", "* Build-Depends-Package: libtarvu-dev",
-         *(f" {symbol}@Base {arguments.version}" for symbol in exported)]))
-    expect_equal("control files", sorted(os.listdir(control)), ["control", "md5sums", "shlibs", "symbols", "triggers"])
-    # Both packages in one root make a whole.
+        check_control(arguments, os.path.join(folder, files[runtime_name]), "libtarvu", major,
+                      re.findall(r"^\+ (\w+)$", file.read(), flags=re.MULTILINE))
+    with open(arguments.contract_header, encoding="ascii") as file:
+        check_control(arguments, os.path.join(folder, files[contract_name]), "libtarvu_contract", CONTRACT_MAJOR,
+                      re.findall(r"^TARVU_CONTRACT_API [^;]*?\b(\w+)\(", file.read(), flags=re.MULTILINE))
+    # All packages in one root make a whole.
     tree = os.path.join(folder, "root", "usr")
     for name in names:
         shutil.copytree(os.path.join(folder, name), os.path.join(folder, "root"), symlinks=True, dirs_exist_ok=True)
     build_make_project(arguments, tree, libdir, os.path.join(folder, "make_project_build"))
     build_cmake_project(arguments, tree, libdir, os.path.join(folder, "cmake_project_build"))
     build_examples(arguments, tree, libdir, os.path.join(folder, "examples_build"))
-
-    machine = {"amd64": "Advanced Micro Devices X86-64", "arm64": "AArch64"}[arguments.architecture]
-    if f"Machine:{machine}" not in re.sub(r"Machine:\s+", "Machine:", run([arguments.readelf, "-hW", library])):
-        raise Finding(f"the library is not for {arguments.architecture}")
 
 
 def check_lintian(arguments):
@@ -326,7 +366,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("check", choices=sorted(CHECKS))
     for option in ("cmake", "cpack", "make", "pkg-config", "dpkg-deb", "readelf", "compiler", "cxx-compiler", "lintian",
-                   "names", "build", "sources", "header", "readme", "scratch", "libdir", "version", "system", "architecture", "triplet"):
+                   "names", "build", "sources", "header", "contract-header", "readme", "scratch", "libdir", "version", "system", "architecture", "triplet"):
         parser.add_argument("--" + option, required=True)
     parser.add_argument("--emulator", default="", help="command that runs the programs, if this machine cannot")
     arguments = parser.parse_args()
