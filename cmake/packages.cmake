@@ -140,7 +140,7 @@ execute_process(COMMAND \"${CMAKE_COMMAND}\" --build \"${PROJECT_BINARY_DIR}/ref
         COMPONENT deb_development EXCLUDE_FROM_ALL)
 install(DIRECTORY ${PROJECT_BINARY_DIR}/reference/docs/html DESTINATION share/doc/libtarvu-dev COMPONENT deb_development
         EXCLUDE_FROM_ALL)
-set(examples one_layer.c pooling_layer.c softmax_layer.c detector_tail.c padded_lines.c largest_scores.cpp)
+set(examples one_layer.c pooling_layer.c softmax_layer.c detector_tail.c padded_lines.c largest_scores.cpp arena.c)
 list(TRANSFORM examples PREPEND ${PROJECT_SOURCE_DIR}/examples/)
 install(FILES ${examples} DESTINATION share/doc/libtarvu-dev/examples COMPONENT deb_development EXCLUDE_FROM_ALL)
 install(FILES ${PROJECT_SOURCE_DIR}/cmake/packages/reference.doc-base DESTINATION share/doc-base

@@ -24,6 +24,7 @@ EXAMPLES = {
     "detector_tail.c": "0.900 at ",
     "padded_lines.c": "11 21 --\n",
     "largest_scores.cpp": "element 2: 5.8125\n",
+    "arena.c": "tarvu_pool_process: in_addr 88 out_addr 12\n",
 }
 
 
@@ -238,7 +239,7 @@ def build_examples(arguments, tree, libdir, build):
         compiler = arguments.compiler if source.endswith(".c") else arguments.cxx_compiler
         program = os.path.join(build, source.split(".", maxsplit=1)[0])
         run([compiler, os.path.join(examples, source), "-I", os.path.join(tree, "include"), "-L", os.path.join(tree, libdir),
-             "-ltarvu", "-o", program])
+             "-ltarvu", "-ltarvu_contract", "-o", program])
         output = run([*arguments.emulator.split(), program], env=dict(os.environ, LD_LIBRARY_PATH=os.path.join(tree, libdir)))
         expect_equal(source, output[:len(start)], start)
 
