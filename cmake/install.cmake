@@ -1,5 +1,5 @@
 # What `cmake --install` puts where: the library with its soname link (component `runtime`), likewise the contract library
-# (component `contract`); the headers, the links that the linker follows, the contract library's archive, the CMake package and the
+# (component `contract`); `tarvu-check` with its page of the manual (component `tools`); the headers, the links that the linker follows, the contract library's archive, the CMake package and the
 # pkg-config files (component `development`).
 
 include(CMakePackageConfigHelpers)
@@ -31,6 +31,10 @@ function(tarvu_install_rules libdir component_prefix)
           ARCHIVE DESTINATION ${libdir} ${development}
           PUBLIC_HEADER DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${development}
           INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+  if(TARVU_TOOLS)
+    install(TARGETS tarvu_check RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${component_prefix}tools ${ARGN})
+  endif()
 
   configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/tarvu-config.cmake.in ${generated}/tarvu-config.cmake
                                 INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO)
@@ -73,3 +77,7 @@ function(tarvu_install_rules libdir component_prefix)
 endfunction()
 
 tarvu_install_rules(${CMAKE_INSTALL_LIBDIR} "")
+if(TARVU_TOOLS)
+  install(FILES ${PROJECT_SOURCE_DIR}/contract/tarvu_check/tarvu-check.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+          COMPONENT tools)
+endif()

@@ -1,15 +1,17 @@
 # Debian packages, made by CPack from any build: `libtarvu<soname version>` with the library alone, in the folder of its
-# architecture, likewise `libtarvu-contract<soname version>`, and `libtarvu-dev` with all that it takes to build against them, the
+# architecture, likewise `libtarvu-contract<soname version>`, `tarvu-tools` with the program `tarvu-check`, and `libtarvu-dev` with all that it takes to build against them, the
 # reference and examples.
 
 if(TARVU_ARM64)
   set(architecture arm64)
   set(processor "any 64-bit Arm processor")
   set(triplet aarch64-linux-gnu)
+  set(tools_c_library 2.36)
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
   set(architecture amd64)
   set(processor "processors of the level ${TARVU_HOST_LEVEL}")
   set(triplet x86_64-linux-gnu)
+  set(tools_c_library 2.36)
 else()
   return()
 endif()
@@ -128,6 +130,24 @@ tarvu_package(
               "This package holds the shared library, for ${processor}."
   DEPENDS "libc6 (>= 2.17)"
   CONTROL ${control})
+
+if(TARVU_TOOLS)
+  execute_process(
+    COMMAND ${TARVU_gzip} --best --no-name --stdout ${PROJECT_SOURCE_DIR}/contract/tarvu_check/tarvu-check.1
+    OUTPUT_FILE ${generated}/tarvu-check.1.gz COMMAND_ERROR_IS_FATAL ANY)
+  install(FILES ${generated}/tarvu-check.1.gz DESTINATION share/man/man1 COMPONENT deb_tools EXCLUDE_FROM_ALL)
+  install(CODE "execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --remove-section=.comment
+    \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/bin/tarvu-check\" COMMAND_ERROR_IS_FATAL ANY)"
+          COMPONENT deb_tools EXCLUDE_FROM_ALL)
+  tarvu_package(
+    deb_tools tarvu-tools
+    SECTION devel
+    SUMMARY "tells what calls of libtarvu touch and what is wrong with them"
+    DESCRIPTION "The program tarvu-check takes a parameter block of libtarvu as it stands in"
+                "memory, or a call written in JSON, and prints it in words with the memory"
+                "that it would touch, its scratch bytes and what is wrong with it."
+    DEPENDS "libc6 (>= ${tools_c_library})")
+endif()
 
 # The reference is made when the package is, by a build of its own: only then its tools have to be there.
 install(CODE "execute_process(

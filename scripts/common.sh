@@ -24,6 +24,7 @@ example_tools="
   pkg-config pkg-config
   /usr/include/stb/stb_image.h libstb-dev
   /usr/include/CLI/CLI.hpp libcli11-dev
+  /usr/include/nlohmann/json.hpp nlohmann-json3-dev
 "
 test_tools="
   python3 python3

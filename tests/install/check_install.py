@@ -65,7 +65,7 @@ def listing(root):
 
 
 def wanted_files(arguments, libdir):
-    """Files of the runtime, of the contract and of the development part."""
+    """Files of the runtime, of the contract and of the development part, and of the tools."""
     major = arguments.version.split(".", maxsplit=1)[0]
     runtime = {
         f"{libdir}/libtarvu.so.{arguments.version}",
@@ -79,7 +79,7 @@ def wanted_files(arguments, libdir):
     development = {"include/tarvu.h", f"{libdir}/libtarvu.so -> libtarvu.so.{major}", f"{libdir}/pkgconfig/tarvu.pc",
                    "include/tarvu_contract.h", f"{libdir}/libtarvu_contract.a", f"{libdir}/pkgconfig/tarvu-contract.pc",
                    f"{libdir}/libtarvu_contract.so -> libtarvu_contract.so.{CONTRACT_MAJOR}"}
-    return runtime, contract, development | package
+    return runtime, contract, development | package, {"bin/tarvu-check", "share/man/man1/tarvu-check.1"}
 
 
 def without_build_type(paths, libdir):
@@ -119,8 +119,8 @@ def check_tree(arguments):
     """Installs into a new folder, looks at the files, and moves the tree: nothing in it may know where it was."""
     first = os.path.join(fresh(os.path.join(arguments.scratch, "first")), "tree")
     run([arguments.cmake, "--install", arguments.build, "--prefix", first, "--strip"])
-    runtime, contract, development = wanted_files(arguments, arguments.libdir)
-    expect_equal("files", without_build_type(listing(first), arguments.libdir), runtime | contract | development)
+    runtime, contract, development, tools = wanted_files(arguments, arguments.libdir)
+    expect_equal("files", without_build_type(listing(first), arguments.libdir), runtime | contract | development | tools)
     library = os.path.join(first, arguments.libdir, f"libtarvu.so.{arguments.version}")
     check_stripped(arguments, library)
     check_readme(arguments, library)
@@ -290,14 +290,16 @@ def check_packages(arguments):
     run([arguments.cpack, "--config", os.path.join(arguments.build, "CPackConfig.cmake"), "-B", folder])
     major = arguments.version.split(".", maxsplit=1)[0]
     runtime_name, contract_name = f"libtarvu{major}", f"libtarvu-contract{CONTRACT_MAJOR}"
-    names = {runtime_name, contract_name, "libtarvu-dev"}
+    names = {runtime_name, contract_name, "libtarvu-dev", "tarvu-tools"}
     files = {name: f"{name}_{arguments.version}_{arguments.architecture}.deb" for name in names}
     expect_equal("packages", {name for name in os.listdir(folder) if name.endswith(".deb")}, set(files.values()))
 
     libdir = f"lib/{arguments.triplet}"
-    runtime, contract, development = wanted_files(arguments, libdir)
-    libraries = {runtime_name: f"libtarvu.so.{arguments.version}",
-                 contract_name: f"libtarvu_contract.so.{CONTRACT_VERSION}"}
+    runtime, contract, development, _ = wanted_files(arguments, libdir)
+    binaries = {runtime_name: f"{libdir}/libtarvu.so.{arguments.version}",
+                contract_name: f"{libdir}/libtarvu_contract.so.{CONTRACT_VERSION}", "tarvu-tools": "bin/tarvu-check"}
+    contents = {runtime_name: runtime, contract_name: contract,
+                "tarvu-tools": {"bin/tarvu-check", "share/man/man1/tarvu-check.1.gz"}}
     for name, file in files.items():
         package = os.path.join(folder, file)
         content = os.path.join(folder, name)
@@ -309,8 +311,8 @@ def check_packages(arguments):
             expect_equal(name, without_build_type(held, libdir), development | wanted_documents(name))
             needed = ", ".join(f"{library} (= {arguments.version})" for library in (runtime_name, contract_name))
         else:
-            expect_equal(name, held, {runtime_name: runtime, contract_name: contract}[name] | wanted_documents(name))
-            library = os.path.join(content, "usr", libdir, libraries[name])
+            expect_equal(name, held, contents[name] | wanted_documents(name))
+            library = os.path.join(content, "usr", binaries[name])
             check_stripped(arguments, library)
             check_machine(arguments, library)
             c_library = youngest_c_library(arguments, library)
