@@ -33,7 +33,9 @@ target_compile_options(
     -ffile-prefix-map=${PROJECT_BINARY_DIR}=build
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions>
     $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti>
-    $<$<COMPILE_LANGUAGE:CXX>:-fno-threadsafe-statics>)
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-threadsafe-statics>
+    # A grid of no columns never ends; Clang would leave such a loop out.
+    $<$<CXX_COMPILER_ID:Clang>:-fno-finite-loops>)
 
 if(NOT TARVU_INSTRUMENTED)
   # An application that brings its own printf sees every line: none goes out through puts instead. The compiler then no longer
