@@ -126,7 +126,7 @@ struct Reader<Result (*)(Arguments...)> {
 };
 
 #define FUNCTION(name, description, ...) \
-  {Reader<decltype(&::name)>::info(#name, &description != &kNotDescribed, {__VA_ARGS__}), &description},
+  {Reader<decltype(&::name)>::info(#name, !equal(#description, "kNotDescribed"), {__VA_ARGS__}), &description},
 constexpr Function kFunctions[] = {
 #include "contract/functions.inc"
 };
