@@ -14,7 +14,7 @@ namespace tarvu {
 /// Lane k of the result is lane place(k) of the 2 * kLanes<V> lanes of a and b.
 template <Lanes V, class Place, int... k>
 inline V shuffle(V a, V b, Place, std::integer_sequence<int, k...>) {
-  return __builtin_shufflevector(a, b, Place::of(k)...);
+  return take_lanes<Place::of(k)...>(a, b);
 }
 template <class Place, Lanes V>
 inline V shuffle(V a, V b) {
@@ -72,8 +72,8 @@ inline V reverse(V a) {
 }
 
 /// The lower, or the upper, two of four lanes twice.
-inline f32x4 lower_twice(f32x4 a) { return __builtin_shufflevector(a, a, 0, 1, 0, 1); }
-inline f32x4 upper_twice(f32x4 a) { return __builtin_shufflevector(a, a, 2, 3, 2, 3); }
+inline f32x4 lower_twice(f32x4 a) { return take_lanes<0, 1, 0, 1>(a, a); }
+inline f32x4 upper_twice(f32x4 a) { return take_lanes<2, 3, 2, 3>(a, a); }
 
 /// Several vectors.
 template <class V, int count>

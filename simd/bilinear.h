@@ -146,16 +146,16 @@ class TransposedBytes {
     const StepLanes points2367 = zip_low_bytes(steps[2], steps[3]);
     const auto low = Words(_mm256_unpacklo_epi16(__m256i(points0145), __m256i(points2367)));
     const auto high = Words(_mm256_unpackhi_epi16(__m256i(points0145), __m256i(points2367)));
-    rows_[0] = Rows(__builtin_shufflevector(low, low, 0, 4, 1, 5, 2, 6, 3, 7));
-    rows_[1] = Rows(__builtin_shufflevector(high, high, 0, 4, 1, 5, 2, 6, 3, 7));
+    rows_[0] = Rows(take_lanes<0, 4, 1, 5, 2, 6, 3, 7>(low, low));
+    rows_[1] = Rows(take_lanes<0, 4, 1, 5, 2, 6, 3, 7>(high, high));
 #else
     const u16x8 points01 = zip_low_bytes(steps[0], steps[1]);
     const u16x8 points23 = zip_low_bytes(steps[2], steps[3]);
     const u16x8 points45 = zip_low_bytes(steps[4], steps[5]);
     const u16x8 points67 = zip_low_bytes(steps[6], steps[7]);
     const auto zip_words = [](u16x8 a, u16x8 b, Rows &low, Rows &high) {
-      low = Rows(__builtin_shufflevector(u32x4(a), u32x4(b), 0, 4, 1, 5));
-      high = Rows(__builtin_shufflevector(u32x4(a), u32x4(b), 2, 6, 3, 7));
+      low = Rows(take_lanes<0, 4, 1, 5>(u32x4(a), u32x4(b)));
+      high = Rows(take_lanes<2, 6, 3, 7>(u32x4(a), u32x4(b)));
     };
     zip_words(zip_low(points01, points23), zip_low(points45, points67), rows_[0], rows_[1]);
     zip_words(zip_high(points01, points23), zip_high(points45, points67), rows_[2], rows_[3]);

@@ -23,7 +23,7 @@ inline f64x2 widen_high(f32x4 x) {
 #if TARVU_NEON
   return vcvt_high_f64_f32(x);
 #else
-  return widen_low(f32x4(__builtin_shufflevector(x, x, 2, 3, 2, 3)));
+  return widen_low(f32x4(take_lanes<2, 3, 2, 3>(x, x)));
 #endif
 }
 

@@ -16,26 +16,24 @@ struct FourColumns {
 
 /// Transposes 4 x 4 floats.
 inline FourColumns<f32x4> transpose_fours(f32x4 a, f32x4 b, f32x4 c, f32x4 d) {
-  const f32x4 ab_low = __builtin_shufflevector(a, b, 0, 4, 1, 5);
-  const f32x4 ab_high = __builtin_shufflevector(a, b, 2, 6, 3, 7);
-  const f32x4 cd_low = __builtin_shufflevector(c, d, 0, 4, 1, 5);
-  const f32x4 cd_high = __builtin_shufflevector(c, d, 2, 6, 3, 7);
-  return {{__builtin_shufflevector(ab_low, cd_low, 0, 1, 4, 5), __builtin_shufflevector(ab_low, cd_low, 2, 3, 6, 7),
-           __builtin_shufflevector(ab_high, cd_high, 0, 1, 4, 5),
-           __builtin_shufflevector(ab_high, cd_high, 2, 3, 6, 7)}};
+  const f32x4 ab_low = take_lanes<0, 4, 1, 5>(a, b);
+  const f32x4 ab_high = take_lanes<2, 6, 3, 7>(a, b);
+  const f32x4 cd_low = take_lanes<0, 4, 1, 5>(c, d);
+  const f32x4 cd_high = take_lanes<2, 6, 3, 7>(c, d);
+  return {{take_lanes<0, 1, 4, 5>(ab_low, cd_low), take_lanes<2, 3, 6, 7>(ab_low, cd_low),
+           take_lanes<0, 1, 4, 5>(ab_high, cd_high), take_lanes<2, 3, 6, 7>(ab_high, cd_high)}};
 }
 
 #if TARVU_AVX2
 /// The lower and the upper four lanes each on their own.
 inline FourColumns<f32xn> transpose_fours(f32xn a, f32xn b, f32xn c, f32xn d) {
-  const f32xn ab_low = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13);
-  const f32xn ab_high = __builtin_shufflevector(a, b, 2, 10, 3, 11, 6, 14, 7, 15);
-  const f32xn cd_low = __builtin_shufflevector(c, d, 0, 8, 1, 9, 4, 12, 5, 13);
-  const f32xn cd_high = __builtin_shufflevector(c, d, 2, 10, 3, 11, 6, 14, 7, 15);
-  return {{__builtin_shufflevector(ab_low, cd_low, 0, 1, 8, 9, 4, 5, 12, 13),
-           __builtin_shufflevector(ab_low, cd_low, 2, 3, 10, 11, 6, 7, 14, 15),
-           __builtin_shufflevector(ab_high, cd_high, 0, 1, 8, 9, 4, 5, 12, 13),
-           __builtin_shufflevector(ab_high, cd_high, 2, 3, 10, 11, 6, 7, 14, 15)}};
+  const f32xn ab_low = take_lanes<0, 8, 1, 9, 4, 12, 5, 13>(a, b);
+  const f32xn ab_high = take_lanes<2, 10, 3, 11, 6, 14, 7, 15>(a, b);
+  const f32xn cd_low = take_lanes<0, 8, 1, 9, 4, 12, 5, 13>(c, d);
+  const f32xn cd_high = take_lanes<2, 10, 3, 11, 6, 14, 7, 15>(c, d);
+  return {{take_lanes<0, 1, 8, 9, 4, 5, 12, 13>(ab_low, cd_low), take_lanes<2, 3, 10, 11, 6, 7, 14, 15>(ab_low, cd_low),
+           take_lanes<0, 1, 8, 9, 4, 5, 12, 13>(ab_high, cd_high),
+           take_lanes<2, 3, 10, 11, 6, 7, 14, 15>(ab_high, cd_high)}};
 }
 #endif
 

@@ -465,13 +465,12 @@ struct Pairs {
 template <class Lanes>
 [[gnu::always_inline]] inline Pairs<Lanes> split_pairs(Lanes low, Lanes high) {
   if constexpr (sizeof(Lanes{}[0]) == 1) {
-    return {__builtin_shufflevector(low, high, 0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30),
-            __builtin_shufflevector(low, high, 1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31)};
+    return {take_lanes<0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30>(low, high),
+            take_lanes<1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31>(low, high)};
   } else if constexpr (sizeof(Lanes{}[0]) == 2) {
-    return {__builtin_shufflevector(low, high, 0, 2, 4, 6, 8, 10, 12, 14),
-            __builtin_shufflevector(low, high, 1, 3, 5, 7, 9, 11, 13, 15)};
+    return {take_lanes<0, 2, 4, 6, 8, 10, 12, 14>(low, high), take_lanes<1, 3, 5, 7, 9, 11, 13, 15>(low, high)};
   } else {
-    return {__builtin_shufflevector(low, high, 0, 2, 4, 6), __builtin_shufflevector(low, high, 1, 3, 5, 7)};
+    return {take_lanes<0, 2, 4, 6>(low, high), take_lanes<1, 3, 5, 7>(low, high)};
   }
 }
 template <class Lanes>

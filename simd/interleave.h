@@ -18,13 +18,13 @@ using LanesOfElement =
 /// Lanes `first`, `first` + 1, ... of two vectors in turn, half a vector of each.
 template <int first, class V, int... k>
 inline V zip_from(V a, V b, std::integer_sequence<int, k...>) {
-  return __builtin_shufflevector(a, b, (first + k / 2 + k % 2 * kLanes<V>)...);
+  return take_lanes<(first + k / 2 + k % 2 * kLanes<V>)...>(a, b);
 }
 
 /// Every second lane of two vectors from lane `first` on, those of `a` ahead of those of `b`.
 template <int first, class V, int... k>
 inline V unzip_from(V a, V b, std::integer_sequence<int, k...>) {
-  return __builtin_shufflevector(a, b, (first + 2 * k)...);
+  return take_lanes<(first + 2 * k)...>(a, b);
 }
 
 /// Zips vectors k and k + half of them for every k: the lanes of both, in turn, become vectors 2k and 2k + 1. A lone vector zips
@@ -34,7 +34,7 @@ inline void zip_round(V (&lanes)[vectors]) {
   constexpr std::make_integer_sequence<int, kLanes<V>> kAll;
   if constexpr (vectors == 1) {
     lanes[0] = [&]<int... k>(std::integer_sequence<int, k...>) {
-      return __builtin_shufflevector(lanes[0], lanes[0], (k / 2 + k % 2 * (kLanes<V> / 2))...);
+      return take_lanes<(k / 2 + k % 2 * (kLanes<V> / 2))...>(lanes[0], lanes[0]);
     }
     (kAll);
   } else {
@@ -53,7 +53,7 @@ inline void unzip_round(V (&lanes)[vectors]) {
   constexpr std::make_integer_sequence<int, kLanes<V>> kAll;
   if constexpr (vectors == 1) {
     lanes[0] = [&]<int... k>(std::integer_sequence<int, k...>) {
-      return __builtin_shufflevector(lanes[0], lanes[0], (2 * k % kLanes<V> + 2 * k / kLanes<V>)...);
+      return take_lanes<(2 * k % kLanes<V> + 2 * k / kLanes<V>)...>(lanes[0], lanes[0]);
     }
     (kAll);
   } else {

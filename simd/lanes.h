@@ -82,6 +82,22 @@ using SignedLanes = typename VectorOf<int32_t, sizeof(F)>::type;
 template <FloatLanes F>
 using UnsignedLanes = typename VectorOf<uint32_t, sizeof(F)>::type;
 
+/// Lane i of the result is lane k_i of `a` with `b` behind it.
+#if __has_builtin(__builtin_shufflevector)
+template <int... k, class A, class B>
+inline auto take_lanes(A a, B b) {
+  return __builtin_shufflevector(a, b, k...);
+}
+#else
+template <int... k, class A, class B>
+inline A take_lanes(A a, B b) {
+  using Number = std::conditional_t<sizeof(LaneType<A>) == 1, int8_t,
+                                    std::conditional_t<sizeof(LaneType<A>) == 2, int16_t,
+                                                       std::conditional_t<sizeof(LaneType<A>) == 4, int32_t, int64_t>>>;
+  return __builtin_shuffle(a, A(b), typename VectorOf<Number, sizeof(A)>::type{k...});
+}
+#endif
+
 /// All lanes equal to `x`.
 template <class V>
 inline V fill(LaneType<V> x) {
@@ -320,7 +336,7 @@ inline float largest_lane(f32x4 a) {
 #if TARVU_NEON
   return vmaxvq_f32(a);
 #elif TARVU_AVX2
-  const f32x4 pairs = maximum(a, f32x4(__builtin_shufflevector(a, a, 2, 3, 0, 1)));
+  const f32x4 pairs = maximum(a, f32x4(take_lanes<2, 3, 0, 1>(a, a)));
   return maximum(pairs[0], pairs[1]);
 #else
   return maximum(maximum(a[0], a[1]), maximum(a[2], a[3]));

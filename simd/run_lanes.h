@@ -97,8 +97,7 @@ inline void store_separated(const TurnLanes<T> (&turn)[kTurnParts<T>], At at) {
       // Four elements of each run together, and then eight.
       u32x4 fours[2];
       for (int k = 0; k < 2; ++k) {
-        fours[k] =
-            u32x4(__builtin_shufflevector(turn[k], turn[k], 0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
+        fours[k] = u32x4(take_lanes<0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15>(turn[k], turn[k]));
       }
       const auto first = u64x2(zip_low(fours[0], fours[1]));
       const auto last = u64x2(zip_high(fours[0], fours[1]));
