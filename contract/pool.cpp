@@ -164,8 +164,24 @@ void add_output(RangeSink &sink, const _NN_POOL_PARM &block, uint32_t columns, u
   add(sink, range);
 }
 
+/// Global modes load what lies between two lines, if it is less.
+constexpr uint32_t kMostBetweenLines = 4096;
+
 void global_ranges(const _NN_POOL_PARM &block, RangeSink &sink) {
   add_input(sink, block, {0, block.width, 1, 0, 0}, {0, block.height, 1, 0, 0}, true);
+  // Lines less than a page apart are loaded with what lies between them, but for what lies behind the last one.
+  const uint32_t line_bytes = block.width * elements_of(block.in_fmt).bytes;
+  if (block.width > 0 && block.height > 1 && block.in_line_ofs > line_bytes &&
+      block.in_line_ofs - line_bytes < kMostBetweenLines) {
+    Range between = range_of("in_addr", block.in_addr, TARVU_CONTRACT_READS, TARVU_CONTRACT_BYTES, 1);
+    between.exact = 0;
+    between.offset = line_bytes;
+    extend(between, block.in_line_ofs - line_bytes, 1);
+    extend(between, block.height - 1u, block.in_line_ofs);
+    extend(between, block.channel, block.in_channel_ofs, TARVU_CONTRACT_AXIS_CHANNEL, "in_channel_ofs");
+    extend(between, block.batch, block.in_batch_ofs, TARVU_CONTRACT_AXIS_BATCH, "in_batch_ofs");
+    add(sink, between);
+  }
   add_output(sink, block, 1, 0, 1);
 }
 
