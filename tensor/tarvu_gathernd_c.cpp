@@ -6,8 +6,8 @@
 #include <type_traits>
 
 #include "frame/tarvu_util.h"
-#include "simd/runs.h"
 #include "simd/rearrange.h"
+#include "simd/runs.h"
 
 namespace tarvu {
 namespace {
